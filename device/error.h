@@ -1,0 +1,24 @@
+#pragma once
+
+namespace device {
+
+// Error codes of the device layer, after the runtime errors that the system's code tests for.
+enum Error {
+  Success = 0,
+  ErrorInvalidValue,
+  ErrorMemoryAllocation,
+  ErrorInvalidConfiguration,
+  ErrorInvalidDevicePointer,
+  ErrorInvalidMemcpyDirection,
+  ErrorInvalidResourceHandle,
+  ErrorNotReady,
+};
+
+// The last error of the calling thread: set by failing calls, returned and cleared by
+// getLastError, returned unchanged by peekAtLastError.
+Error getLastError();
+Error peekAtLastError();
+void setLastError(Error e);
+const char* getErrorString(Error e);
+
+}  // namespace device
