@@ -13,6 +13,7 @@
 #include "src/string_to.h"
 
 using option::Arg::None;
+using namespace option_index;
 
 const option::Descriptor usage[] = {
     {UNKNOWN, 0, "", "", None, "Usage: quillara [options] -- camera_00 camera_01 ... \n"},
@@ -91,6 +92,7 @@ std::optional<int> set_up_run(int argc, char* argv[], std::vector<std::string>& 
   gethostname(host_name, sizeof(host_name) - 1);
   debug_processor_name = host_name;
   USE_GPU = true;
+  // A device report would go here with improve_cameras on; the command line never turns it on.
 
   // Everything behind the first "--" of the whole vector is a view file, whatever it looks like.
   view_files.clear();

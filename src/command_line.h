@@ -7,7 +7,9 @@
 #include "src/option_parser.h"
 
 // Slots of the option array. Index 0 is the usage line and the catch-all for unknown options.
-enum OptionIndex : unsigned {
+// No row sets debug_write (it keeps 0) or limits the depth range: scene input settles that itself.
+namespace option_index {
+enum : unsigned {
   UNKNOWN = 0,
   HELP = 1,
   OUT_DIR = 2,
@@ -20,6 +22,7 @@ enum OptionIndex : unsigned {
   MIN_SUPPORT = 9,
   SUPERPIXELS = 10,
 };
+}  // namespace option_index
 
 // The option table, ended by an empty row, and the zero-terminated list of required options.
 extern const option::Descriptor usage[];

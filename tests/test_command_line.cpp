@@ -12,6 +12,8 @@
 
 namespace {
 
+using namespace option_index;
+
 option::Option with_arg(const char* name, const char* arg) {
   option::Option o;
   o.desc = &usage[DEPTH_AVG];
@@ -52,22 +54,6 @@ TEST(MyArg, NumbersMustBeReadCompletely) {
     EXPECT_EQ(run_check(check, ""), std::make_pair(option::ARG_ILLEGAL, non_empty));
     EXPECT_EQ(run_check(check, nullptr), std::make_pair(option::ARG_ILLEGAL, non_empty));
   }
-}
-
-TEST(MyArg, ChecksAreQuietWithoutMsg) {
-  testing::internal::CaptureStderr();
-  EXPECT_EQ(MyArg::Double(with_arg("--x", "y"), false), option::ARG_ILLEGAL);
-  EXPECT_EQ(MyArg::NonEmpty(with_arg("--x", ""), false), option::ARG_ILLEGAL);
-  EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
-}
-
-TEST(MyArg, PrintErrorWritesTheNameAsTyped) {
-  testing::internal::CaptureStderr();
-  MyArg::printError("<", with_arg("--depth-avg=3", nullptr), ">");
-  option::Option o = with_arg("--depth-avg=3", nullptr);
-  o.namelen = 11;
-  MyArg::printError("[", o, "]\n");
-  EXPECT_EQ(testing::internal::GetCapturedStderr(), "<--depth-avg=3>[--depth-avg]\n");
 }
 
 TEST(MyArg, MissingOptionsAreListedInRequiredOrder) {
