@@ -1,0 +1,137 @@
+#include <gtest/gtest.h>
+
+#include <boost/filesystem.hpp>
+#include <fstream>
+#include <string>
+#include <vector>
+
+#include "src/command_line.h"
+#include "src/my_arg.h"
+#include "src/settings.h"
+#include "src/string_to.h"
+
+namespace {
+
+using namespace option_index;
+
+option::Option with_arg(const char* name, const char* arg) {
+  option::Option o;
+  o.desc = &usage[DEPTH_AVG];
+  o.name = name;
+  o.namelen = static_cast<int>(std::string(name).size());
+  o.arg = arg;
+  return o;
+}
+
+// Runs a check with messages on and returns its verdict and what it printed.
+std::pair<option::ArgStatus, std::string> run_check(option::CheckArg check, const char* arg) {
+  testing::internal::CaptureStderr();
+  option::ArgStatus status = check(with_arg("--x", arg), true);
+  return {status, testing::internal::GetCapturedStderr()};
+}
+
+const std::string non_empty = "Option '--x' requires a non-empty argument\n";
+const std::string numeric = "Option '--x' requires a numeric argument\n";
+
+TEST(MyArg, NonEmptyAcceptsAnyText) {
+  EXPECT_EQ(run_check(MyArg::NonEmpty, " "), std::make_pair(option::ARG_OK, std::string()));
+  EXPECT_EQ(run_check(MyArg::NonEmpty, ""), std::make_pair(option::ARG_ILLEGAL, non_empty));
+  EXPECT_EQ(run_check(MyArg::NonEmpty, nullptr), std::make_pair(option::ARG_ILLEGAL, non_empty));
+}
+
+TEST(MyArg, NumbersMustBeReadCompletely) {
+  for (const char* ok : {"2", "-1", "0", "1e3", "+.5", " 7", "inf"})
+    EXPECT_EQ(run_check(MyArg::Double, ok), std::make_pair(option::ARG_OK, std::string())) << ok;
+  for (const char* bad : {"x", "2x", "1,5", "2 ", "."})
+    EXPECT_EQ(run_check(MyArg::Double, bad), std::make_pair(option::ARG_ILLEGAL, numeric)) << bad;
+
+  for (const char* ok : {"5000", "-3", "0", "99999999999"})
+    EXPECT_EQ(run_check(MyArg::Integer, ok), std::make_pair(option::ARG_OK, std::string())) << ok;
+  for (const char* bad : {"1.5", "1e3", "abc", "-"})
+    EXPECT_EQ(run_check(MyArg::Integer, bad), std::make_pair(option::ARG_ILLEGAL, numeric)) << bad;
+
+  for (option::CheckArg check : {MyArg::Double, MyArg::Integer}) {
+    EXPECT_EQ(run_check(check, ""), std::make_pair(option::ARG_ILLEGAL, non_empty));
+    EXPECT_EQ(run_check(check, nullptr), std::make_pair(option::ARG_ILLEGAL, non_empty));
+  }
+}
+
+TEST(MyArg, MissingOptionsAreListedInRequiredOrder) {
+  std::vector<option::Option> options(12);
+  testing::internal::CaptureStderr();
+  EXPECT_TRUE(MyArg::testForMissingOptions(required_options, options.data(), usage, false));
+  EXPECT_EQ(testing::internal::GetCapturedStderr(),
+            "The following options are required:\n"
+            "      --depth-avg \tThe average depth of the scene. This defines the radius of the smoothing kernel.\n"
+            "  -o, --out-dir \tThe output directory.\n");
+
+  testing::internal::CaptureStderr();
+  EXPECT_TRUE(MyArg::testForMissingOptions(required_options, options.data(), usage, true));
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+
+  options[DEPTH_AVG] = with_arg("--depth-avg", "2");
+  options[OUT_DIR] = with_arg("-o", "x");
+  testing::internal::CaptureStderr();
+  EXPECT_FALSE(MyArg::testForMissingOptions(required_options, options.data(), usage, false));
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+}
+
+TEST(MyArg, RowsWithoutHelpAreNamedByLongThenShortOption) {
+  const option::Descriptor rows[] = {
+      {1, 0, "a", "alpha", option::Arg::None, nullptr},
+      {2, 0, "b", "", option::Arg::None, ""},
+      {0, 0, nullptr, nullptr, nullptr, nullptr},
+  };
+  const unsigned required[] = {1, 2, 5, 0};
+  std::vector<option::Option> options(6);
+  testing::internal::CaptureStderr();
+  EXPECT_TRUE(MyArg::testForMissingOptions(required, options.data(), rows, false));
+  EXPECT_EQ(testing::internal::GetCapturedStderr(),
+            "The following options are required:\n--alpha\n-b\nunknown option\n");
+}
+
+TEST(StringTo, ReadsThroughAStream) {
+  EXPECT_EQ(stringTo<double>("0.1"), 0.1);
+  EXPECT_EQ(stringTo<double>(" 2.5"), 2.5);
+  EXPECT_EQ(stringTo<double>("junk"), 0.0);
+  EXPECT_EQ(stringTo<int>("5000"), 5000);
+}
+
+// The success path, in process: the settings a later stage reads.
+TEST(SetUpRun, StoresSettingsAndViewFiles) {
+  const std::string dir = std::string(QUILLARA_TEST_TMP) + "/set_up_run";
+  boost::filesystem::remove_all(dir);
+  boost::filesystem::create_directories(dir);
+  const std::string view_a = dir + "/view a", view_b = dir + "/-view_b";
+  std::ofstream(view_a) << "x";
+  std::ofstream(view_b) << "x";
+  const std::string out = dir + "/out/nested";
+
+  std::vector<std::string> args = {"quillara", "-o", out, "--depth-avg", "2.5", "--depth-avg=3", "--alpha-sp", "0.3",
+                                   "--beta", "-2", "--min-support", "0", "--superpixels", "77", "--bogus",
+                                   "--", view_a, view_b};
+  std::vector<char*> argv;
+  for (std::string& a : args) argv.push_back(a.data());
+  std::vector<std::string> view_files = {"stale"};
+
+  EXPECT_EQ(set_up_run(static_cast<int>(argv.size()), argv.data(), view_files), std::nullopt);
+  EXPECT_EQ(view_files, (std::vector<std::string>{view_a, view_b}));
+  EXPECT_TRUE(boost::filesystem::is_directory(out));
+  EXPECT_EQ(output_directory, out);
+  EXPECT_EQ(average_depth, 2.5f);  // the first occurrence wins
+  EXPECT_EQ(alpha_sp, 0.3f);
+  EXPECT_EQ(beta_sp, 1.0f);
+  EXPECT_EQ(alpha, 0.001f);
+  EXPECT_EQ(beta, -2.0f);
+  EXPECT_EQ(min_support_sp, 2.0f);
+  EXPECT_EQ(min_support, 0.0f);
+  EXPECT_EQ(superpixel_count, 77);
+  EXPECT_EQ(n_keyframes, 2);
+  EXPECT_TRUE(use_NCC);
+  EXPECT_TRUE(USE_GPU);
+  EXPECT_FALSE(debug_processor_name.empty());
+  EXPECT_FALSE(improve_cameras);
+  EXPECT_EQ(debug_write, 0);
+}
+
+}  // namespace
