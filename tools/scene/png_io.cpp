@@ -11,6 +11,14 @@ namespace {
 
 using File = std::unique_ptr<FILE, int (*)(FILE*)>;
 
+// libpng error handler: keeps the message and jumps back to the caller's setjmp.
+void on_png_error(png_structp png, png_const_charp message) {
+  if (auto* text = static_cast<std::string*>(png_get_error_ptr(png))) *text = message;
+  png_longjmp(png, 1);
+}
+
+void on_png_warning(png_structp, png_const_charp) {}
+
 File open_file(const char* function, const std::string& path, const char* mode) {
   File f(std::fopen(path.c_str(), mode), &std::fclose);
   if (!f) throw std::runtime_error(std::string(function) + ": cannot open " + path);
@@ -22,7 +30,8 @@ File open_file(const char* function, const std::string& path, const char* mode) 
 void write_png(const char* function, const std::string& path, int width, int height, int colour_type,
                int bit_depth, const uint8_t* rows, size_t row_bytes) {
   File f = open_file(function, path, "wb");
-  png_structp png = png_create_write_struct(PNG_LIBPNG_VER_STRING, nullptr, nullptr, nullptr);
+  std::string error;
+  png_structp png = png_create_write_struct(PNG_LIBPNG_VER_STRING, &error, on_png_error, on_png_warning);
   png_infop info = png ? png_create_info_struct(png) : nullptr;
   if (!info) {
     png_destroy_write_struct(&png, nullptr);
@@ -30,7 +39,7 @@ void write_png(const char* function, const std::string& path, int width, int hei
   }
   if (setjmp(png_jmpbuf(png))) {
     png_destroy_write_struct(&png, &info);
-    throw std::runtime_error(std::string(function) + ": cannot write " + path);
+    throw std::runtime_error(std::string(function) + ": cannot write " + path + " (" + error + ")");
   }
   png_init_io(png, f.get());
   png_set_IHDR(png, info, width, height, bit_depth, colour_type, PNG_INTERLACE_NONE,
@@ -49,7 +58,8 @@ std::vector<uint8_t> read_png(const char* function, const std::string& path, int
   png_byte signature[8];
   if (std::fread(signature, 1, 8, f.get()) != 8 || png_sig_cmp(signature, 0, 8) != 0)
     throw std::runtime_error(std::string(function) + ": not a PNG file: " + path);
-  png_structp png = png_create_read_struct(PNG_LIBPNG_VER_STRING, nullptr, nullptr, nullptr);
+  std::string error;
+  png_structp png = png_create_read_struct(PNG_LIBPNG_VER_STRING, &error, on_png_error, on_png_warning);
   png_infop info = png ? png_create_info_struct(png) : nullptr;
   if (!info) {
     png_destroy_read_struct(&png, nullptr, nullptr);
@@ -58,7 +68,7 @@ std::vector<uint8_t> read_png(const char* function, const std::string& path, int
   std::vector<uint8_t> data;
   if (setjmp(png_jmpbuf(png))) {
     png_destroy_read_struct(&png, &info, nullptr);
-    throw std::runtime_error(std::string(function) + ": corrupt PNG file: " + path);
+    throw std::runtime_error(std::string(function) + ": corrupt PNG file " + path + " (" + error + ")");
   }
   png_init_io(png, f.get());
   png_set_sig_bytes(png, 8);
