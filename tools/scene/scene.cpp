@@ -31,7 +31,7 @@ double degrees(double d) { return d * std::numbers::pi / 180.0; }
 
 Scene make_default_scene() {
   Scene s;
-  s.look_at = {0.0, 0.0, 0.35};
+  s.look_at = {0.08, -0.06, 0.35};
   const Mat3 identity;
   s.shapes.push_back({"ground", ShapeKind::rectangle, {0, 0, 0}, identity, {2.2, 2.2, 0},
                       {{0.80, 0.78, 0.70}, {0.35, 0.40, 0.45}, Pattern::checker, 0.25}});

@@ -22,7 +22,11 @@ std::vector<SceneCamera> make_cameras(const Scene& scene, const CameraRing& ring
     const double height = 1.45 + 0.25 * std::sin(1.7 * i + 0.3);
     const Vec3 eye{ring.radius * std::cos(angle), ring.radius * std::sin(angle), height};
     const Vec3 forward = normalize(scene.look_at - eye);
-    const Vec3 right = normalize(cross(forward, {0, 0, 1}));
+    const Vec3 level_right = normalize(cross(forward, {0, 0, 1}));
+    const Vec3 level_down = cross(forward, level_right);
+    // A small roll about the optical axis, so that no entry of R or t is zero by construction.
+    const double roll = 0.05 * std::sin(2.1 * i + 0.7);
+    const Vec3 right = std::cos(roll) * level_right + std::sin(roll) * level_down;
     const Vec3 down = cross(forward, right);
 
     SceneCamera c;

@@ -28,7 +28,8 @@ struct CameraRing {
   double principal_offset_y = 0.0;
 };
 
-// Cameras on a circle around scene.look_at, heights varying a little, all looking at look_at.
+// Cameras on a circle about the world z axis, heights and roll varying a little, all looking at
+// scene.look_at.
 std::vector<SceneCamera> make_cameras(const Scene& scene, const CameraRing& ring);
 
 // World direction of the ray through array pixel (x, y); its camera-frame z component is 1, so
