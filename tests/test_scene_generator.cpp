@@ -16,6 +16,7 @@
 #include "tools/scene/scene_arguments.h"
 #include "tools/scene/scene_files.h"
 #include "tools/scene/surface_distance.h"
+#include "tools/scene/surface_error.h"
 
 namespace fs = std::filesystem;
 using namespace scene;
@@ -298,6 +299,39 @@ TEST(SceneGenerator, Arguments) {
     EXPECT_EQ(r.action, A::error);
     EXPECT_EQ(r.error, message);
   }
+}
+
+// The true samples themselves are exact and complete; samples pushed off along their normals by
+// twice the tolerance are neither.
+TEST(SceneGenerator, AccuracyAndCompletenessMeasures) {
+  const Scene s = make_default_scene();
+  CameraRing ring;
+  ring.width = 64;
+  ring.height = 48;
+  const std::vector<SceneCamera> cameras = make_cameras(s, ring);
+  const std::vector<SurfaceSample> truth = ground_truth_samples(s, cameras, 2);
+  const std::vector<SurfaceSample> first_view = ground_truth_samples(s, {cameras[0]}, 2);
+  std::vector<Vec3> exact, pushed, partial;
+  for (const SurfaceSample& t : truth) {
+    exact.push_back(t.point);
+    pushed.push_back(t.point + 0.02 * t.normal);
+  }
+  for (const SurfaceSample& t : first_view) partial.push_back(t.point);
+
+  const Accuracy a = measure_accuracy(s, exact, 0.01);
+  EXPECT_EQ(a.points, truth.size());
+  EXPECT_LT(a.max, 1e-9);
+  EXPECT_EQ(a.within, 1.0);
+  EXPECT_EQ(measure_completeness(truth, exact, 0.01), 1.0);
+
+  const Accuracy b = measure_accuracy(s, pushed, 0.01);
+  EXPECT_NEAR(b.median, 0.02, 1e-9);
+  EXPECT_LT(b.within, 0.05);  // only where another surface comes near, as at the thin sheet
+  EXPECT_LT(measure_completeness(truth, pushed, 0.01), 0.05);
+
+  const double c = measure_completeness(truth, partial, 0.01);
+  EXPECT_GT(c, 0.1);
+  EXPECT_LT(c, 0.5);
 }
 
 #ifdef QUILLARA_SCENE_BIN
