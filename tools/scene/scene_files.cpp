@@ -1,0 +1,146 @@
+#include "tools/scene/scene_files.h"
+
+#include <cctype>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <iomanip>
+#include <sstream>
+#include <stdexcept>
+
+#include "tools/scene/png_io.h"
+#include "tools/scene/ray_cast.h"
+#include "tools/scene/render_view.h"
+
+namespace scene {
+namespace {
+
+std::string numbered(const char* stem, int view, const char* extension) {
+  char buf[64];
+  std::snprintf(buf, sizeof buf, "%s_%02d.%s", stem, view, extension);
+  return buf;
+}
+
+void write_text(const std::string& path, const std::string& text) {
+  std::ofstream out(path, std::ios::binary);
+  out << text;
+  out.flush();
+  if (!out) throw std::runtime_error("write_scene: cannot write " + path);
+}
+
+void put_float_le(std::string& out, double value) {
+  const float f = static_cast<float>(value);
+  uint32_t bits;
+  std::memcpy(&bits, &f, 4);
+  for (int k = 0; k < 4; ++k) out += static_cast<char>((bits >> (8 * k)) & 0xFF);
+}
+
+bool has_white_space(const std::string& s) {
+  for (unsigned char c : s)
+    if (std::isspace(c)) return true;
+  return false;
+}
+
+std::string absolute_directory(const std::string& dir) {
+  if (dir.empty()) throw std::runtime_error("write_scene: no output directory given");
+  std::filesystem::path p = std::filesystem::absolute(dir).lexically_normal();
+  std::string s = p.string();
+  while (s.size() > 1 && s.back() == '/') s.pop_back();
+  return s;
+}
+
+}  // namespace
+
+CameraRing camera_ring(const SceneOptions& o) {
+  CameraRing ring;
+  ring.views = o.views;
+  ring.width = o.width;
+  ring.height = o.height;
+  ring.principal_offset_x = o.principal_offset_x;
+  ring.principal_offset_y = o.principal_offset_y;
+  return ring;
+}
+
+std::string view_file_name(int view) { return numbered("view", view, "txt"); }
+std::string image_file_name(int view) { return numbered("image", view, "png"); }
+std::string depth_file_name(int view) { return numbered("depth", view, "png"); }
+
+std::vector<SurfaceSample> ground_truth_samples(const Scene& scene, const std::vector<SceneCamera>& cameras,
+                                                int stride) {
+  std::vector<SurfaceSample> samples;
+  if (stride < 1) stride = 1;
+  for (const SceneCamera& c : cameras)
+    for (int y = 0; y < c.height; y += stride)
+      for (int x = 0; x < c.width; x += stride) {
+        const Hit hit = cast_ray(scene, c.center, pixel_direction(c, x, y));
+        if (hit.found) samples.push_back({hit.point, hit.normal});
+      }
+  return samples;
+}
+
+void write_ground_truth_ply(const std::string& path, const std::vector<SurfaceSample>& samples) {
+  std::string out = "ply\nformat binary_little_endian 1.0\nelement vertex " + std::to_string(samples.size()) +
+                    "\nproperty float x\nproperty float y\nproperty float z\n"
+                    "property float nx\nproperty float ny\nproperty float nz\nend_header\n";
+  out.reserve(out.size() + samples.size() * 24);
+  for (const SurfaceSample& s : samples) {
+    for (double v : {s.point.x, s.point.y, s.point.z, s.normal.x, s.normal.y, s.normal.z}) put_float_le(out, v);
+  }
+  write_text(path, out);
+}
+
+SceneSummary write_scene(const Scene& scene, const SceneOptions& options) {
+  if (options.views < 2) throw std::runtime_error("write_scene: at least 2 views are needed");
+  if (options.width < 1 || options.height < 1) throw std::runtime_error("write_scene: empty image size");
+  SceneSummary summary;
+  summary.out_dir = absolute_directory(options.out_dir);
+  if (has_white_space(summary.out_dir))
+    throw std::runtime_error("write_scene: the output path contains white space, which a view file cannot hold: " +
+                             summary.out_dir);
+  std::error_code ec;
+  std::filesystem::create_directories(summary.out_dir, ec);
+  if (!std::filesystem::is_directory(summary.out_dir))
+    throw std::runtime_error("write_scene: cannot create the directory " + summary.out_dir);
+
+  const std::vector<SceneCamera> cameras = make_cameras(scene, camera_ring(options));
+  summary.views = options.views;
+  summary.width = options.width;
+  summary.height = options.height;
+  double depth_sum = 0;
+  for (int i = 0; i < options.views; ++i) {
+    const RenderedView view = render_view(scene, cameras[i], i, options.noise, options.seed);
+    const std::string image = summary.out_dir + "/" + image_file_name(i);
+    const std::string depth = summary.out_dir + "/" + depth_file_name(i);
+    write_png_rgb8(image, view.width, view.height, view.rgb);
+    write_png_gray16(depth, view.width, view.height, view.depth_mm);
+    write_text(summary.out_dir + "/" + view_file_name(i), format_view_file(make_view_file(cameras[i], image, depth)));
+    for (double d : view.depth)
+      if (d > 0) {
+        depth_sum += d;
+        ++summary.surface_pixels;
+      }
+  }
+  summary.average_depth = summary.surface_pixels ? depth_sum / static_cast<double>(summary.surface_pixels) : 0.0;
+  char buf[64];
+  std::snprintf(buf, sizeof buf, "%.9g\n", summary.average_depth);
+  write_text(summary.out_dir + "/average_depth.txt", buf);
+
+  const std::vector<SurfaceSample> samples = ground_truth_samples(scene, cameras, options.ground_truth_stride);
+  write_ground_truth_ply(summary.out_dir + "/ground_truth.ply", samples);
+  summary.ground_truth_points = samples.size();
+  return summary;
+}
+
+std::string format_summary(const SceneSummary& s, const SceneOptions& o) {
+  std::ostringstream out;
+  out << "quillara-scene: " << s.views << " views of " << s.width << " x " << s.height << " pixels in "
+      << s.out_dir << "\n";
+  out << "  surface pixels: " << s.surface_pixels << "\n";
+  out << std::setprecision(9) << "  average depth: " << s.average_depth << " (average_depth.txt)\n";
+  out << "  ground truth points: " << s.ground_truth_points << " (ground_truth.ply)\n";
+  out << "  depth noise: " << o.noise << " at depth 1, seed " << o.seed << "\n";
+  return out.str();
+}
+
+}  // namespace scene

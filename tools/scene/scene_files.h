@@ -1,0 +1,58 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "tools/scene/scene.h"
+#include "tools/scene/scene_camera.h"
+
+namespace scene {
+
+struct SceneOptions {
+  std::string out_dir;
+  int views = 8;
+  int width = 640;
+  int height = 480;
+  double noise = 0.0;  // depth noise standard deviation at depth 1; it grows with depth squared
+  uint64_t seed = 1;   // drives the depth noise only; geometry, cameras and colours are fixed
+  double principal_offset_x = 0.0;  // principal point shift from the image centre, in pixels
+  double principal_offset_y = 0.0;
+  int ground_truth_stride = 4;  // ground truth from pixels whose x and y are multiples of this
+};
+
+struct SurfaceSample {
+  Vec3 point;
+  Vec3 normal;  // analytic, facing the camera that saw the point
+};
+
+struct SceneSummary {
+  std::string out_dir;  // absolute
+  int views = 0, width = 0, height = 0;
+  uint64_t surface_pixels = 0;
+  double average_depth = 0;  // mean true depth over all surface pixels of all views
+  uint64_t ground_truth_points = 0;
+};
+
+CameraRing camera_ring(const SceneOptions& options);
+
+// "view_00.txt", "image_00.png", "depth_00.png" for view 0, and so on.
+std::string view_file_name(int view);
+std::string image_file_name(int view);
+std::string depth_file_name(int view);
+
+// Exact ray hits through every stride-th pixel in x and y of every camera, views in order.
+std::vector<SurfaceSample> ground_truth_samples(const Scene& scene, const std::vector<SceneCamera>& cameras,
+                                                int stride);
+
+// Binary little-endian PLY with float x y z nx ny nz per vertex.
+void write_ground_truth_ply(const std::string& path, const std::vector<SurfaceSample>& samples);
+
+// Renders every view and writes all files of the scene into options.out_dir, creating it when
+// missing. Throws std::runtime_error with a readable text on any failure.
+SceneSummary write_scene(const Scene& scene, const SceneOptions& options);
+
+// The few lines printed after a successful run.
+std::string format_summary(const SceneSummary& summary, const SceneOptions& options);
+
+}  // namespace scene

@@ -1,0 +1,23 @@
+#pragma once
+
+#include <cstdint>
+
+#include "tools/scene/ray_cast.h"
+
+namespace scene {
+
+// Deterministic 64-bit mixing of a key; the basis of all noise here.
+uint64_t hash64(uint64_t key);
+
+// Smooth value noise in [0, 1] at a world point: lattice values from hash64, trilinear with
+// smoothstep weights.
+double value_noise(Vec3 p);
+
+// Linear RGB in [0, 1] of a surface hit: the shape's pattern, value-noise brightness and a
+// two-sided diffuse shading from a fixed light direction.
+Vec3 surface_colour(const Shape& shape, const Hit& hit);
+
+// Colour of a ray that hits nothing: a plain vertical gradient.
+Vec3 background_colour(Vec3 direction);
+
+}  // namespace scene
