@@ -57,7 +57,7 @@ void BM_ComputeSuperpixels(benchmark::State& state) {
   std::size_t clusters = 0;
   for (auto _ : state) {
     const dasp::Superpixels sp = dasp::ComputeSuperpixels(v.color, v.depth, v.parameters);
-    clusters = sp.cluster.size();
+    clusters = sp.clusters.size();
     benchmark::DoNotOptimize(clusters);
   }
   omp_set_num_threads(threads);

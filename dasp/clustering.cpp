@@ -15,8 +15,19 @@ constexpr float kWindowRadii = 2.0f;
 
 float squared(float3 a) { return dot(a, a); }
 
-// Assigns each pixel to its nearest centre in the joint space. Centres are visited in index order
-// and only a strictly smaller distance replaces a label, so ties go to the lower index.
+// Rows per band of the parallel assignment. Each band is owned by one thread, so no pixel is
+// written by two threads.
+constexpr int kBandRows = 16;
+
+// Pixel rectangle a cluster searches and its image radius.
+struct Window {
+  int x0, x1, y0, y1;
+  float inv_radius_px2;
+};
+
+// Assigns each pixel to its nearest centre in the joint space. Every pixel sees the centres in
+// index order and only a strictly smaller distance replaces a label, so ties go to the lower index
+// and the result doesn't depend on how the bands are spread over threads.
 void assign(const PixelFeatures& f, const std::vector<ClusterCenter>& centers, float radius,
             const Parameters& p, std::vector<int>& labels, std::vector<float>& best) {
   const int w = static_cast<int>(f.width), h = static_cast<int>(f.height);
@@ -24,34 +35,49 @@ void assign(const PixelFeatures& f, const std::vector<ClusterCenter>& centers, f
   std::fill(best.begin(), best.end(), std::numeric_limits<float>::infinity());
   const float inv_radius2 = 1.0f / (radius * radius);
   const float max_window = static_cast<float>(std::max(w, h));
+  const int band_count = (h + kBandRows - 1) / kBandRows;
+
+  std::vector<Window> windows(centers.size());
+  std::vector<std::vector<int>> band_clusters(static_cast<std::size_t>(band_count));
   for (std::size_t k = 0; k < centers.size(); ++k) {
     const ClusterCenter& c = centers[k];
-    const bool has_depth = c.depth > 0.0f;
     // Pixels without depth (or clusters without depth) compare image distances, scaled to the
     // radius the cluster has in the image at its depth.
-    const float radius_px = radius * p.focal / (has_depth ? c.depth : f.mean_depth);
-    const float inv_radius_px2 = 1.0f / (radius_px * radius_px);
+    const float radius_px = radius * p.focal / (c.depth > 0.0f ? c.depth : f.mean_depth);
     const int window = static_cast<int>(std::ceil(std::min(kWindowRadii * radius_px, max_window)));
     const int cx = static_cast<int>(std::lround(c.x)), cy = static_cast<int>(std::lround(c.y));
-    const int x0 = std::max(0, cx - window), x1 = std::min(w - 1, cx + window);
-    const int y0 = std::max(0, cy - window), y1 = std::min(h - 1, cy + window);
-    for (int y = y0; y <= y1; ++y) {
-      const float dy = static_cast<float>(y) - c.y;
-      for (int x = x0; x <= x1; ++x) {
-        const std::size_t i = static_cast<std::size_t>(y) * f.width + static_cast<std::size_t>(x);
-        float spatial, normal = 0.0f;
-        if (has_depth && f.valid[i]) {
-          spatial = squared(f.position[i] - c.position) * inv_radius2;
-          normal = 1.0f - dot(f.normal[i], c.normal);
-        } else {
-          const float dx = static_cast<float>(x) - c.x;
-          spatial = (dx * dx + dy * dy) * inv_radius_px2;
-        }
-        const float d = p.weight_spatial * spatial + p.weight_color * squared(f.color[i] - c.color) +
-                        p.weight_normal * normal;
-        if (d < best[i]) {
-          best[i] = d;
-          labels[i] = static_cast<int>(k);
+    Window& win = windows[k];
+    win = Window{std::max(0, cx - window), std::min(w - 1, cx + window), std::max(0, cy - window),
+                 std::min(h - 1, cy + window), 1.0f / (radius_px * radius_px)};
+    for (int b = win.y0 / kBandRows; b <= win.y1 / kBandRows; ++b)
+      band_clusters[static_cast<std::size_t>(b)].push_back(static_cast<int>(k));
+  }
+
+#pragma omp parallel for schedule(dynamic)
+  for (int b = 0; b < band_count; ++b) {
+    for (const int k : band_clusters[static_cast<std::size_t>(b)]) {
+      const ClusterCenter& c = centers[static_cast<std::size_t>(k)];
+      const Window& win = windows[static_cast<std::size_t>(k)];
+      const bool has_depth = c.depth > 0.0f;
+      const int y0 = std::max(win.y0, b * kBandRows), y1 = std::min(win.y1, b * kBandRows + kBandRows - 1);
+      for (int y = y0; y <= y1; ++y) {
+        const float dy = static_cast<float>(y) - c.y;
+        for (int x = win.x0; x <= win.x1; ++x) {
+          const std::size_t i = static_cast<std::size_t>(y) * f.width + static_cast<std::size_t>(x);
+          float spatial, normal = 0.0f;
+          if (has_depth && f.valid[i]) {
+            spatial = squared(f.position[i] - c.position) * inv_radius2;
+            normal = 1.0f - dot(f.normal[i], c.normal);
+          } else {
+            const float dx = static_cast<float>(x) - c.x;
+            spatial = (dx * dx + dy * dy) * win.inv_radius_px2;
+          }
+          const float d = p.weight_spatial * spatial + p.weight_color * squared(f.color[i] - c.color) +
+                          p.weight_normal * normal;
+          if (d < best[i]) {
+            best[i] = d;
+            labels[i] = k;
+          }
         }
       }
     }

@@ -1,6 +1,7 @@
 #include "dasp/superpixels.h"
 
 #include <cmath>
+#include <numbers>
 #include <sstream>
 #include <stdexcept>
 
@@ -43,7 +44,7 @@ float choose_radius(const PixelFeatures& f, const Parameters& p) {
       if (f.valid[i]) valid_area += f.area[i];
     }
     const double area = valid_area > 0.0 ? valid_area : all_area;
-    const float r = static_cast<float>(std::sqrt(area / (M_PI * p.count)));
+    const float r = static_cast<float>(std::sqrt(area / (std::numbers::pi * p.count)));
     if (positive(r)) return r;
   }
   if (!positive(p.base_radius))
@@ -118,7 +119,7 @@ Superpixels ComputeSuperpixels(const slimage::Image3ub& color, const slimage::Im
   result.radius = choose_radius(features, parameters);
 
   // Expected seeds per pixel: its world area over the area of one superpixel's disc.
-  const double disc = M_PI * static_cast<double>(result.radius) * result.radius;
+  const double disc = std::numbers::pi * static_cast<double>(result.radius) * result.radius;
   std::vector<float> density(features.area.size());
   for (std::size_t i = 0; i < density.size(); ++i) density[i] = static_cast<float>(features.area[i] / disc);
   std::vector<Seed> seeds = place_seeds(density, result.width, result.height);
@@ -127,7 +128,7 @@ Superpixels ComputeSuperpixels(const slimage::Image3ub& color, const slimage::Im
   std::vector<ClusterCenter> centers = centers_from_seeds(features, seeds);
   result.labels = cluster_pixels(features, centers, result.radius, parameters);
   enforce_connectivity(result.labels, result.width, result.height, static_cast<int>(centers.size()));
-  result.cluster = collect_clusters(color, features, result.labels, centers.size());
+  result.clusters = collect_clusters(color, features, result.labels, centers.size());
   return result;
 }
 

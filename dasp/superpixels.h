@@ -25,7 +25,7 @@ struct Superpixels {
   unsigned width = 0;
   unsigned height = 0;
   float radius = 0.0f;            // world radius the seeds were placed for
-  std::vector<Cluster> cluster;   // in seed order, no empty clusters
+  std::vector<Cluster> clusters;  // in seed order, no empty clusters
   std::vector<int> labels;        // cluster index of each pixel
 };
 
