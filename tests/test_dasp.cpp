@@ -269,6 +269,39 @@ TEST(DaspSuperpixels, ClustersHaveEqualWorldSize) {
   EXPECT_NEAR(static_cast<double>(sp.clusters.size()), 600.0, 150.0);
 }
 
+// Pixels whose cluster lies mostly on the other side of column `fold`.
+std::size_t pixels_across(const dasp::Superpixels& sp, unsigned fold) {
+  std::size_t across = 0;
+  for (const auto& c : sp.clusters) {
+    std::size_t left = 0;
+    for (unsigned id : c.pixel_ids) left += id % sp.width < fold;
+    across += std::min(left, c.pixel_ids.size() - left);
+  }
+  return across;
+}
+
+TEST(DaspSuperpixels, NormalsKeepClustersOffAFold) {
+  // One colour, continuous depth, but a 90 degree fold down the middle: only the normal term
+  // sees the fold.
+  Scene s = flat_scene(240, 160, 300, 0, 0);
+  for (unsigned y = 0; y < 160; ++y)
+    for (unsigned x = 0; x < 240; ++x) {
+      // Planes z = 1.2 -+ X, with X = (x - cx) z / f, meeting at the centre column.
+      const float u = std::fabs((x - s.parameters.principal_x) / s.parameters.focal);
+      s.depth(x, y) = static_cast<unsigned short>(std::lround(1000.0f * 1.2f / (1.0f + u)));
+      s.color(x, y) = {120, 120, 120};
+    }
+  std::size_t across[3];
+  for (int weight : {0, 1, 4}) {
+    s.parameters.weight_normal = static_cast<float>(weight);
+    const auto sp = run(s);
+    expect_partition(sp);
+    across[weight == 4 ? 2 : weight] = pixels_across(sp, 120);
+  }
+  EXPECT_LT(across[1], across[0]);
+  EXPECT_LT(across[2] * 2, across[0]);
+}
+
 TEST(DaspSuperpixels, MeanColourIsPixelAverage) {
   const Scene s = room_scene(160, 120, 200);
   const auto sp = run(s);
