@@ -52,50 +52,57 @@ float choose_radius(const PixelFeatures& f, const Parameters& p) {
   return p.base_radius;
 }
 
-// Final clusters from the labels: means over exactly the pixels of each cluster.
+struct ClusterSums {
+  double r = 0, g = 0, b = 0, x = 0, y = 0;
+  double px = 0, py = 0, pz = 0, nx = 0, ny = 0, nz = 0;
+};
+
+// Final clusters from the labels: means over exactly the pixels of each cluster. Clusters that
+// lost all their pixels are dropped and the labels renumbered to match.
 std::vector<Cluster> collect_clusters(const slimage::Image3ub& color, const PixelFeatures& f,
                                       std::vector<int>& labels, std::size_t label_count) {
   std::vector<Cluster> clusters(label_count);
-  std::vector<std::array<double, 3>> rgb(label_count, {0, 0, 0});
-  std::vector<std::array<double, 9>> geometry(label_count);  // x y, point, normal, unused
-  for (auto& g : geometry) g.fill(0.0);
+  std::vector<ClusterSums> sums(label_count);
   for (std::size_t i = 0; i < labels.size(); ++i) {
     const std::size_t k = static_cast<std::size_t>(labels[i]);
     Cluster& c = clusters[k];
+    ClusterSums& s = sums[k];
     c.pixel_ids.push_back(static_cast<unsigned>(i));
-    for (int ch = 0; ch < 3; ++ch) rgb[k][ch] += color[i][ch];
-    auto& g = geometry[k];
-    g[0] += static_cast<double>(i % f.width);
-    g[1] += static_cast<double>(i / f.width);
+    s.r += color[i][0];
+    s.g += color[i][1];
+    s.b += color[i][2];
+    s.x += static_cast<double>(i % f.width);
+    s.y += static_cast<double>(i / f.width);
     if (f.valid[i]) {
       ++c.valid_count;
-      g[2] += f.position[i].x;
-      g[3] += f.position[i].y;
-      g[4] += f.position[i].z;
-      g[5] += f.normal[i].x;
-      g[6] += f.normal[i].y;
-      g[7] += f.normal[i].z;
+      s.px += f.position[i].x;
+      s.py += f.position[i].y;
+      s.pz += f.position[i].z;
+      s.nx += f.normal[i].x;
+      s.ny += f.normal[i].y;
+      s.nz += f.normal[i].z;
     }
   }
-  // Drop clusters that lost all their pixels and renumber the labels to match.
   std::vector<int> renumber(label_count, -1);
   std::vector<Cluster> kept;
   for (std::size_t k = 0; k < label_count; ++k) {
     Cluster& c = clusters[k];
+    const ClusterSums& s = sums[k];
     if (c.pixel_ids.empty()) continue;
     const double n = static_cast<double>(c.pixel_ids.size());
-    for (int ch = 0; ch < 3; ++ch) c.color[ch] = static_cast<float>(rgb[k][ch] / n / 255.0);
-    const auto& g = geometry[k];
-    c.center = float2{static_cast<float>(g[0] / n), static_cast<float>(g[1] / n)};
+    c.color = {static_cast<float>(s.r / n / 255.0), static_cast<float>(s.g / n / 255.0),
+               static_cast<float>(s.b / n / 255.0)};
+    c.center = float2{static_cast<float>(s.x / n), static_cast<float>(s.y / n)};
     c.position = float3{0, 0, 0};
     c.normal = float3{0, 0, -1};
     c.depth = 0.0f;
     if (c.valid_count > 0) {
       const double v = c.valid_count;
-      c.position = float3{static_cast<float>(g[2] / v), static_cast<float>(g[3] / v), static_cast<float>(g[4] / v)};
+      c.position = float3{static_cast<float>(s.px / v), static_cast<float>(s.py / v), static_cast<float>(s.pz / v)};
       c.depth = c.position.z;
-      const float3 sum{static_cast<float>(g[5]), static_cast<float>(g[6]), static_cast<float>(g[7])};
+      const float3 sum{static_cast<float>(s.nx), static_cast<float>(s.ny), static_cast<float>(s.nz)};
       const float len = length(sum);
+      // Opposed normals can cancel; then the cluster faces the camera.
       c.normal = len > 1e-6f ? sum / len : -c.position / length(c.position);
     }
     renumber[k] = static_cast<int>(kept.size());

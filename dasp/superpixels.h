@@ -12,12 +12,12 @@ namespace dasp {
 // One superpixel: its pixels and the means over them.
 struct Cluster {
   std::vector<unsigned> pixel_ids;  // pixel numbers y * width + x, ascending
-  std::array<float, 3> color;       // mean RGB of the pixels, each channel in 0..1
-  float2 center;                    // mean image position (x, y)
-  float3 position;                  // mean 3-D point of the pixels with depth (0 if none)
-  float3 normal;                    // unit mean normal, facing the camera
-  float depth;                      // mean world depth of the pixels with depth (0 if none)
-  unsigned valid_count;             // number of pixels with depth
+  std::array<float, 3> color{};     // mean RGB of the pixels, each channel in 0..1
+  float2 center{};                  // mean image position (x, y)
+  float3 position{};                // mean 3-D point of the pixels with depth (0 if none)
+  float3 normal{};                  // unit mean normal, facing the camera ((0, 0, -1) if no depth)
+  float depth = 0.0f;               // mean world depth of the pixels with depth (0 if none)
+  unsigned valid_count = 0;         // number of pixels with depth
 };
 
 // A partition of the image: every pixel belongs to exactly one cluster.
@@ -29,7 +29,7 @@ struct Superpixels {
   std::vector<int> labels;        // cluster index of each pixel
 };
 
-// Cuts the image into depth-adaptive superpixels: seeds follow the world area that pixels cover,
+// Cuts the image into depth-adaptive superpixels of about equal world size: seeds follow the world area that pixels cover,
 // then a local k-means in position, colour and normal refines them. Throws std::runtime_error if
 // the two images differ in size or the focal length is not positive and finite.
 Superpixels ComputeSuperpixels(const slimage::Image3ub& color, const slimage::Image1ui16& depth,

@@ -20,17 +20,12 @@ struct Scene {
   dasp::Parameters parameters;
 };
 
+// The defaults hold the scale, weights, rounds and base radius the program uses.
 dasp::Parameters camera_parameters(unsigned w, unsigned h, unsigned count) {
   dasp::Parameters p;
   p.principal_x = 0.5f * (w - 1);
   p.principal_y = 0.5f * (h - 1);
   p.focal = 525.0f;
-  p.depth_scale = 0.001f;
-  p.weight_spatial = 4;
-  p.weight_color = 2;
-  p.weight_normal = 1;
-  p.iterations = 10;
-  p.base_radius = 0.018f;
   p.count = count;
   return p;
 }
@@ -49,14 +44,9 @@ Scene room_scene(unsigned w, unsigned h, unsigned count) {
       int obj = 0;
       if (ry > 0 && 0.6f / ry < t) t = 0.6f / ry, obj = 1;  // floor at y = 0.6
       // Sphere at (0.2, 0.1, 1.6), radius 0.45.
-      const float ox = 0.2f, oy = 0.1f, oz = 1.6f, r = 0.45f;
-      const float a = rx * rx + ry * ry + 1, b = -2 * (rx * ox + ry * oy + oz);
-      const float c = ox * ox + oy * oy + oz * oz - r * r;
-      const float disc = b * b - 4 * a * c;
-      if (disc >= 0) {
-        const float ts = (-b - std::sqrt(disc)) / (2 * a);
-        if (ts > 0 && ts < t) t = ts, obj = 2;
-      }
+      const float a = rx * rx + ry * ry + 1, b = -2 * (rx * 0.2f + ry * 0.1f + 1.6f);
+      const float disc = b * b - 4 * a * (0.2f * 0.2f + 0.1f * 0.1f + 1.6f * 1.6f - 0.45f * 0.45f);
+      if (disc >= 0 && (-b - std::sqrt(disc)) / (2 * a) < t) t = (-b - std::sqrt(disc)) / (2 * a), obj = 2;
       z[y * w + x] = t;
       object[y * w + x] = obj;
     }
