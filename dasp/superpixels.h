@@ -29,9 +29,11 @@ struct Superpixels {
   std::vector<int> labels;        // cluster index of each pixel
 };
 
-// Cuts the image into depth-adaptive superpixels of about equal world size: seeds follow the world area that pixels cover,
-// then a local k-means in position, colour and normal refines them. Throws std::runtime_error if
-// the two images differ in size or the focal length is not positive and finite.
+// Cuts the image into depth-adaptive superpixels of about equal world size: seeds follow the
+// world area that pixels cover, then a local k-means in position, colour and normal refines them.
+// Pixel (x, y) with depth z is the camera-frame point ((x - cx) z / f, (y - cy) z / f, z).
+// Throws std::runtime_error if the two images differ in size or a parameter is out of range
+// (focal length or depth scale not positive, negative weights, no count and no base radius).
 Superpixels ComputeSuperpixels(const slimage::Image3ub& color, const slimage::Image1ui16& depth,
                                const Parameters& parameters);
 
