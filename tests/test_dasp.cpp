@@ -1,0 +1,368 @@
+#include <gtest/gtest.h>
+#include <omp.h>
+
+#include <algorithm>
+#include <cmath>
+#include <numbers>
+#include <random>
+#include <stdexcept>
+#include <vector>
+
+#include "dasp/connectivity.h"
+#include "dasp/seeds.h"
+#include "dasp/superpixels.h"
+
+namespace {
+
+struct Scene {
+  slimage::Image3ub color;
+  slimage::Image1ui16 depth;
+  dasp::Parameters parameters;
+};
+
+// The defaults hold the scale, weights, rounds and base radius the program uses.
+dasp::Parameters camera_parameters(unsigned w, unsigned h, unsigned count) {
+  dasp::Parameters p;
+  p.principal_x = 0.5f * (w - 1);
+  p.principal_y = 0.5f * (h - 1);
+  p.focal = 525.0f;
+  p.count = count;
+  return p;
+}
+
+// A room corner: a floor, a back wall and a sphere, ray-cast with a pinhole camera, textured with
+// checkers, with depth noise and two holes without depth. Depth is scaled so that its mean is 1000.
+Scene room_scene(unsigned w, unsigned h, unsigned count) {
+  Scene s{slimage::Image3ub(w, h), slimage::Image1ui16(w, h), camera_parameters(w, h, count)};
+  const float f = s.parameters.focal, cx = s.parameters.principal_x, cy = s.parameters.principal_y;
+  std::vector<float> z(static_cast<std::size_t>(w) * h, 0.0f);
+  std::vector<int> object(z.size(), 0);
+  for (unsigned y = 0; y < h; ++y) {
+    for (unsigned x = 0; x < w; ++x) {
+      const float rx = (x - cx) / f, ry = (y - cy) / f;  // ray (rx, ry, 1)
+      float t = 3.0f;                                   // back wall
+      int obj = 0;
+      if (ry > 0 && 0.6f / ry < t) t = 0.6f / ry, obj = 1;  // floor at y = 0.6
+      // Sphere at (0.2, 0.1, 1.6), radius 0.45.
+      const float a = rx * rx + ry * ry + 1, b = -2 * (rx * 0.2f + ry * 0.1f + 1.6f);
+      const float disc = b * b - 4 * a * (0.2f * 0.2f + 0.1f * 0.1f + 1.6f * 1.6f - 0.45f * 0.45f);
+      if (disc >= 0 && (-b - std::sqrt(disc)) / (2 * a) < t) t = (-b - std::sqrt(disc)) / (2 * a), obj = 2;
+      z[y * w + x] = t;
+      object[y * w + x] = obj;
+    }
+  }
+  double mean = 0;
+  for (float v : z) mean += v;
+  mean /= z.size();
+  std::mt19937 rng(7);
+  std::normal_distribution<float> noise(0.0f, 1.0f);
+  for (unsigned y = 0; y < h; ++y) {
+    for (unsigned x = 0; x < w; ++x) {
+      const std::size_t i = y * w + x;
+      const float steps = 1000.0f * z[i] / static_cast<float>(mean);
+      const bool hole = (x > w / 10 && x < w / 5 && y > h / 8 && y < h / 4) ||
+                        (x > 3 * w / 4 && x < 4 * w / 5 && y > h / 2 && y < 3 * h / 5);
+      s.depth(x, y) = hole ? 0 : static_cast<unsigned short>(std::floor(steps + 0.002f * steps * noise(rng) + 0.5f));
+      const bool check = ((x / 23) + (y / 17)) % 2 == 0;
+      const unsigned char base = check ? 200 : 90;
+      s.color(x, y) = {static_cast<unsigned char>(object[i] == 1 ? base : 40),
+                       static_cast<unsigned char>(object[i] == 2 ? base : 60 + (x * 7 + y * 3) % 30),
+                       static_cast<unsigned char>(object[i] == 0 ? base : 30)};
+    }
+  }
+  return s;
+}
+
+Scene flat_scene(unsigned w, unsigned h, unsigned count, unsigned short left, unsigned short right) {
+  Scene s{slimage::Image3ub(w, h), slimage::Image1ui16(w, h), camera_parameters(w, h, count)};
+  for (unsigned y = 0; y < h; ++y)
+    for (unsigned x = 0; x < w; ++x) {
+      s.depth(x, y) = x < w / 2 ? left : right;
+      s.color(x, y) = {static_cast<unsigned char>(x % 256), static_cast<unsigned char>(y % 256), 128};
+    }
+  return s;
+}
+
+dasp::Superpixels run(const Scene& s) { return dasp::ComputeSuperpixels(s.color, s.depth, s.parameters); }
+
+// Every pixel lies in exactly one cluster, ids are ascending, labels agree, no cluster is empty.
+void expect_partition(const dasp::Superpixels& sp) {
+  const std::size_t n = static_cast<std::size_t>(sp.width) * sp.height;
+  ASSERT_EQ(sp.labels.size(), n);
+  std::vector<int> owner(n, -1);
+  for (std::size_t k = 0; k < sp.clusters.size(); ++k) {
+    const auto& ids = sp.clusters[k].pixel_ids;
+    ASSERT_FALSE(ids.empty());
+    ASSERT_TRUE(std::is_sorted(ids.begin(), ids.end()));
+    for (unsigned id : ids) {
+      ASSERT_LT(id, n);
+      ASSERT_EQ(owner[id], -1) << "pixel " << id << " in two clusters";
+      owner[id] = static_cast<int>(k);
+      ASSERT_EQ(sp.labels[id], static_cast<int>(k));
+    }
+  }
+  EXPECT_EQ(std::count(owner.begin(), owner.end(), -1), 0);
+}
+
+bool connected(const dasp::Superpixels& sp, const dasp::Cluster& c, int label) {
+  std::vector<unsigned> stack{c.pixel_ids.front()};
+  std::vector<char> seen(sp.labels.size(), 0);
+  seen[c.pixel_ids.front()] = 1;
+  std::size_t reached = 0;
+  while (!stack.empty()) {
+    const unsigned i = stack.back();
+    stack.pop_back();
+    ++reached;
+    const unsigned x = i % sp.width, y = i / sp.width;
+    const unsigned nb[4] = {x > 0 ? i - 1 : i, x + 1 < sp.width ? i + 1 : i, y > 0 ? i - sp.width : i,
+                            y + 1 < sp.height ? i + sp.width : i};
+    for (unsigned j : nb)
+      if (!seen[j] && sp.labels[j] == label) seen[j] = 1, stack.push_back(j);
+  }
+  return reached == c.pixel_ids.size();
+}
+
+}  // namespace
+
+TEST(SlimageImage, StoresPixelsRowMajorWithChannels) {
+  slimage::Image3ub c(4, 3);
+  slimage::Image1ui16 d(4, 3);
+  EXPECT_EQ(c.width(), 4u);
+  EXPECT_EQ(c.height(), 3u);
+  EXPECT_EQ(c.size(), 12u);
+  EXPECT_EQ(d(3, 2), 0);  // starts at zero
+  c(1, 2) = {10, 20, 30};
+  c.channel(3, 0, 2) = 77;
+  d(2, 1) = 1234;
+  EXPECT_EQ(c[2 * 4 + 1][1], 20);
+  EXPECT_EQ(c.channel(1, 2, 2), 30);
+  EXPECT_EQ(c[3][2], 77);
+  EXPECT_EQ(d[1 * 4 + 2], 1234);
+  EXPECT_EQ(d.channel(2, 1, 0), 1234);
+}
+
+TEST(DaspSeeds, CountIsRoundedTotalAtMostOnePerPixel) {
+  const unsigned w = 37, h = 23;
+  std::vector<float> density(w * h);
+  for (unsigned i = 0; i < density.size(); ++i) density[i] = 0.01f + 0.05f * static_cast<float>(i % 7);
+  double total = 0;
+  for (float d : density) total += d;
+  const auto seeds = dasp::place_seeds(density, w, h);
+  EXPECT_EQ(seeds.size(), static_cast<std::size_t>(std::floor(total + 0.5)));
+  std::vector<int> used(w * h, 0);
+  for (const auto& s : seeds) {
+    ASSERT_LT(s.x, w);
+    ASSERT_LT(s.y, h);
+    EXPECT_EQ(used[s.y * w + s.x]++, 0);
+  }
+  // Density above one per pixel is capped at one seed per pixel.
+  EXPECT_EQ(dasp::place_seeds(std::vector<float>(w * h, 3.0f), w, h).size(), w * h);
+  EXPECT_TRUE(dasp::place_seeds(std::vector<float>(w * h, 0.0f), w, h).empty());
+  EXPECT_TRUE(dasp::place_seeds({}, 0, 0).empty());
+}
+
+TEST(DaspSeeds, UniformDensityGivesEvenSpacing) {
+  // One seed per 100 pixels on 128 x 128: every 32 x 32 block gets about ten.
+  const auto seeds = dasp::place_seeds(std::vector<float>(128 * 128, 0.01f), 128, 128);
+  ASSERT_EQ(seeds.size(), 164u);
+  std::vector<int> blocks(16, 0);
+  for (const auto& s : seeds) ++blocks[(s.y / 32) * 4 + s.x / 32];
+  for (int b : blocks) {
+    EXPECT_GE(b, 9);
+    EXPECT_LE(b, 12);
+  }
+}
+
+TEST(DaspConnectivity, SplitPiecesAndHolesJoinNeighbours) {
+  // Label 0 has a big piece on the left and a stray pixel inside label 1; -1 pixels are holes.
+  std::vector<int> labels = {0, 0, 0, 1, 1, 1,  //
+                             0, 0, -1, 1, 0, 1,  //
+                             0, 0, 0, 1, 1, -1};
+  dasp::enforce_connectivity(labels, 6, 3, 2);
+  const std::vector<int> expected = {0, 0, 0, 1, 1, 1,  //
+                                     0, 0, 0, 1, 1, 1,  //
+                                     0, 0, 0, 1, 1, 1};
+  EXPECT_EQ(labels, expected);
+}
+
+TEST(DaspSuperpixels, PartitionIncludesPixelsWithoutDepth) {
+  const Scene s = room_scene(160, 120, 300);
+  const auto sp = run(s);
+  expect_partition(sp);
+  // The holes are covered by clusters without depth.
+  EXPECT_TRUE(std::any_of(sp.clusters.begin(), sp.clusters.end(), [](const dasp::Cluster& c) { return c.valid_count == 0; }));
+
+  Scene blank = s;
+  blank.depth = slimage::Image1ui16(160, 120);
+  const auto none = run(blank);
+  expect_partition(none);
+  EXPECT_NEAR(static_cast<double>(none.clusters.size()), 300.0, 75.0);
+}
+
+TEST(DaspSuperpixels, CountComesNearTheRequest) {
+  for (unsigned count : {5000u, 500u}) {
+    const Scene s = room_scene(640, 480, count);
+    const auto sp = run(s);
+    expect_partition(sp);
+    std::size_t with_depth = 0;
+    for (const auto& c : sp.clusters) with_depth += c.valid_count > 0;
+    EXPECT_GE(with_depth, 0.75 * count) << count;
+    EXPECT_LE(sp.clusters.size(), 1.25 * count) << count;
+  }
+}
+
+TEST(DaspSuperpixels, ClustersAreCompactAndConnected) {
+  const Scene s = room_scene(320, 240, 800);
+  const auto sp = run(s);
+  expect_partition(sp);
+  std::size_t spread_out = 0;
+  for (std::size_t k = 0; k < sp.clusters.size(); ++k) {
+    const auto& c = sp.clusters[k];
+    EXPECT_TRUE(connected(sp, c, static_cast<int>(k))) << "cluster " << k;
+    // Expected image radius at the cluster's depth; the pixels' RMS distance from the centre
+    // of a disc of that radius is radius / sqrt(2).
+    const float depth = c.valid_count > 0 ? c.depth : 1.0f;
+    const double radius_px = sp.radius * s.parameters.focal / depth;
+    double sum = 0;
+    for (unsigned id : c.pixel_ids) {
+      const double dx = id % sp.width - c.center.x, dy = id / sp.width - c.center.y;
+      sum += dx * dx + dy * dy;
+    }
+    const double rms = std::sqrt(sum / c.pixel_ids.size());
+    EXPECT_LT(rms, 2.5 * radius_px) << "cluster " << k;
+    spread_out += rms > 1.5 * radius_px;
+  }
+  EXPECT_LT(spread_out, sp.clusters.size() / 50);
+}
+
+TEST(DaspSuperpixels, ClustersHaveEqualWorldSize) {
+  // Left half at depth 1000, right half at 2000 steps. A far pixel covers four times the world
+  // area, so per image area the far half holds four times the clusters, each a quarter the size.
+  const Scene s = flat_scene(320, 240, 600, 1000, 2000);
+  const auto sp = run(s);
+  expect_partition(sp);
+  std::size_t near = 0, far = 0, near_pixels = 0, far_pixels = 0;
+  for (const auto& c : sp.clusters) {
+    if (c.center.x < 160) {
+      ++near;
+      near_pixels += c.pixel_ids.size();
+    } else {
+      ++far;
+      far_pixels += c.pixel_ids.size();
+    }
+  }
+  ASSERT_GT(near, 0u);
+  const double ratio = static_cast<double>(far) / near;
+  EXPECT_GT(ratio, 3.2);
+  EXPECT_LT(ratio, 4.8);
+  EXPECT_NEAR(static_cast<double>(near_pixels) / near / (static_cast<double>(far_pixels) / far), 4.0, 0.8);
+  EXPECT_NEAR(static_cast<double>(sp.clusters.size()), 600.0, 150.0);
+}
+
+// Pixels whose cluster lies mostly on the other side of column `fold`.
+std::size_t pixels_across(const dasp::Superpixels& sp, unsigned fold) {
+  std::size_t across = 0;
+  for (const auto& c : sp.clusters) {
+    std::size_t left = 0;
+    for (unsigned id : c.pixel_ids) left += id % sp.width < fold;
+    across += std::min(left, c.pixel_ids.size() - left);
+  }
+  return across;
+}
+
+TEST(DaspSuperpixels, NormalsKeepClustersOffAFold) {
+  // One colour, continuous depth, but a 90 degree fold down the middle: only the normal term
+  // sees the fold.
+  Scene s = flat_scene(240, 160, 300, 0, 0);
+  for (unsigned y = 0; y < 160; ++y)
+    for (unsigned x = 0; x < 240; ++x) {
+      // Planes z = 1.2 -+ X, with X = (x - cx) z / f, meeting at the centre column.
+      const float u = std::fabs((x - s.parameters.principal_x) / s.parameters.focal);
+      s.depth(x, y) = static_cast<unsigned short>(std::lround(1000.0f * 1.2f / (1.0f + u)));
+      s.color(x, y) = {120, 120, 120};
+    }
+  std::size_t across[3];
+  for (int weight : {0, 1, 4}) {
+    s.parameters.weight_normal = static_cast<float>(weight);
+    const auto sp = run(s);
+    expect_partition(sp);
+    across[weight == 4 ? 2 : weight] = pixels_across(sp, 120);
+  }
+  EXPECT_LT(across[1], across[0]);
+  EXPECT_LT(across[2] * 2, across[0]);
+}
+
+TEST(DaspSuperpixels, MeanColourIsPixelAverage) {
+  const Scene s = room_scene(160, 120, 200);
+  const auto sp = run(s);
+  for (const auto& c : sp.clusters) {
+    double sum[3] = {0, 0, 0};
+    for (unsigned id : c.pixel_ids)
+      for (int ch = 0; ch < 3; ++ch) sum[ch] += s.color[id][ch];
+    for (int ch = 0; ch < 3; ++ch) EXPECT_NEAR(c.color[ch], sum[ch] / c.pixel_ids.size() / 255.0, 1e-6);
+  }
+}
+
+TEST(DaspSuperpixels, ResultIsDeterministicForAnyThreadCount) {
+  const Scene s = room_scene(200, 150, 400);
+  const int threads = omp_get_max_threads();
+  omp_set_num_threads(1);
+  const auto one = run(s);
+  omp_set_num_threads(2);
+  const auto two = run(s);
+  const auto again = run(s);
+  omp_set_num_threads(threads);
+  ASSERT_EQ(one.clusters.size(), two.clusters.size());
+  EXPECT_EQ(one.labels, two.labels);
+  EXPECT_EQ(two.labels, again.labels);
+  for (std::size_t k = 0; k < one.clusters.size(); ++k) {
+    EXPECT_EQ(one.clusters[k].color, two.clusters[k].color);
+    EXPECT_EQ(one.clusters[k].depth, two.clusters[k].depth);
+  }
+}
+
+TEST(DaspSuperpixels, RadiusFromCountOrBaseRadius) {
+  Scene s = flat_scene(64, 48, 0, 1000, 1000);
+  s.parameters.base_radius = 0.01f;
+  auto sp = run(s);
+  EXPECT_EQ(sp.radius, 0.01f);
+  // Each pixel covers (1/525)^2, a disc pi * 0.01^2: about 15 clusters on 64 x 48.
+  EXPECT_NEAR(static_cast<double>(sp.clusters.size()), 64 * 48 / (std::numbers::pi * 0.01 * 0.01 * 525 * 525), 3.0);
+  expect_partition(sp);
+
+  s.parameters.base_radius = 0.0f;
+  EXPECT_THROW(run(s), std::runtime_error);
+  s.parameters.count = 40;
+  sp = run(s);
+  EXPECT_NEAR(sp.radius, std::sqrt(64 * 48 / (525.0 * 525.0) / (std::numbers::pi * 40)), 1e-6);
+}
+
+TEST(DaspSuperpixels, TinyAndEmptyImages) {
+  Scene s = flat_scene(1, 1, 10, 1000, 1000);
+  auto sp = run(s);
+  ASSERT_EQ(sp.clusters.size(), 1u);
+  EXPECT_EQ(sp.clusters[0].pixel_ids, std::vector<unsigned>{0});
+
+  s = flat_scene(0, 0, 10, 1000, 1000);
+  sp = run(s);
+  EXPECT_TRUE(sp.clusters.empty());
+  EXPECT_TRUE(sp.labels.empty());
+}
+
+TEST(DaspSuperpixels, RejectsBadArguments) {
+  Scene s = flat_scene(8, 6, 4, 1000, 1000);
+  s.depth = slimage::Image1ui16(8, 5);
+  try {
+    run(s);
+    FAIL() << "no exception";
+  } catch (const std::runtime_error& e) {
+    EXPECT_EQ(std::string(e.what()),
+              "dasp::ComputeSuperpixels: colour image (8, 6) and depth image (8, 5) differ in size");
+  }
+  s = flat_scene(8, 6, 4, 1000, 1000);
+  s.parameters.focal = 0.0f;
+  EXPECT_THROW(run(s), std::runtime_error);
+  s.parameters.focal = 500.0f;
+  s.parameters.depth_scale = -1.0f;
+  EXPECT_THROW(run(s), std::runtime_error);
+}
