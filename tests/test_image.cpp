@@ -341,3 +341,58 @@ TEST(Containers, CopiesAreDeep) {
   EXPECT_EQ(e.data, nullptr);
   EXPECT_THROW(e.setSize(-1, 2), std::runtime_error);
 }
+
+// Every prefix of a valid file, and single corrupted bytes, either read or fail with an
+// exception; the sanitizer build checks that no read goes out of bounds.
+TEST(MalformedFiles, ShortAndCorruptFilesFailCleanly) {
+  const std::string good_png = scratch_path("good.png");
+  std::vector<unsigned char> pixels(4 * 3 * 4);
+  for (std::size_t i = 0; i < pixels.size(); ++i) pixels[i] = static_cast<unsigned char>(i * 37);
+  write_raw_png(good_png, 4, 3, PNG_COLOR_TYPE_RGBA, 8, pixels);
+  const std::string png = read_bytes(good_png);
+  const std::string good16 = scratch_path("good16.png");
+  io_test::write_grey16_png(good16, 3, 2, {1, 2, 3, 4, 5, 6});
+  const std::string png16 = read_bytes(good16);
+  const std::string ppm = std::string("P6\n# c\n3 2\n255\n") + std::string(18, '\x7f');
+
+  const std::string path = scratch_path("bad.png");
+  const std::string netpbm = scratch_path("bad.ppm");
+  testing::internal::CaptureStderr();
+  int failures = 0;
+  auto attempt = [&](const std::function<void()>& read) {
+    try {
+      read();
+    } catch (const std::runtime_error&) {
+      ++failures;
+    } catch (const EInvalidFileFormat&) {
+      ++failures;
+    }
+  };
+  for (std::size_t n = 0; n < png.size(); ++n) {
+    write_bytes(path, png.substr(0, n));
+    attempt([&] { read_tensor(path); });
+  }
+  for (std::size_t n = 0; n < png16.size(); ++n) {
+    write_bytes(path, png16.substr(0, n));
+    attempt([&] { read_matrix(path); });
+  }
+  for (std::size_t i = 8; i < png.size(); ++i) {
+    std::string bad = png;
+    bad[i] = static_cast<char>(bad[i] ^ 0x5a);
+    write_bytes(path, bad);
+    attempt([&] { read_tensor(path); });
+  }
+  for (std::size_t n = 0; n <= ppm.size(); ++n) {
+    write_bytes(netpbm, ppm.substr(0, n));
+    attempt([&] {
+      CTensor<float> t;
+      t.readFromPPM(netpbm.c_str());
+    });
+    attempt([&] {
+      CTensor<float> t;
+      t.readFromPGM(netpbm.c_str());
+    });
+  }
+  testing::internal::GetCapturedStderr();
+  EXPECT_GT(failures, 0);
+}
