@@ -40,20 +40,18 @@ inline std::string read_bytes(const std::string& path) {
   return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
 }
 
-// Writes a PNG with the given colour type and bit depth from packed rows as libpng expects them
-// (16-bit samples big-endian). Palette images get a grey palette of 256 entries.
-inline bool write_raw_png_rows(const std::string& path, int width, int height, int color_type, int bit_depth,
-                               std::vector<unsigned char>& bytes) {
+// Writes a PNG of any colour type from packed rows as libpng expects them (16-bit samples
+// big-endian). Palette images get a grey palette.
+inline void write_raw_png(const std::string& path, int width, int height, int color_type, int bit_depth,
+                          std::vector<unsigned char> bytes) {
   std::FILE* fp = std::fopen(path.c_str(), "wb");
-  if (fp == nullptr) return false;
+  ASSERT_NE(fp, nullptr) << path;
   png_structp png = png_create_write_struct(PNG_LIBPNG_VER_STRING, nullptr, nullptr, nullptr);
   png_infop info = png_create_info_struct(png);
-  const std::size_t rowbytes = bytes.size() / static_cast<std::size_t>(height);
   std::vector<png_bytep> rows(static_cast<std::size_t>(height));
-  for (int y = 0; y < height; ++y) rows[y] = bytes.data() + rowbytes * y;
+  for (int y = 0; y < height; ++y) rows[y] = bytes.data() + bytes.size() / height * y;
   png_color palette[256];
   for (int i = 0; i < 256; ++i) palette[i] = png_color{png_byte(i), png_byte(i), png_byte(i)};
-  bool ok = false;
   if (setjmp(png_jmpbuf(png)) == 0) {
     png_init_io(png, fp);
     png_set_IHDR(png, info, width, height, bit_depth, color_type, PNG_INTERLACE_NONE, PNG_COMPRESSION_TYPE_DEFAULT,
@@ -62,16 +60,11 @@ inline bool write_raw_png_rows(const std::string& path, int width, int height, i
     png_write_info(png, info);
     png_write_image(png, rows.data());
     png_write_end(png, info);
-    ok = true;
+  } else {
+    ADD_FAILURE() << "libpng could not write " << path;
   }
   png_destroy_write_struct(&png, &info);
   std::fclose(fp);
-  return ok;
-}
-
-inline void write_raw_png(const std::string& path, int width, int height, int color_type, int bit_depth,
-                          std::vector<unsigned char> bytes) {
-  ASSERT_TRUE(write_raw_png_rows(path, width, height, color_type, bit_depth, bytes)) << path;
 }
 
 // 16-bit grey PNG from sample values.
