@@ -1,0 +1,145 @@
+#include <climits>
+#include <cstdio>
+#include <iostream>
+
+#include "image/CTensor.h"
+#include "image/EInvalidFileFormat.h"
+#include "image/image_format.h"
+#include "image/png_io.h"
+
+namespace {
+
+// Byte-wise reading of a PPM or PGM file. A file that could not be opened reads as empty, so
+// every loop below ends at the end of the data however malformed the file is.
+class ByteReader {
+ public:
+  explicit ByteReader(const char* filename) : fp_(std::fopen(filename, "rb")) {
+    if (fp_ == nullptr) std::cerr << "File not found: " << filename << std::endl;
+  }
+  ~ByteReader() {
+    if (fp_ != nullptr) std::fclose(fp_);
+  }
+  ByteReader(const ByteReader&) = delete;
+  ByteReader& operator=(const ByteReader&) = delete;
+
+  int get() { return fp_ != nullptr ? std::fgetc(fp_) : EOF; }
+  int peek() {
+    const int c = get();
+    if (c != EOF) std::ungetc(c, fp_);
+    return c;
+  }
+
+ private:
+  std::FILE* fp_;
+};
+
+bool is_digit(int c) { return c >= '0' && c <= '9'; }
+bool is_blank_or_line_end(int c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n'; }
+
+// Runs over the decimal digits starting at c; c ends on the first byte that is not a digit.
+int read_decimal(ByteReader& in, int& c, const char* format) {
+  long long value = 0;
+  while (is_digit(c)) {
+    value = value * 10 + (c - '0');
+    if (value > INT_MAX) throw EInvalidFileFormat(format);
+    c = in.get();
+  }
+  return static_cast<int>(value);
+}
+
+struct NetpbmHeader {
+  int kind = EOF;  // the byte behind 'P'
+  int width = 0;
+  int height = 0;
+};
+
+// The header up to the height and the blank or line end behind it, shared by PPM and PGM.
+// The kind byte is checked by the caller before anything else is read.
+NetpbmHeader read_header_to_height(ByteReader& in, const char* format, int kind_a, int kind_b) {
+  NetpbmHeader h;
+  int c;
+  do c = in.get();
+  while (c != 'P' && c != EOF);
+  h.kind = in.get();
+  if (h.kind != kind_a && h.kind != kind_b) throw EInvalidFileFormat(format);
+  do c = in.get();
+  while (c != EOF && !is_blank_or_line_end(c));
+  for (;;) {  // comment lines and empty lines
+    c = in.peek();
+    if (c == '#') {
+      do c = in.get();
+      while (c != EOF && c != '\n');
+    } else if (c == '\n') {
+      in.get();
+    } else {
+      break;
+    }
+  }
+  c = in.get();
+  h.width = read_decimal(in, c, format);
+  while (c != EOF && !is_digit(c)) c = in.get();
+  h.height = read_decimal(in, c, format);
+  while (c != EOF && !is_blank_or_line_end(c)) c = in.get();
+  return h;
+}
+
+// Bytes as floats, pixel by pixel in row order, byte k of a pixel to plane k; -1 past the end.
+void read_samples(ByteReader& in, CTensor<float>& t, const NetpbmHeader& h, int planes, const char* format) {
+  const long long count = static_cast<long long>(h.width) * h.height * planes;
+  if (count > INT_MAX) throw EInvalidFileFormat(format);
+  t.setSize(h.width, h.height, planes);
+  const std::size_t plane = static_cast<std::size_t>(h.width) * static_cast<std::size_t>(h.height);
+  for (std::size_t i = 0; i < plane; ++i)
+    for (int z = 0; z < planes; ++z) {
+      const int c = in.get();
+      t.data[static_cast<std::size_t>(z) * plane + i] = c == EOF ? -1.0f : static_cast<float>(c);
+    }
+}
+
+}  // namespace
+
+template <>
+void CTensor<float>::readFromImage(const char* filename) {
+  switch (image_format_from_name(filename)) {
+    case ImageFormat::PPM: readFromPPM(filename); break;
+    case ImageFormat::PGM: readFromPGM(filename); break;
+    case ImageFormat::PNG: readFromPNG(filename, false); break;
+  }
+}
+
+template <>
+void CTensor<float>::readFromPNG(const char* filename, bool ignoreAlpha) {
+  const png_io::PngRows png =
+      png_io::read_png(filename, "CTensor::readFromPNG", png_io::Accept::Rgb8OrRgba8,
+                       "CTensor::readFromPNG: Format not supported.  Expected RGB(A) image with 8-bit per channel");
+  const int planes = ignoreAlpha ? 3 : png.channels;
+  setSize(png.width, png.height, planes);
+  for (int y = 0; y < png.height; ++y) {
+    const unsigned char* row = png.bytes.data() + png.rowbytes * static_cast<std::size_t>(y);
+    for (int x = 0; x < png.width; ++x)
+      for (int z = 0; z < planes; ++z)
+        (*this)(x, y, z) = static_cast<float>(row[static_cast<std::size_t>(x) * png.channels + z]);
+  }
+}
+
+// The maximum value is skipped but not used: samples are always single bytes.
+template <>
+void CTensor<float>::readFromPPM(const char* filename) {
+  ByteReader in(filename);
+  const NetpbmHeader h = read_header_to_height(in, "PPM", '5', '6');
+  int c;
+  do c = in.get();
+  while (c != EOF && !is_digit(c));
+  while (is_digit(c)) c = in.get();
+  while (c != EOF && c != '\n') c = in.get();
+  read_samples(in, *this, h, h.kind == '5' ? 1 : 3, "PPM");
+}
+
+// There is no step for the maximum value: the pixel bytes start right behind the height, so
+// the maximum value's digits and line end are read as the first pixels. Kept as it stands.
+template <>
+void CTensor<float>::readFromPGM(const char* filename) {
+  ByteReader in(filename);
+  const NetpbmHeader h = read_header_to_height(in, "PGM", '5', '5');
+  read_samples(in, *this, h, 1, "PGM");
+}

@@ -1,0 +1,187 @@
+#include "image/png_io.h"
+
+#include <png.h>
+
+#include <bit>
+#include <csetjmp>
+#include <cstdio>
+#include <stdexcept>
+#include <string>
+
+namespace png_io {
+namespace {
+
+// The steps that libpng may leave through longjmp live in these small functions, which hold no
+// C++ objects with destructors and only report success or failure to their caller.
+
+bool read_header(png_structp png, png_infop info, std::FILE* fp) {
+  if (setjmp(png_jmpbuf(png))) return false;
+  png_init_io(png, fp);
+  png_set_sig_bytes(png, 8);
+  png_read_info(png, info);
+  return true;
+}
+
+bool prepare_rows(png_structp png, png_infop info, bool swap16, std::size_t* rowbytes) {
+  if (setjmp(png_jmpbuf(png))) return false;
+  if (swap16) png_set_swap(png);
+  png_set_interlace_handling(png);
+  png_read_update_info(png, info);
+  *rowbytes = png_get_rowbytes(png, info);
+  return true;
+}
+
+bool read_rows(png_structp png, png_bytepp rows) {
+  if (setjmp(png_jmpbuf(png))) return false;
+  png_read_image(png, rows);
+  return true;
+}
+
+bool start_write(png_structp png, std::FILE* fp) {
+  if (setjmp(png_jmpbuf(png))) return false;
+  png_init_io(png, fp);
+  return true;
+}
+
+bool write_header(png_structp png, png_infop info, int width, int height, int channels) {
+  if (setjmp(png_jmpbuf(png))) return false;
+  png_set_IHDR(png, info, static_cast<png_uint_32>(width), static_cast<png_uint_32>(height), 8,
+               channels == 4 ? PNG_COLOR_TYPE_RGBA : PNG_COLOR_TYPE_RGB, PNG_INTERLACE_NONE,
+               PNG_COMPRESSION_TYPE_DEFAULT, PNG_FILTER_TYPE_DEFAULT);
+  png_write_info(png, info);
+  return true;
+}
+
+bool write_rows(png_structp png, png_infop info, png_bytepp rows) {
+  if (setjmp(png_jmpbuf(png))) return false;
+  png_write_image(png, rows);
+  png_write_end(png, info);
+  return true;
+}
+
+bool accepted(Accept accept, int color_type, int bit_depth) {
+  switch (accept) {
+    case Accept::Rgb8OrRgba8:
+      return (color_type == PNG_COLOR_TYPE_RGB || color_type == PNG_COLOR_TYPE_RGBA) && bit_depth == 8;
+    case Accept::Grey8Or16:
+      return color_type == PNG_COLOR_TYPE_GRAY && (bit_depth == 8 || bit_depth == 16);
+  }
+  return false;
+}
+
+// Owns the read side: closes the file and destroys whatever structures exist.
+struct ReadSession {
+  std::FILE* fp = nullptr;
+  png_structp png = nullptr;
+  png_infop info = nullptr;
+  ~ReadSession() { close(); }
+  void close() {
+    if (png != nullptr) png_destroy_read_struct(&png, info != nullptr ? &info : nullptr, nullptr);
+    png = nullptr;
+    info = nullptr;
+    if (fp != nullptr) std::fclose(fp);
+    fp = nullptr;
+  }
+};
+
+struct WriteSession {
+  std::FILE* fp = nullptr;
+  png_structp png = nullptr;
+  png_infop info = nullptr;
+  ~WriteSession() { close(); }
+  void close() {
+    if (png != nullptr) png_destroy_write_struct(&png, info != nullptr ? &info : nullptr);
+    png = nullptr;
+    info = nullptr;
+    if (fp != nullptr) std::fclose(fp);
+    fp = nullptr;
+  }
+};
+
+[[noreturn]] void fail(const char* who, const std::string& what) {
+  throw std::runtime_error(std::string(who) + ": " + what);
+}
+
+}  // namespace
+
+PngRows read_png(const char* filename, const char* who, Accept accept, const char* refusal) {
+  ReadSession s;
+  s.fp = std::fopen(filename, "rb");
+  if (s.fp == nullptr) fail(who, std::string("Cannot open file ") + filename);
+
+  png_byte signature[8];
+  if (std::fread(signature, 1, 8, s.fp) != 8) fail(who, std::string("Could not read header of file ") + filename);
+  if (png_sig_cmp(signature, 0, 8) != 0) fail(who, std::string("File ") + filename + " is not a PNG");
+
+  s.png = png_create_read_struct(PNG_LIBPNG_VER_STRING, nullptr, nullptr, nullptr);
+  if (s.png == nullptr) fail(who, "Could not create png read struct");
+  s.info = png_create_info_struct(s.png);
+  if (s.info == nullptr) {
+    s.close();
+    fail(who, "Could not create png info struct");
+  }
+  if (!read_header(s.png, s.info, s.fp)) {
+    s.close();
+    fail(who, "png_init_io failed");
+  }
+
+  PngRows result;
+  result.width = static_cast<int>(png_get_image_width(s.png, s.info));
+  result.height = static_cast<int>(png_get_image_height(s.png, s.info));
+  result.channels = png_get_channels(s.png, s.info);
+  result.bit_depth = png_get_bit_depth(s.png, s.info);
+  const int color_type = png_get_color_type(s.png, s.info);
+  if (!accepted(accept, color_type, result.bit_depth)) {
+    s.close();
+    throw std::runtime_error(refusal);
+  }
+
+  // 16-bit samples are big-endian in the file; swapping gives the machine's order here.
+  const bool swap16 = result.bit_depth == 16 && std::endian::native == std::endian::little;
+  if (!prepare_rows(s.png, s.info, swap16, &result.rowbytes)) {
+    s.close();
+    fail(who, "png_read_image failed");
+  }
+  result.bytes.resize(result.rowbytes * static_cast<std::size_t>(result.height));
+  std::vector<png_bytep> rows(static_cast<std::size_t>(result.height));
+  for (int y = 0; y < result.height; ++y) rows[y] = result.bytes.data() + result.rowbytes * y;
+  if (!read_rows(s.png, rows.data())) {
+    s.close();
+    fail(who, "png_read_image failed");
+  }
+  s.close();
+  return result;
+}
+
+void write_png(const char* filename, const char* who, int width, int height, int channels,
+               const std::vector<unsigned char>& interleaved) {
+  WriteSession s;
+  s.fp = std::fopen(filename, "wb");
+  if (s.fp == nullptr) fail(who, std::string("Cannot open file ") + filename);
+  s.png = png_create_write_struct(PNG_LIBPNG_VER_STRING, nullptr, nullptr, nullptr);
+  if (s.png == nullptr) fail(who, "Could not create png write struct");
+  s.info = png_create_info_struct(s.png);
+  if (s.info == nullptr) {
+    s.close();
+    fail(who, "Could not create png info struct");
+  }
+  if (!start_write(s.png, s.fp)) {
+    s.close();
+    fail(who, "png_init_io failed");
+  }
+  if (!write_header(s.png, s.info, width, height, channels)) {
+    s.close();
+    fail(who, "png_write_info failed");
+  }
+  const std::size_t rowbytes = static_cast<std::size_t>(width) * static_cast<std::size_t>(channels);
+  std::vector<png_bytep> rows(static_cast<std::size_t>(height));
+  for (int y = 0; y < height; ++y)
+    rows[y] = const_cast<png_bytep>(interleaved.data()) + rowbytes * static_cast<std::size_t>(y);
+  if (!write_rows(s.png, s.info, rows.data())) {
+    s.close();
+    fail(who, "png_write_image failed");
+  }
+  s.close();
+}
+
+}  // namespace png_io

@@ -1,0 +1,126 @@
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "ply/ply.h"
+#include "src/model_output.h"
+#include "tests/io_test_support.h"
+
+using io_test::read_bytes;
+using io_test::scratch_path;
+
+namespace {
+
+std::string model_header(std::size_t count) {
+  return "ply\n"
+         "format binary_little_endian 1.0\n"
+         "element vertex " +
+         std::to_string(count) +
+         "\n"
+         "property float x\n"
+         "property float y\n"
+         "property float z\n"
+         "property float nx\n"
+         "property float ny\n"
+         "property float nz\n"
+         "property uchar diffuse_red\n"
+         "property uchar diffuse_green\n"
+         "property uchar diffuse_blue\n"
+         "property float psz\n"
+         "end_header\n";
+}
+
+// One vertex record: x y z nx ny nz as float, red green blue as uchar, psz as float (no alpha).
+constexpr std::size_t kRecordSize = 6 * 4 + 3 + 4;
+
+std::vector<float> floats_of(const std::string& bytes, std::size_t at) {
+  std::vector<float> v(7);
+  for (int k = 0; k < 7; ++k) std::memcpy(&v[k], bytes.data() + at + (k < 6 ? 4 * k : 27), 4);
+  return v;
+}
+
+std::vector<int> colour_of(const std::string& bytes, std::size_t at) {
+  return {static_cast<unsigned char>(bytes[at + 24]), static_cast<unsigned char>(bytes[at + 25]),
+          static_cast<unsigned char>(bytes[at + 26])};
+}
+
+Particle make_particle(uchar4 color, float radius) {
+  Particle p{};
+  p.pos = make_float3(1.0f, 2.0f, 3.0f);
+  p.dir = make_float3(0.0f, 0.6f, 0.8f);
+  p.color = color;
+  p.radius = radius;
+  return p;
+}
+
+std::vector<std::string> errors;
+void collect(p_ply, const char* message) { errors.emplace_back(message); }
+
+}  // namespace
+
+TEST(ModelOutput, WritesHeaderAndVerticesAtTheirCurrentPositions) {
+  const std::string path = scratch_path("model.ply");
+  // Same ray, different offsets: different points.
+  const std::vector<Particle> particles = {make_particle(make_uchar4(10, 20, 30, 40), 0.25f),
+                                           make_particle(make_uchar4(250, 0, 128, 77), 0.5f)};
+  writeParticlesToPLY(particles, {0.0f, -2.5f}, {make_float3(0, 0, 1), make_float3(0.6f, -0.8f, 0)}, path);
+  const std::string bytes = read_bytes(path);
+  const std::string header = model_header(2);
+  ASSERT_EQ(bytes.size(), header.size() + 2 * kRecordSize);
+  EXPECT_EQ(bytes.substr(0, header.size()), header);
+  const std::size_t a = header.size(), b = a + kRecordSize;
+  EXPECT_EQ(floats_of(bytes, a), (std::vector<float>{1, 2, 3, 0, 0, 1, 0.25f}));
+  EXPECT_EQ(floats_of(bytes, b), (std::vector<float>{1, 2.0f + -2.5f * 0.6f, 3.0f + -2.5f * 0.8f, 0.6f, -0.8f, 0, 0.5f}));
+  EXPECT_EQ(colour_of(bytes, a), (std::vector<int>{10, 20, 30}));
+  EXPECT_EQ(colour_of(bytes, b), (std::vector<int>{250, 0, 128}));
+}
+
+TEST(ModelOutput, EmptyModelIsHeaderOnly) {
+  const std::string path = scratch_path("empty.ply");
+  io_test::write_bytes(path, std::string(1000, 'x'));  // an existing file is replaced
+  writeParticlesToPLY({}, {}, {}, path);
+  EXPECT_EQ(read_bytes(path), model_header(0));
+}
+
+TEST(PlyWriter, OtherModesTypesAndElements) {
+  const std::string text = scratch_path("ascii.ply"), big = scratch_path("big.ply");
+  p_ply ply = ply_create(text.c_str(), PLY_ASCII, nullptr);
+  ply_add_element(ply, "point", 2);
+  ply_add_scalar_property(ply, "v", PLY_FLOAT);
+  ply_add_scalar_property(ply, "i", PLY_INT);
+  ply_add_element(ply, "none", 0);
+  ply_add_element(ply, "tag", 1);
+  ply_add_scalar_property(ply, "c", PLY_UCHAR);
+  ply_write_header(ply);
+  for (double v : {0.5, -7.9, 1e-3, 42.0, 300.0}) EXPECT_EQ(ply_write(ply, v), 1);
+  EXPECT_EQ(ply_write(ply, 1.0), 0);  // beyond the declared count
+  EXPECT_EQ(ply_close(ply), 1);
+  EXPECT_EQ(read_bytes(text),
+            "ply\nformat ascii 1.0\nelement point 2\nproperty float v\nproperty int i\nelement none 0\n"
+            "element tag 1\nproperty uchar c\nend_header\n0.5 -7\n0.00100000005 42\n255\n");
+
+  ply = ply_create(big.c_str(), PLY_BINARY_BIG_ENDIAN, nullptr);
+  ply_add_element(ply, "e", 2);
+  ply_add_scalar_property(ply, "s", PLY_SHORT);
+  ply_add_scalar_property(ply, "f", PLY_FLOAT);
+  ply_write_header(ply);
+  ply_write(ply, -2.0);
+  ply_write(ply, 1.0);
+  EXPECT_EQ(ply_close(ply), 0);  // one instance missing
+  EXPECT_EQ(read_bytes(big), "ply\nformat binary_big_endian 1.0\nelement e 2\nproperty short s\nproperty float f\n"
+                             "end_header\n" + std::string("\xff\xfe\x3f\x80\x00\x00", 6));
+}
+
+TEST(PlyWriter, FailuresGoToTheCallbackAndNullHandlesDoNothing) {
+  errors.clear();
+  const std::string nowhere = scratch_path("no/such/dir.ply");
+  p_ply ply = ply_create(nowhere.c_str(), PLY_DEFAULT, collect);
+  EXPECT_EQ(ply, nullptr);
+  EXPECT_EQ(errors, std::vector<std::string>{"ply_create: cannot open file " + nowhere});
+  EXPECT_EQ(ply_add_element(ply, "vertex", 1), 0);
+  EXPECT_EQ(ply_write_header(ply), 0);
+  EXPECT_EQ(ply_write(ply, 1.0), 0);
+  EXPECT_EQ(ply_close(ply), 0);
+}
