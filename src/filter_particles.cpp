@@ -82,6 +82,11 @@ void start_step_and_rebuild(CellIndex& index, const std::vector<Particle>& parti
 
 }  // namespace
 
+int neighbour_stride(float average_length, int cell_samples) {
+  const float s = average_length / static_cast<float>(cell_samples);
+  return s > 1.0f ? static_cast<int>(s) : 1;
+}
+
 void filter_particles(std::vector<Particle>& particles, std::vector<float>& offsets, std::vector<float3>& normals,
                       float alpha, float beta, float radius, int exact_iterations, int gradient_iterations,
                       float timestep, int cell_samples, std::string label) {
@@ -126,8 +131,7 @@ void filter_particles(std::vector<Particle>& particles, std::vector<float>& offs
   const HashMap first_cell_map = create_hash_map(index.cell_keys, index.cell_starts, 0.8f);
   index.cell_map = first_cell_map;
 
-  const float samples_per_stride = average_length / static_cast<float>(cell_samples);
-  const int stride = samples_per_stride > 1.0f ? static_cast<int>(samples_per_stride) : 1;
+  const int stride = neighbour_stride(average_length, cell_samples);
 
   std::vector<float> density(n, 0.0f);
   std::vector<float> new_offsets(n, 0.0f);

@@ -15,3 +15,7 @@
 void filter_particles(std::vector<Particle>& particles, std::vector<float>& offsets, std::vector<float3>& normals,
                       float alpha, float beta, float radius, int exact_iterations, int gradient_iterations,
                       float timestep, int cell_samples, std::string label);
+
+// Neighbour stride of a run: about `cell_samples` particles of each neighbour cell are visited.
+// (int)(average_length / cell_samples) if that is above 1, else 1.
+int neighbour_stride(float average_length, int cell_samples);

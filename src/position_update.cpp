@@ -70,7 +70,13 @@ void update_particles_gd(std::vector<float>& new_offsets, const std::vector<Part
     run_gradient_pass<false>(results, particles, density, offsets, normals, cell_keys, cell_prefix_sum, handles,
                              cell_map, first_cell_map, grid_min, max_cell_length, radius, alpha, beta, stride);
 
-  // The step: each result touches only its own particle's offset and normal.
+  gradient_step(new_offsets, offsets, normals, particles, results, radius, timestep);
+}
+
+void gradient_step(std::vector<float>& new_offsets, const std::vector<float>& offsets, std::vector<float3>& normals,
+                   const std::vector<Particle>& particles, const std::vector<std::pair<int, float3>>& results,
+                   float radius, float timestep) {
+  // Each result touches only its own particle's offset and normal.
   const long long count = static_cast<long long>(results.size());
 #pragma omp parallel for schedule(static)
   for (long long s = 0; s < count; ++s) {

@@ -232,6 +232,13 @@ void update_particles(std::vector<float>& new_offsets, const std::vector<Particl
                       const HashMap& first_cell_map, float3 grid_min, int max_cell_length, float radius, float alpha,
                       float beta, float omega, int stride);
 
+// The gradient step for every result (i, g): t moves by -g.x * timestep, cut to `radius`, into
+// new_offsets[i]; the normal's angles move by -timestep * (g.y, g.z), and the turned normal is kept
+// only if it still faces the camera.
+void gradient_step(std::vector<float>& new_offsets, const std::vector<float>& offsets, std::vector<float3>& normals,
+                   const std::vector<Particle>& particles, const std::vector<std::pair<int, float3>>& results,
+                   float radius, float timestep);
+
 // Prints "  updating particle positions (gradient descent)" and takes one gradient step of length
 // `timestep`: new_offsets gets the offsets moved by at most `radius`, and normals turn in place
 // unless that would make them face away from their camera.
