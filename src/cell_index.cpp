@@ -5,9 +5,6 @@
 #include <cfloat>
 #include <cmath>
 
-#include <thrust/sort.h>
-#include <thrust/system/omp/execution_policy.h>
-
 #include "src/morton.h"
 #include "src/particle_position.h"
 
@@ -106,11 +103,6 @@ void compute_cell_keys(std::vector<unsigned long long>& keys, const std::vector<
                   ? cell_key(particle_position(p, t), grid_min, inv_cell)
                   : invalid_cell_key;
   }
-}
-
-void sort_particle_handles(std::vector<unsigned int>& handles, std::vector<unsigned long long>& keys) {
-  if (keys.empty()) return;
-  thrust::stable_sort_by_key(thrust::omp::par, keys.data(), keys.data() + keys.size(), handles.data());
 }
 
 void create_cell_start_index_table(std::vector<unsigned long long>& cell_keys, std::vector<unsigned int>& cell_starts,
