@@ -18,8 +18,10 @@ constexpr float kHeight = 2.0f;
 inline float fx_for(int side) { return static_cast<float>(side); }
 inline float fine_radius(int side) { return 5.0f * kHeight / fx_for(side); }
 
+// Depth noise shrinks with the pixel size, so that noise, radius and cell stay in proportion and
+// every size asks for the same work per particle.
 inline cloud::ParticleSet plane_set(int side) {
-  return cloud::plane_views(4, side, side, fx_for(side), kHeight, 0.6f, 0.003f, 99);
+  return cloud::plane_views(4, side, side, fx_for(side), kHeight, 0.6f, 0.003f * 250.0f / static_cast<float>(side), 99);
 }
 
 // Peak resident set of the process so far, in bytes.
