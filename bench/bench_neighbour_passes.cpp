@@ -1,0 +1,125 @@
+// Pair evaluations per second of each neighbour pass on a 0.25 M-particle plane set, at the stride
+// of the fine model (about 5 samples per neighbour cell), and the rebuild of the cell index.
+
+#include <benchmark/benchmark.h>
+#include <omp.h>
+
+#include "bench/bench_cloud.h"
+#include "src/cell_index.h"
+#include "src/density.h"
+#include "src/filter_particles.h"
+#include "src/hash_map.h"
+#include "src/iterate_particles_cells.h"
+#include "src/normals.h"
+#include "src/position_update.h"
+
+namespace {
+
+struct Fixture {
+  cloud::ParticleSet set;
+  std::vector<unsigned int> handles;
+  std::vector<unsigned long long> keys, cell_keys;
+  std::vector<unsigned int> cell_starts;
+  std::vector<int> prefix;
+  HashMap map;
+  float3 grid_min{};
+  float radius = 0.0f;
+  int stride = 1;
+  int max_cell_length = 0;
+  std::vector<float> density;
+
+  void rebuild() {
+    compute_cell_keys(keys, handles, set.particles, set.offsets, grid_min, 1.0f / radius);
+    sort_particle_handles(handles, keys);
+    create_cell_start_index_table(cell_keys, cell_starts, keys);
+    create_cell_size_prefix_sum(prefix, cell_starts, static_cast<int>(set.size()));
+    map = create_hash_map(cell_keys, cell_starts, 0.8f);
+  }
+};
+
+// Counts the delivered pairs of a pass.
+struct CountPairsFunctor {
+  using Out_t = float;
+  float pairs = 0.0f;
+  void setup(const NeighbourPass&) {}
+  void start(int, const float3&) { pairs = 0.0f; }
+  void pair(int, const float3&) { pairs += 1.0f; }
+  Out_t finish() const { return pairs; }
+};
+
+Fixture& fixture() {
+  static Fixture f = [] {
+    Fixture f;
+    const int side = 250;
+    f.set = bench_cloud::plane_set(side);
+    f.radius = bench_cloud::fine_radius(side);
+    float3 lo;
+    particles_bounding_box(&lo, nullptr, f.set.particles, f.set.offsets);
+    f.grid_min = {lo.x - 10.0f * f.radius, lo.y - 10.0f * f.radius, lo.z - 10.0f * f.radius};
+    f.handles.resize(f.set.size());
+    for (size_t k = 0; k < f.set.size(); ++k) f.handles[k] = static_cast<unsigned int>(k);
+    f.rebuild();
+    reorder_particles(f.set.particles, f.set.offsets, f.set.normals, f.handles);
+    f.rebuild();
+    float average = 0.0f;
+    cell_length_statistics(&f.max_cell_length, &average, f.cell_keys, f.cell_starts, f.keys);
+    f.stride = neighbour_stride(average, 5);
+    bench_cloud::QuietStdout quiet;
+    f.density.assign(f.set.size(), 0.0f);
+    update_density(f.density, f.set.particles, f.set.offsets, f.set.normals, f.cell_keys, f.prefix, f.handles, f.map,
+                   f.map, f.grid_min, f.max_cell_length, f.radius, 0.001f, 1.0f, f.stride);
+    return f;
+  }();
+  return f;
+}
+
+template <typename Functor, bool with_self>
+double pair_count(Fixture& f) {
+  CountPairsFunctor counter;
+  std::vector<std::pair<int, float>> results;
+  iterate_particles_cells<CountPairsFunctor, with_self>(counter, results, f.cell_keys, f.prefix, f.density,
+                                                        f.set.offsets, f.set.normals, f.set.particles, f.handles,
+                                                        f.map, f.map, f.grid_min, f.max_cell_length, f.radius,
+                                                        0.001f, 1.0f, f.stride);
+  double total = 0.0;
+  for (const auto& r : results) total += r.second;
+  return total;
+}
+
+template <typename Functor, bool with_self>
+void BM_Pass(benchmark::State& state) {
+  Fixture& f = fixture();
+  omp_set_num_threads(static_cast<int>(state.range(0)));
+  const double pairs = pair_count<Functor, with_self>(f);
+  for (auto _ : state) {
+    Functor functor;
+    std::vector<std::pair<int, typename Functor::Out_t>> results;
+    iterate_particles_cells<Functor, with_self>(functor, results, f.cell_keys, f.prefix, f.density, f.set.offsets,
+                                                f.set.normals, f.set.particles, f.handles, f.map, f.map, f.grid_min,
+                                                f.max_cell_length, f.radius, 0.001f, 1.0f, f.stride);
+    benchmark::DoNotOptimize(results.data());
+  }
+  state.counters["pairs_per_s"] = benchmark::Counter(pairs * state.iterations(), benchmark::Counter::kIsRate);
+  state.counters["pairs_per_particle"] = pairs / static_cast<double>(f.set.size());
+  state.counters["stride"] = f.stride;
+  omp_set_num_threads(omp_get_num_procs());
+}
+
+void BM_Rebuild(benchmark::State& state) {
+  Fixture& f = fixture();
+  omp_set_num_threads(static_cast<int>(state.range(0)));
+  for (auto _ : state) f.rebuild();
+  state.counters["particles_per_s"] =
+      benchmark::Counter(static_cast<double>(f.set.size()) * state.iterations(), benchmark::Counter::kIsRate);
+  omp_set_num_threads(omp_get_num_procs());
+}
+
+}  // namespace
+
+BENCHMARK(BM_Pass<ComputeDensityFunctor, true>)->Name("density")->Arg(1)->Arg(2)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(BM_Pass<ComputeNormalsFunctor<false, true>, true>)->Name("normals")->Arg(1)->Arg(2)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(BM_Pass<UpdateParticlePosFunctor<true>, false>)->Name("exact_step")->Arg(1)->Arg(2)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(BM_Pass<ComputeGradientFunctor<true>, false>)->Name("gradient")->Arg(1)->Arg(2)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(BM_Rebuild)->Name("rebuild_index")->Arg(1)->Arg(2)->Unit(benchmark::kMillisecond)->UseRealTime();
+
+BENCHMARK_MAIN();
