@@ -12,6 +12,9 @@ enum Error {
   ErrorInvalidMemcpyDirection,
   ErrorInvalidResourceHandle,
   ErrorNotReady,
+  ErrorInvalidPitchValue,
+  ErrorInvalidChannelDescriptor,
+  ErrorInvalidTexture,
 };
 
 // The last error of the calling thread: set by failing calls, returned and cleared by
@@ -20,5 +23,8 @@ Error getLastError();
 Error peekAtLastError();
 void setLastError(Error e);
 const char* getErrorString(Error e);
+
+// Records e as the last error and returns it, so failing calls can end with `return fail(e)`.
+Error fail(Error e);
 
 }  // namespace device
