@@ -40,8 +40,8 @@ uint4 packed_pitches(uint4 e, std::size_t element_size) {
 bool any_zero(uint4 e) { return e.x == 0 || e.y == 0 || e.z == 0 || e.w == 0; }
 
 // Kernels address with 32-bit byte offsets, so an array must span less than 4 GiB.
-std::size_t checked_bytes(uint4 e, std::size_t element_size, char const* function) {
-  unsigned __int128 bytes = static_cast<unsigned __int128>(e.x) * e.y * e.z * e.w * element_size;
+std::size_t checked_bytes(std::size_t row_bytes, uint4 e, char const* function) {
+  unsigned __int128 bytes = static_cast<unsigned __int128>(row_bytes) * e.y * e.z * e.w;
   if (bytes >= (static_cast<unsigned __int128>(1) << 32))
     throw std::runtime_error(std::string(function) + ": array spans 4 GiB or more " + str_extents(e));
   return static_cast<std::size_t>(bytes);
@@ -81,7 +81,7 @@ std::string str_cudaChannelFormatDesc(device::ChannelFormatDesc const& d) {
 Bytes mallocHostBytes(uint4 extents, MemLayout layout, std::size_t element_size) {
   if (any_zero(extents)) throw std::runtime_error("ketra::mallocHostArray: all extents must be >= 1");
   if (layout == Pitched) throw std::runtime_error("ketra::mallocHostArray: unsupported memory layout");
-  std::size_t bytes = checked_bytes(extents, element_size, "ketra::mallocHostArray");
+  std::size_t bytes = checked_bytes(extents.x * element_size, extents, "ketra::mallocHostArray");
   return Bytes{static_cast<unsigned char*>(std::malloc(bytes)), packed_pitches(extents, element_size), extents, -1};
 }
 
@@ -96,8 +96,7 @@ Bytes mallocDeviceBytes(uint4 extents, MemLayout layout, std::size_t element_siz
     // The span check uses the padded row pitch that the allocation will have.
     std::size_t row_bytes = extents.x * element_size;
     std::size_t padded = (row_bytes + device::kPitchAlignment - 1) / device::kPitchAlignment * device::kPitchAlignment;
-    checked_bytes(make_uint4(static_cast<unsigned int>(padded), extents.y, extents.z, extents.w), 1,
-                  "ketra::mallocDeviceArray");
+    checked_bytes(padded, extents, "ketra::mallocDeviceArray");
     device::PitchedPtr p;
     device::allocatePitched(&p, device::makeExtent(row_bytes, extents.y, static_cast<std::size_t>(extents.z) * extents.w));
     _CHECK_CUDA_ERROR(__FILE__, __LINE__);
@@ -105,7 +104,7 @@ Bytes mallocDeviceBytes(uint4 extents, MemLayout layout, std::size_t element_siz
     a.data = static_cast<unsigned char*>(p.ptr);
     a.pitch = make_uint4(static_cast<unsigned int>(element_size), row, extents.y * row, extents.y * row * extents.z);
   } else {
-    std::size_t bytes = checked_bytes(extents, element_size, "ketra::mallocDeviceArray");
+    std::size_t bytes = checked_bytes(extents.x * element_size, extents, "ketra::mallocDeviceArray");
     void* p = nullptr;
     device::allocate(&p, bytes);
     _CHECK_CUDA_ERROR(__FILE__, __LINE__);
