@@ -10,8 +10,9 @@
 
 namespace ketra {
 
+// last = -1 stands for the end of the dimension, so it may follow a first of 0 or less.
 Range::Range(int first_, int last_) : first(first_), last(last_) {
-  if (first > last) {
+  if (last == -1 ? first > 0 : first > last) {
     std::ostringstream s;
     s << "Range(): the first element must be <= than the last element." << " first = " << first
       << ",  last = " << last << "\n";
