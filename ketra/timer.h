@@ -1,6 +1,9 @@
 #pragma once
 
+#include <iosfwd>
 #include <string>
+#include <utility>
+#include <vector>
 
 namespace ketra::timer {
 
@@ -23,5 +26,11 @@ void printToScreen(std::string const& name = "", Format format = Auto, Sorting s
                    bool ascending = true);
 void printToFile(std::string const& name, std::string const& path, Format format = Auto,
                  Sorting sorting = ByName, bool ascending = true);
+
+namespace internal {
+// Prints (name, milliseconds) rows as the print functions do; the timer table is not touched.
+void printRows(std::ostream& out, std::vector<std::pair<std::string, float>> rows, Format format, Sorting sorting,
+               bool ascending);
+}  // namespace internal
 
 }  // namespace ketra::timer
