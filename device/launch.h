@@ -24,9 +24,10 @@ struct Index {
   Dim3 blockDim;   // threads per block
   Dim3 gridDim;    // blocks per grid
   // Global thread coordinates, as signed 32-bit indices like kernels use them.
-  HOST_DEVICE int x() const { return static_cast<int>(block.x * blockDim.x + thread.x); }
-  HOST_DEVICE int y() const { return static_cast<int>(block.y * blockDim.y + thread.y); }
-  HOST_DEVICE int z() const { return static_cast<int>(block.z * blockDim.z + thread.z); }
+  int gx = 0, gy = 0, gz = 0;
+  HOST_DEVICE int x() const { return gx; }
+  HOST_DEVICE int y() const { return gy; }
+  HOST_DEVICE int z() const { return gz; }
 };
 
 // Returns Success or the launch error (invalid configuration, invalid stream) without recording it.
@@ -50,16 +51,43 @@ Error launch(Dim3 grid, Dim3 block, Kernel const& kernel, stream_t stream = null
     Index idx{Dim3(static_cast<unsigned>(b % gx), static_cast<unsigned>(b / gx % gy),
                    static_cast<unsigned>(b / (gx * gy))),
               Dim3(), block, grid};
-    for (unsigned tz = 0; tz < block.z; ++tz) {
-      idx.thread.z = tz;
-      for (unsigned ty = 0; ty < block.y; ++ty) {
-        idx.thread.y = ty;
-        for (unsigned tx = 0; tx < block.x; ++tx) {
-          idx.thread.x = tx;
+    const int base_x = static_cast<int>(idx.block.x * block.x);
+    const int base_y = static_cast<int>(idx.block.y * block.y);
+    const int base_z = static_cast<int>(idx.block.z * block.z);
+    const int bx = static_cast<int>(block.x), by = static_cast<int>(block.y), bz = static_cast<int>(block.z);
+    for (int tz = 0; tz < bz; ++tz) {
+      idx.thread.z = static_cast<unsigned>(tz);
+      idx.gz = base_z + tz;
+      for (int ty = 0; ty < by; ++ty) {
+        idx.thread.y = static_cast<unsigned>(ty);
+        idx.gy = base_y + ty;
+        for (int tx = 0; tx < bx; ++tx) {
+          idx.thread.x = static_cast<unsigned>(tx);
+          idx.gx = base_x + tx;
           kernel(idx);
         }
       }
     }
+  }
+  return Success;
+}
+
+// The flattened form for kernels that cover an extent element by element: kernel(x, y, z) runs
+// once for each element of `extent` and never outside it, rows spread over OpenMP threads. It
+// is checked as the launch of blocks of 32 x 4 x 1 over that extent would be. With no bounds
+// test in the kernel the compiler can vectorise each row, as it would a plain loop.
+template <class Kernel>
+Error launchElements(Dim3 extent, Kernel const& kernel, stream_t stream = nullptr) {
+  Dim3 block(32, 4, 1);
+  Dim3 grid(blocksFor(extent.x, block.x), blocksFor(extent.y, block.y), extent.z);
+  if (extent.x == 0 || extent.y == 0 || extent.z == 0) return fail(ErrorInvalidConfiguration);
+  if (Error e = checkLaunch(grid, block, stream); e != Success) return fail(e);
+  const int nx = static_cast<int>(extent.x), ny = static_cast<int>(extent.y);
+  const long long rows = static_cast<long long>(extent.y) * extent.z;
+#pragma omp parallel for schedule(static)
+  for (long long r = 0; r < rows; ++r) {
+    const int y = static_cast<int>(r % ny), z = static_cast<int>(r / ny);
+    for (int x = 0; x < nx; ++x) kernel(x, y, z);
   }
   return Success;
 }

@@ -369,3 +369,17 @@ TEST_F(Device, MemoryInfoIsThatOfTheMachine) {
   EXPECT_EQ(ordinal, 0);
   EXPECT_EQ(count, 1);
 }
+
+TEST_F(Device, FlattenedLaunchCoversExactlyTheExtent) {
+  const int nx = 33, ny = 5, nz = 2;
+  std::vector<int> hits(nx * ny * nz, 0);
+  int* h = hits.data();
+  ASSERT_EQ(launchElements(Dim3(nx, ny, nz), [=](int x, int y, int z) { atomicAdd(&h[(z * ny + y) * nx + x], 1); }),
+            Success);
+  for (int v : hits) EXPECT_EQ(v, 1);
+  int runs = 0;
+  EXPECT_EQ(launchElements(Dim3(1, 1, 65536), [&](int, int, int) { ++runs; }), ErrorInvalidConfiguration);
+  EXPECT_EQ(launchElements(Dim3(0, 1, 1), [&](int, int, int) { ++runs; }), ErrorInvalidConfiguration);
+  EXPECT_EQ(runs, 0);
+  getLastError();
+}
