@@ -10,7 +10,7 @@ struct TextureArray;
 
 // Direction of a copy. Each side named "device" must lie inside one live allocation (or be a
 // texture array); each side named "host" must not be device memory.
-enum CopyKind {
+enum CopyKind : int {
   CopyHostToHost = 0,
   CopyHostToDevice = 1,
   CopyDeviceToHost = 2,

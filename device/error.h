@@ -3,7 +3,7 @@
 namespace device {
 
 // Error codes of the device layer, after the runtime errors that the system's code tests for.
-enum Error {
+enum Error : int {
   Success = 0,
   ErrorInvalidValue,
   ErrorMemoryAllocation,

@@ -8,7 +8,7 @@
 namespace device {
 
 // Kind of the channels of a texture array.
-enum ChannelKind {
+enum ChannelKind : int {
   ChannelKindSigned = 0,
   ChannelKindUnsigned = 1,
   ChannelKindFloat = 2,

@@ -28,7 +28,7 @@ struct Array {
   int device = -1;  // device ordinal, -1 for host memory
 };
 
-enum MemLayout {
+enum MemLayout : int {
   Pitched = 0,  // device only: rows padded to the device's preferred pitch
   Packed = 1,   // rows, slices and volumes follow each other without gaps
 };

@@ -16,7 +16,7 @@ struct Filter {
 };
 
 // How reads outside the array are answered: the accessors of access.h.
-enum BorderTreatment {
+enum BorderTreatment : int {
   BorderMirror = 0,
   BorderZero = 1,
   BorderClamp = 2,

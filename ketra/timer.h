@@ -9,10 +9,10 @@ namespace ketra::timer {
 
 // How a time prints: 0 msec, 1 sec, 2 min, 3 h, 4 h:m:s, 5 each time in the largest unit that
 // fits it, 6 all times in the largest unit that any printed time needs.
-enum Format { Msec = 0, Sec = 1, Min = 2, Hour = 3, HourMinSec = 4, Auto = 5, AutoCommon = 6 };
+enum Format : int { Msec = 0, Sec = 1, Min = 2, Hour = 3, HourMinSec = 4, Auto = 5, AutoCommon = 6 };
 
 // 0 sorts by name, then time; any other value by time alone.
-enum Sorting { ByName = 0, ByTime = 1 };
+enum Sorting : int { ByName = 0, ByTime = 1 };
 
 void start(std::string const& name);
 void stop(std::string const& name);
