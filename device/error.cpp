@@ -16,6 +16,11 @@ Error peekAtLastError() { return last_error; }
 
 void setLastError(Error e) { last_error = e; }
 
+Error fail(Error e) {
+  last_error = e;
+  return e;
+}
+
 const char* getErrorString(Error e) {
   switch (e) {
     case Success: return "no error";
@@ -26,6 +31,9 @@ const char* getErrorString(Error e) {
     case ErrorInvalidMemcpyDirection: return "invalid copy direction for memcpy";
     case ErrorInvalidResourceHandle: return "invalid resource handle";
     case ErrorNotReady: return "device not ready";
+    case ErrorInvalidPitchValue: return "invalid pitch argument";
+    case ErrorInvalidChannelDescriptor: return "invalid channel descriptor";
+    case ErrorInvalidTexture: return "invalid texture reference";
   }
   return "unrecognized error code";
 }

@@ -2,23 +2,19 @@
 
 namespace device {
 
-namespace {
-Error fail(Error e) {
-  setLastError(e);
-  return e;
-}
-}  // namespace
-
 Error eventCreateWithFlags(event_t* event, unsigned int flags) {
   if (event == nullptr || flags != 0) return fail(ErrorInvalidValue);
   *event = new EventState;
   return Success;
 }
 
-Error eventRecord(event_t event, stream_t) {
-  if (event == nullptr) return fail(ErrorInvalidResourceHandle);
+// Work issued on the stream before the record has finished when the executor returns, so the
+// host clock now is the moment the stream reaches the event.
+Error eventRecord(event_t event, stream_t stream) {
+  if (event == nullptr || !isValidStream(stream)) return fail(ErrorInvalidResourceHandle);
   event->stamp = std::chrono::steady_clock::now();
   event->recorded = true;
+  event->stream = stream;
   return Success;
 }
 

@@ -3,17 +3,16 @@
 #include <chrono>
 
 #include "device/error.h"
+#include "device/stream.h"
 
 namespace device {
-
-struct StreamState;
-using stream_t = StreamState*;  // nullptr is the default stream
 
 // An event is a time stamp taken in stream order. The executor runs work synchronously, so the
 // host clock at record time is the moment all earlier work of the stream has finished.
 struct EventState {
   std::chrono::steady_clock::time_point stamp{};
   bool recorded = false;
+  stream_t stream = nullptr;  // stream of the last record
 };
 using event_t = EventState*;
 

@@ -79,6 +79,13 @@ void print(std::ostream& out, std::string const& name, Format format, Sorting so
   } else {
     rows.emplace_back(name, entry(name).elapsed);
   }
+  internal::printRows(out, std::move(rows), format, sorting, ascending);
+}
+
+}  // namespace
+
+void internal::printRows(std::ostream& out, std::vector<std::pair<std::string, float>> rows, Format format,
+                         Sorting sorting, bool ascending) {
   auto less = [sorting](auto const& a, auto const& b) {
     if (sorting == ByName) return a.first != b.first ? a.first < b.first : a.second < b.second;
     return a.second < b.second;
@@ -95,8 +102,6 @@ void print(std::ostream& out, std::string const& name, Format format, Sorting so
   for (auto const& [n, ms] : rows)
     out << std::setw(static_cast<int>(width) + 1) << n << ": " << formatted(ms, format, common_unit) << '\n';
 }
-
-}  // namespace
 
 void start(std::string const& name) {
   Entry& e = entry(name);

@@ -1,15 +1,18 @@
 #pragma once
 
+#include <iosfwd>
 #include <string>
+#include <utility>
+#include <vector>
 
 namespace ketra::timer {
 
 // How a time prints: 0 msec, 1 sec, 2 min, 3 h, 4 h:m:s, 5 each time in the largest unit that
 // fits it, 6 all times in the largest unit that any printed time needs.
-enum Format { Msec = 0, Sec = 1, Min = 2, Hour = 3, HourMinSec = 4, Auto = 5, AutoCommon = 6 };
+enum Format : int { Msec = 0, Sec = 1, Min = 2, Hour = 3, HourMinSec = 4, Auto = 5, AutoCommon = 6 };
 
 // 0 sorts by name, then time; any other value by time alone.
-enum Sorting { ByName = 0, ByTime = 1 };
+enum Sorting : int { ByName = 0, ByTime = 1 };
 
 void start(std::string const& name);
 void stop(std::string const& name);
@@ -23,5 +26,11 @@ void printToScreen(std::string const& name = "", Format format = Auto, Sorting s
                    bool ascending = true);
 void printToFile(std::string const& name, std::string const& path, Format format = Auto,
                  Sorting sorting = ByName, bool ascending = true);
+
+namespace internal {
+// Prints (name, milliseconds) rows as the print functions do; the timer table is not touched.
+void printRows(std::ostream& out, std::vector<std::pair<std::string, float>> rows, Format format, Sorting sorting,
+               bool ascending);
+}  // namespace internal
 
 }  // namespace ketra::timer

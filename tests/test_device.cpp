@@ -1,0 +1,385 @@
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <numeric>
+#include <vector>
+
+#include "device/atomics.h"
+#include "device/copy.h"
+#include "device/event.h"
+#include "device/launch.h"
+#include "device/memory.h"
+#include "device/memory_info.h"
+#include "device/stream.h"
+#include "device/texture.h"
+
+using namespace device;
+
+namespace {
+
+// Each test starts and ends without pending errors or live allocations.
+class Device : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    getLastError();
+    reset();
+  }
+  void TearDown() override {
+    EXPECT_EQ(getLastError(), Success);
+    reset();
+  }
+};
+
+}  // namespace
+
+TEST_F(Device, PitchedRowsArePaddedAndRegistered) {
+  PitchedPtr p;
+  ASSERT_EQ(allocatePitched(&p, makeExtent(12, 3, 2)), Success);
+  EXPECT_EQ(p.pitch, 256u);
+  EXPECT_EQ(p.xsize, 12u);
+  EXPECT_EQ(p.ysize, 3u);
+  EXPECT_EQ(reinterpret_cast<std::uintptr_t>(p.ptr) % kPitchAlignment, 0u);
+  EXPECT_EQ(liveAllocationCount(), 1u);
+  EXPECT_EQ(liveAllocationBytes(), 256u * 6);
+  EXPECT_TRUE(isDeviceRange(p.ptr, 256 * 6));
+  EXPECT_FALSE(isDeviceRange(p.ptr, 256 * 6 + 1));
+  EXPECT_TRUE(isDeviceRange(static_cast<char*>(p.ptr) + 300, 10));
+
+  PitchedPtr wide;
+  ASSERT_EQ(allocatePitched(&wide, makeExtent(257, 1, 1)), Success);
+  EXPECT_EQ(wide.pitch, 512u);
+  EXPECT_EQ(release(p.ptr), Success);
+  EXPECT_EQ(release(wide.ptr), Success);
+  EXPECT_EQ(liveAllocationCount(), 0u);
+}
+
+TEST_F(Device, ReleaseOfUnknownPointerIsAnError) {
+  int local = 0;
+  EXPECT_EQ(release(&local), ErrorInvalidDevicePointer);
+  EXPECT_EQ(getLastError(), ErrorInvalidDevicePointer);
+  EXPECT_EQ(getLastError(), Success);  // reading clears it
+  EXPECT_EQ(release(nullptr), Success);
+}
+
+TEST_F(Device, HugeAllocationFailsAsOutOfMemory) {
+  void* p = reinterpret_cast<void*>(1);
+  EXPECT_EQ(allocate(&p, static_cast<std::size_t>(1) << 62), ErrorMemoryAllocation);
+  EXPECT_EQ(p, nullptr);
+  EXPECT_STREQ(getErrorString(getLastError()), "out of memory");
+  EXPECT_EQ(allocate(&p, 0), Success);
+  EXPECT_EQ(p, nullptr);
+}
+
+TEST_F(Device, ResetFreesEveryLiveAllocation) {
+  void* a = nullptr;
+  PitchedPtr b;
+  TextureArray* t = nullptr;
+  ChannelFormatDesc f = channelDescOf<float>();
+  ASSERT_EQ(allocate(&a, 100), Success);
+  ASSERT_EQ(allocatePitched(&b, makeExtent(10, 10, 10)), Success);
+  ASSERT_EQ(allocateArray3D(&t, &f, makeExtent(4, 4, 2), kArrayLayered), Success);
+  EXPECT_EQ(liveAllocationCount(), 3u);
+  EXPECT_EQ(reset(), Success);
+  EXPECT_EQ(liveAllocationCount(), 0u);
+  EXPECT_EQ(liveAllocationBytes(), 0u);
+  EXPECT_FALSE(isDevicePointer(a));
+  EXPECT_FALSE(isTextureArray(t));
+}
+
+TEST_F(Device, CopiesHonourPitchesInEveryDirection) {
+  // A 3 x 2 x 2 block of ints: host packed -> device pitched -> device packed -> host packed.
+  std::vector<int> host(12), back(12, -1);
+  std::iota(host.begin(), host.end(), 1);
+  PitchedPtr pitched;
+  void* packed = nullptr;
+  ASSERT_EQ(allocatePitched(&pitched, makeExtent(12, 2, 2)), Success);
+  ASSERT_EQ(allocate(&packed, 48), Success);
+  Copy3DParams p;
+  p.srcPtr = makePitchedPtr(host.data(), 12, 12, 2);
+  p.dstPtr = pitched;
+  p.extent = makeExtent(12, 2, 2);
+  p.kind = CopyHostToDevice;
+  ASSERT_EQ(copy3D(p), Success);
+  int* row3 = reinterpret_cast<int*>(static_cast<char*>(pitched.ptr) + 3 * pitched.pitch);
+  EXPECT_EQ(row3[0], 10);  // slice 1, row 1
+  p.srcPtr = pitched;
+  p.dstPtr = makePitchedPtr(packed, 12, 12, 2);
+  p.kind = CopyDeviceToDevice;
+  ASSERT_EQ(copy3D(p), Success);
+  ASSERT_EQ(copy(back.data(), packed, 48, CopyDeviceToHost), Success);
+  EXPECT_EQ(back, host);
+  std::vector<int> other(12);
+  ASSERT_EQ(copy(other.data(), host.data(), 48, CopyHostToHost), Success);
+  EXPECT_EQ(other, host);
+}
+
+TEST_F(Device, CopyArgumentChecks) {
+  std::vector<char> host(1024);
+  void* dev = nullptr;
+  ASSERT_EQ(allocate(&dev, 64), Success);
+  // Device side beyond its allocation.
+  EXPECT_EQ(copy(dev, host.data(), 65, CopyHostToDevice), ErrorInvalidValue);
+  EXPECT_EQ(getLastError(), ErrorInvalidValue);
+  // Host memory named as device memory, and device memory named as host memory.
+  EXPECT_EQ(copy(host.data(), dev, 16, CopyDeviceToDevice), ErrorInvalidValue);
+  EXPECT_EQ(copy(host.data(), dev, 16, CopyHostToHost), ErrorInvalidValue);
+  EXPECT_EQ(copy(dev, host.data(), 16, static_cast<CopyKind>(7)), ErrorInvalidMemcpyDirection);
+  // Rows wider than the pitch.
+  EXPECT_EQ(copy2D(dev, 8, host.data(), 16, 16, 2, CopyHostToDevice), ErrorInvalidPitchValue);
+  EXPECT_STREQ(getErrorString(getLastError()), "invalid pitch argument");
+  // Neither or both of pointer and array on one side.
+  Copy3DParams p;
+  p.dstPtr = makePitchedPtr(dev, 64, 64, 1);
+  p.extent = makeExtent(1, 1, 1);
+  EXPECT_EQ(copy3D(p), ErrorInvalidValue);
+  getLastError();
+}
+
+TEST_F(Device, Memset3DFillsOnlyTheRegion) {
+  PitchedPtr p;
+  ASSERT_EQ(allocatePitched(&p, makeExtent(4, 2, 2)), Success);
+  std::memset(p.ptr, 7, p.pitch * 4);
+  ASSERT_EQ(memset3D(p, 0, makeExtent(4, 2, 2)), Success);
+  auto* bytes = static_cast<unsigned char*>(p.ptr);
+  for (int row = 0; row < 4; ++row) {
+    EXPECT_EQ(bytes[row * p.pitch + 3], 0);
+    EXPECT_EQ(bytes[row * p.pitch + 4], 7);  // padding untouched
+  }
+  EXPECT_EQ(memset3D(p, 0, makeExtent(4, 2, 3)), ErrorInvalidValue);
+  EXPECT_EQ(getLastError(), ErrorInvalidValue);
+  std::vector<char> host(16);
+  EXPECT_EQ(device::memset(host.data(), 0, 16), ErrorInvalidValue);
+  getLastError();
+}
+
+TEST_F(Device, LaunchVisitsEveryThreadOnce) {
+  const unsigned nx = 37, ny = 5, nz = 3;
+  std::vector<int> hits(nx * ny * nz, 0);
+  int* h = hits.data();
+  Dim3 block(8, 2, 2), grid(blocksFor(nx, 8), blocksFor(ny, 2), blocksFor(nz, 2));
+  ASSERT_EQ(launch(grid, block,
+                   [=](Index const& i) {
+                     if (i.x() < int(nx) && i.y() < int(ny) && i.z() < int(nz)) atomicAdd(&h[(i.z() * ny + i.y()) * nx + i.x()], 1);
+                   }),
+            Success);
+  for (int v : hits) EXPECT_EQ(v, 1);
+}
+
+TEST_F(Device, LaunchConfigurationLimits) {
+  EXPECT_EQ(checkLaunch(Dim3(1), Dim3(1024), nullptr), Success);
+  EXPECT_EQ(checkLaunch(Dim3(1), Dim3(1025), nullptr), ErrorInvalidConfiguration);
+  EXPECT_EQ(checkLaunch(Dim3(1), Dim3(32, 33), nullptr), ErrorInvalidConfiguration);
+  EXPECT_EQ(checkLaunch(Dim3(1), Dim3(1, 1, 65), nullptr), ErrorInvalidConfiguration);
+  EXPECT_EQ(checkLaunch(Dim3(2147483647u), Dim3(128), nullptr), Success);
+  EXPECT_EQ(checkLaunch(Dim3(2147483648u), Dim3(128), nullptr), ErrorInvalidConfiguration);
+  EXPECT_EQ(checkLaunch(Dim3(1, 65535, 65535), Dim3(1), nullptr), Success);
+  EXPECT_EQ(checkLaunch(Dim3(1, 65536), Dim3(1), nullptr), ErrorInvalidConfiguration);
+  EXPECT_EQ(checkLaunch(Dim3(1, 1, 65536), Dim3(1), nullptr), ErrorInvalidConfiguration);
+  EXPECT_EQ(checkLaunch(Dim3(0), Dim3(1), nullptr), ErrorInvalidConfiguration);
+
+  // A refused launch runs nothing and leaves the error behind.
+  int runs = 0;
+  EXPECT_EQ(launch(Dim3(1, 70000), Dim3(1), [&](Index const&) { ++runs; }), ErrorInvalidConfiguration);
+  EXPECT_EQ(runs, 0);
+  EXPECT_EQ(peekAtLastError(), ErrorInvalidConfiguration);
+  EXPECT_STREQ(getErrorString(getLastError()), "invalid configuration argument");
+}
+
+TEST_F(Device, LaunchOnDestroyedStreamFails) {
+  stream_t s = nullptr;
+  ASSERT_EQ(streamCreate(&s), Success);
+  int runs = 0;
+  EXPECT_EQ(launch(Dim3(1), Dim3(1), [&](Index const&) { ++runs; }, s), Success);
+  EXPECT_EQ(streamSynchronize(s), Success);
+  EXPECT_EQ(streamDestroy(s), Success);
+  EXPECT_EQ(launch(Dim3(1), Dim3(1), [&](Index const&) { ++runs; }, s), ErrorInvalidResourceHandle);
+  EXPECT_EQ(runs, 1);
+  getLastError();
+}
+
+TEST_F(Device, AtomicsUnderContention) {
+  float sum = 0.0f, lowest = 1e30f, highest = -1e30f;
+  int isum = 0, imax = -1;
+  unsigned long long counter = 0;
+  unsigned int cas_counter = 0;
+  const unsigned n = 1u << 20;
+  ASSERT_EQ(launch(Dim3(n / 256), Dim3(256),
+                   [&](Index const& i) {
+                     int k = i.x();
+                     atomicAdd(&sum, 1.0f);
+                     atomicMin(&lowest, static_cast<float>(k % 1000) - 500.0f);
+                     atomicMax(&highest, static_cast<float>(k % 777));
+                     atomicAdd(&isum, 2);
+                     atomicMax(&imax, k);
+                     // Increment by compare-and-swap loops, 64 and 32 bits.
+                     unsigned long long old = counter, seen;
+                     while ((seen = atomicCAS(&counter, old, old + 1)) != old) old = seen;
+                     unsigned int o32 = cas_counter, s32;
+                     while ((s32 = atomicCAS(&cas_counter, o32, o32 + 1)) != o32) o32 = s32;
+                   }),
+            Success);
+  EXPECT_EQ(sum, static_cast<float>(n));  // exact: every partial sum is an integer below 2^24
+  EXPECT_EQ(lowest, -500.0f);
+  EXPECT_EQ(highest, 776.0f);
+  EXPECT_EQ(isum, static_cast<int>(2 * n));
+  EXPECT_EQ(imax, static_cast<int>(n - 1));
+  EXPECT_EQ(counter, n);
+  EXPECT_EQ(cas_counter, n);
+}
+
+TEST_F(Device, AtomicReturnValuesAndNaN) {
+  float f = 2.0f;
+  EXPECT_EQ(atomicMin(&f, 1.0f), 2.0f);
+  EXPECT_EQ(atomicMin(&f, 3.0f), 1.0f);
+  EXPECT_EQ(f, 1.0f);
+  EXPECT_EQ(atomicMin(&f, std::nanf("")), 1.0f);
+  EXPECT_EQ(f, 1.0f);
+  unsigned int u = 5;
+  EXPECT_EQ(atomicCAS(&u, 4u, 9u), 5u);
+  EXPECT_EQ(u, 5u);
+  EXPECT_EQ(atomicCAS(&u, 5u, 9u), 5u);
+  EXPECT_EQ(u, 9u);
+}
+
+namespace {
+
+// A 3 x 2 uchar4 image in pitched device memory.
+struct Image {
+  PitchedPtr p;
+  Image() {
+    allocatePitched(&p, makeExtent(3 * sizeof(uchar4), 2, 1));
+    for (int y = 0; y < 2; ++y)
+      for (int x = 0; x < 3; ++x) at(x, y) = make_uchar4(static_cast<unsigned char>(100 * x + 10 * y), 255, 0, 51);
+  }
+  uchar4& at(int x, int y) { return reinterpret_cast<uchar4*>(static_cast<char*>(p.ptr) + y * p.pitch)[x]; }
+};
+
+}  // namespace
+
+TEST_F(Device, TexturePointReadsAtPixelCentresAndClamps) {
+  Image img;
+  Texture<uchar4, ReadMode::NormalizedFloat> tex;
+  std::size_t offset = 1;
+  ASSERT_EQ(bindTexture2D(&offset, tex, img.p.ptr, 3, 2, img.p.pitch), Success);
+  EXPECT_EQ(offset, 0u);
+  float4 v = tex2D(tex, 1.5f, 1.5f);
+  EXPECT_FLOAT_EQ(v.x, 110.0f / 255.0f);
+  EXPECT_FLOAT_EQ(v.y, 1.0f);
+  EXPECT_FLOAT_EQ(v.w, 0.2f);
+  EXPECT_FLOAT_EQ(tex2D(tex, 1.99f, 0.0f).x, 100.0f / 255.0f);
+  EXPECT_FLOAT_EQ(tex2D(tex, -7.0f, -3.0f).x, 0.0f);
+  EXPECT_FLOAT_EQ(tex2D(tex, 50.0f, 50.0f).x, 210.0f / 255.0f);
+  EXPECT_FLOAT_EQ(tex2D(tex, std::nanf(""), 0.5f).x, 0.0f);
+
+  Texture<uchar4> raw;
+  ASSERT_EQ(bindTexture2D(&offset, raw, img.p.ptr, 3, 2, img.p.pitch), Success);
+  EXPECT_EQ(tex2D(raw, 2.5f, 0.5f).x, 200);
+  unbindTexture(tex);
+  unbindTexture(raw);
+}
+
+TEST_F(Device, TextureLinearInterpolatesBetweenCentres) {
+  Image img;
+  Texture<uchar4, ReadMode::NormalizedFloat> tex;
+  tex.filter = FilterMode::Linear;
+  std::size_t offset = 0;
+  ASSERT_EQ(bindTexture2D(&offset, tex, img.p.ptr, 3, 2, img.p.pitch), Success);
+  EXPECT_FLOAT_EQ(tex2D(tex, 0.5f, 0.5f).x, 0.0f);
+  EXPECT_FLOAT_EQ(tex2D(tex, 1.0f, 0.5f).x, 50.0f / 255.0f);
+  EXPECT_FLOAT_EQ(tex2D(tex, 1.0f, 1.0f).x, 55.0f / 255.0f);
+  EXPECT_FLOAT_EQ(tex2D(tex, 2.75f, 0.5f).x, 200.0f / 255.0f);  // clamped beyond the last centre
+  EXPECT_FLOAT_EQ(tex2D(tex, 0.0f, 0.5f).x, 0.0f);
+}
+
+TEST_F(Device, TextureBindChecks) {
+  Image img;
+  std::size_t offset = 0;
+  Texture<uchar4> integer_linear;
+  integer_linear.filter = FilterMode::Linear;
+  EXPECT_EQ(bindTexture2D(&offset, integer_linear, img.p.ptr, 3, 2, img.p.pitch), ErrorInvalidTexture);
+  Texture<float> f;
+  std::vector<float> host(16);
+  EXPECT_EQ(bindTexture2D(&offset, f, host.data(), 4, 4, 16), ErrorInvalidValue);
+  EXPECT_EQ(bindTexture2D(&offset, f, img.p.ptr, 3, 3, img.p.pitch), ErrorInvalidValue);  // beyond the block
+  ASSERT_EQ(bindTexture2D(&offset, f, static_cast<char*>(img.p.ptr) + 4, 2, 2, img.p.pitch), Success);
+  EXPECT_EQ(offset, 4u);
+  getLastError();
+}
+
+TEST_F(Device, LayeredFloatTexture) {
+  TextureArray* a = nullptr;
+  ChannelFormatDesc f = channelDescOf<float>();
+  ASSERT_EQ(allocateArray3D(&a, &f, makeExtent(2, 2, 3), kArrayLayered), Success);
+  std::vector<float> values(12);
+  std::iota(values.begin(), values.end(), 0.0f);
+  Copy3DParams p;
+  p.srcPtr = makePitchedPtr(values.data(), 8, 8, 2);
+  p.dstArray = a;
+  p.extent = makeExtent(2, 2, 3);
+  p.kind = CopyHostToDevice;
+  ASSERT_EQ(copy3D(p), Success);
+  Texture<float> tex;
+  tex.filter = FilterMode::Linear;
+  ASSERT_EQ(bindTextureToArray(tex, a), Success);
+  EXPECT_FLOAT_EQ(tex2DLayered(tex, 1.0f, 1.0f, 2), 9.5f);
+  EXPECT_FLOAT_EQ(tex2DLayered(tex, 1.5f, 0.5f, 1), 5.0f);
+  Texture<uchar4, ReadMode::NormalizedFloat> wrong;
+  EXPECT_EQ(bindTextureToArray(wrong, a), ErrorInvalidChannelDescriptor);
+  getLastError();
+  ChannelFormatDesc info;
+  Extent e;
+  unsigned flags = 0;
+  ASSERT_EQ(arrayGetInfo(&info, &e, &flags, a), Success);
+  EXPECT_EQ(e.depth, 3u);
+  EXPECT_EQ(flags, kArrayLayered);
+  EXPECT_EQ(releaseArray(a), Success);
+  EXPECT_EQ(arrayGetInfo(&info, &e, &flags, a), ErrorInvalidResourceHandle);
+  getLastError();
+}
+
+TEST_F(Device, EventsMeasureInStreamOrder) {
+  event_t start = nullptr, stop = nullptr;
+  ASSERT_EQ(eventCreateWithFlags(&start, 0), Success);
+  ASSERT_EQ(eventCreateWithFlags(&stop, 0), Success);
+  float ms = -1.0f;
+  EXPECT_EQ(eventElapsedTime(&ms, start, stop), ErrorInvalidResourceHandle);  // not recorded yet
+  getLastError();
+  stream_t s = nullptr;
+  ASSERT_EQ(streamCreate(&s), Success);
+  ASSERT_EQ(eventRecord(start, s), Success);
+  ASSERT_EQ(eventRecord(stop, s), Success);
+  ASSERT_EQ(eventSynchronize(stop), Success);
+  ASSERT_EQ(eventElapsedTime(&ms, start, stop), Success);
+  EXPECT_GE(ms, 0.0f);
+  ASSERT_EQ(streamDestroy(s), Success);
+  EXPECT_EQ(eventRecord(start, s), ErrorInvalidResourceHandle);
+  getLastError();
+  eventDestroy(start);
+  eventDestroy(stop);
+}
+
+TEST_F(Device, MemoryInfoIsThatOfTheMachine) {
+  std::size_t free_bytes = 0, total = 0;
+  ASSERT_EQ(memGetInfo(&free_bytes, &total), Success);
+  EXPECT_GT(total, 0u);
+  EXPECT_LE(free_bytes, total);
+  int ordinal = -1, count = 0;
+  getDevice(&ordinal);
+  getDeviceCount(&count);
+  EXPECT_EQ(ordinal, 0);
+  EXPECT_EQ(count, 1);
+}
+
+TEST_F(Device, FlattenedLaunchCoversExactlyTheExtent) {
+  const int nx = 33, ny = 5, nz = 2;
+  std::vector<int> hits(nx * ny * nz, 0);
+  int* h = hits.data();
+  ASSERT_EQ(launchElements(Dim3(nx, ny, nz), [=](int x, int y, int z) { atomicAdd(&h[(z * ny + y) * nx + x], 1); }),
+            Success);
+  for (int v : hits) EXPECT_EQ(v, 1);
+  int runs = 0;
+  EXPECT_EQ(launchElements(Dim3(1, 1, 65536), [&](int, int, int) { ++runs; }), ErrorInvalidConfiguration);
+  EXPECT_EQ(launchElements(Dim3(0, 1, 1), [&](int, int, int) { ++runs; }), ErrorInvalidConfiguration);
+  EXPECT_EQ(runs, 0);
+  getLastError();
+}

@@ -1,0 +1,361 @@
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "device/memory.h"
+#include "ketra/algorithms/basic.h"
+#include "ketra/algorithms/conversion.h"
+#include "ketra/algorithms/transform.h"
+#include "ketra/dump.h"
+#include "ketra/filtering.h"
+#include "ketra/tools.h"
+
+using namespace ketra;
+
+namespace {
+
+template <class F>
+std::string message_of(F&& f) {
+  try {
+    f();
+  } catch (std::runtime_error const& e) {
+    return e.what();
+  }
+  return "";
+}
+
+class KetraAlgorithms : public ::testing::Test {
+ protected:
+  void SetUp() override { device::reset(); }
+  void TearDown() override {
+    EXPECT_EQ(device::liveAllocationCount(), 0u) << "leaked device memory";
+    device::reset();
+  }
+};
+
+// A pitched device array with the given extents and contents (x fastest).
+template <class T>
+Array<T, 4> upload(uint4 e, std::vector<T> values) {
+  Array<T, 4> d = mallocDeviceArray<T>(e, Pitched);
+  Array<T, 4> h{values.data(), make_uint4(sizeof(T), e.x * sizeof(T), e.x * e.y * sizeof(T), e.x * e.y * e.z * sizeof(T)),
+                e, -1};
+  arrayCopy(d, h);
+  return d;
+}
+
+template <class T, int N>
+std::vector<T> download(Array<T, N> const& d) {
+  Array<T, 4> d4 = internal::as4D(d);
+  uint4 e = d4.extents;
+  std::vector<T> values(e.x * e.y * e.z * e.w);
+  Array<T, 4> h{values.data(), make_uint4(sizeof(T), e.x * sizeof(T), e.x * e.y * sizeof(T), e.x * e.y * e.z * sizeof(T)),
+                e, -1};
+  arrayCopy(h, d4);
+  return values;
+}
+
+const Filter<float, 3> kCentralDifference = {{-0.5f, 0.0f, 0.5f}, 1};
+
+}  // namespace
+
+TEST_F(KetraAlgorithms, ElementWiseFamily) {
+  Array<float, 4> a = upload<float>(make_uint4(3, 1, 1, 2), {1, 2, 3, 4, 5, 6});
+  Array<float, 4> b = upload<float>(make_uint4(3, 1, 1, 2), {1, 1, 1, 2, 2, 2});
+  add(a, 1.0f);
+  mul(a, b);
+  sub(a, 0.5f);
+  EXPECT_EQ(download(a), (std::vector<float>{1.5, 2.5, 3.5, 9.5, 11.5, 13.5}));
+  set(a, b);
+  div(a, 2.0f);
+  EXPECT_EQ(download(a), (std::vector<float>{0.5, 0.5, 0.5, 1, 1, 1}));
+
+  Array<int, 4> i = upload<int>(make_uint4(2, 1, 1, 1), {7, -8});
+  div(i, 0);  // as on a GPU: no trap
+  EXPECT_EQ(download(i), (std::vector<int>{-1, -1}));
+  Array<uchar4, 4> c = mallocDeviceArray<uchar4>(make_uint4(2, 2, 1, 1));
+  set(c, make_uchar4(1, 2, 3, 4));
+  EXPECT_EQ(download(c)[3].w, 4);
+  freeArray(a);
+  freeArray(b);
+  freeArray(i);
+  freeArray(c);
+}
+
+TEST_F(KetraAlgorithms, ElementWiseChecks) {
+  std::vector<float> v(4);
+  Array<float, 2> host = arrayFromHostMemory(v.data(), 2, 2);
+  EXPECT_EQ(message_of([&] { set(host, 1.0f); }), "memory of the array must be on the device");
+  Array<float, 4> a = mallocDeviceArray<float>(make_uint4(2, 2, 1, 1));
+  Array<float, 4> b = mallocDeviceArray<float>(make_uint4(2, 3, 1, 1));
+  Array<float, 4> h4 = internal::as4D(host);
+  EXPECT_EQ(message_of([&] { add(a, h4); }), "memory of both arrays must be on the device");
+  Array<float, 4> other = a;
+  other.device = 1;
+  EXPECT_EQ(message_of([&] { add(a, other); }), "memory of both arrays must be on the same device");
+  EXPECT_EQ(message_of([&] { add(a, b); }),
+            "extents mismatch\n extents of first operand are (2, 2, 1, 1)  extents of second operand are (2, 3, 1, 1) ");
+  freeArray(a);
+  freeArray(b);
+}
+
+TEST_F(KetraAlgorithms, MinMaxAndFlips) {
+  Array<float, 4> a = upload<float>(make_uint4(3, 2, 1, 1), {4, -2, 7, 0, 9, 1});
+  Array<float, 2> a2 = internal::decreaseArrayDimension<float, 4, 2>(a);
+  float2 mm = MinMax(a2);
+  EXPECT_EQ(mm.x, -2.0f);
+  EXPECT_EQ(mm.y, 9.0f);
+  EXPECT_EQ(Max(a2), 9.0f);
+  flipX(a);
+  EXPECT_EQ(download(a), (std::vector<float>{7, -2, 4, 1, 9, 0}));
+  flipY(a);
+  EXPECT_EQ(download(a), (std::vector<float>{1, 9, 0, 7, -2, 4}));
+  flipZ(a);  // a single plane stays
+  EXPECT_EQ(download(a), (std::vector<float>{1, 9, 0, 7, -2, 4}));
+  freeArray(a);
+}
+
+TEST_F(KetraAlgorithms, CentralDifferenceAtBorders) {
+  const std::vector<float> row = {1, 4, 9, 16, 25};
+  Array<float, 4> in = upload<float>(make_uint4(5, 1, 1, 1), row);
+  Array<float, 4> out = mallocDeviceArray<float>(in.extents);
+  filterX(out, in, kCentralDifference, BorderMirror);
+  EXPECT_EQ(download(out), (std::vector<float>{0, 4, 6, 8, 0}));
+  filterX(out, in, kCentralDifference, BorderZero);
+  EXPECT_EQ(download(out), (std::vector<float>{2, 4, 6, 8, -8}));
+  filterX(out, in, kCentralDifference, BorderClamp);
+  EXPECT_EQ(download(out), (std::vector<float>{1.5, 4, 6, 8, 4.5}));
+  freeArray(in);
+  freeArray(out);
+}
+
+TEST_F(KetraAlgorithms, FiltersAlongYAndZAndPerVolume) {
+  // Two volumes of 1 x 3 x 3; each volume holds y + 10 z + 100 w.
+  std::vector<float> v;
+  for (int w = 0; w < 2; ++w)
+    for (int z = 0; z < 3; ++z)
+      for (int y = 0; y < 3; ++y) v.push_back(static_cast<float>(y + 10 * z + 100 * w));
+  Array<float, 4> in = upload<float>(make_uint4(1, 3, 3, 2), v);
+  Array<float, 4> out = mallocDeviceArray<float>(in.extents);
+  filterY(out, in, kCentralDifference, BorderClamp);
+  std::vector<float> r = download(out);
+  EXPECT_EQ(r[0], 0.5f);
+  EXPECT_EQ(r[1], 1.0f);
+  EXPECT_EQ(r[2], 0.5f);
+  EXPECT_EQ(r[9 + 1], 1.0f);
+  filterZ(out, in, kCentralDifference, BorderZero);
+  r = download(out);
+  EXPECT_EQ(r[0], 5.0f);           // 0.5 * (10 - 0)
+  EXPECT_EQ(r[3], 10.0f);          // 0.5 * (20 - 0)
+  EXPECT_EQ(r[6 + 2], -6.0f);      // -0.5 * 12
+  EXPECT_EQ(r[9 + 6 + 2], -56.0f); // -0.5 * 112
+  freeArray(in);
+  freeArray(out);
+}
+
+TEST_F(KetraAlgorithms, FilterChecksInOrder) {
+  Array<float, 4> a = mallocDeviceArray<float>(make_uint4(4, 2, 1, 1));
+  Array<float, 4> b = mallocDeviceArray<float>(make_uint4(4, 3, 1, 1));
+  std::vector<float> v(8);
+  Array<float, 4> h = internal::as4D(arrayFromHostMemory(v.data(), 4, 2));
+  EXPECT_EQ(message_of([&] { filterX(a, h, kCentralDifference, BorderMirror); }),
+            "filterX: result and input array must be on the same device");
+  EXPECT_EQ(message_of([&] { filterY(h, h, kCentralDifference, BorderMirror); }),
+            "filterY: both arrays must be on the device");
+  EXPECT_EQ(message_of([&] { filterZ(b, a, kCentralDifference, BorderMirror); }),
+            "filterZ: extents mismatch\n extents of input array are (4, 2, 1, 1)  extents of output array are (4, 3, 1, 1) ");
+  Filter<float, 3> f = kCentralDifference;
+  f.offset = 3;
+  EXPECT_EQ(message_of([&] { filterX(a, a, f, BorderZero); }),
+            "filterX: filter offset is out of bounds.\n filter offset is 3, filter length is 3, filter=[-0.5, 0, 0.5]\n"
+            " filter size is 3");
+  f.offset = -1;
+  EXPECT_NE(message_of([&] { filterX(a, a, f, BorderZero); }), "");
+  f.offset = 2;
+  EXPECT_EQ(message_of([&] { filterX(b, a, f, BorderZero); }).substr(0, 9), "filterX: ");
+  Array<float, 4> c = mallocDeviceArray<float>(make_uint4(4, 2, 1, 1));
+  EXPECT_EQ(message_of([&] { filterX(c, a, f, BorderZero); }), "");  // offset N-1 passes
+  // Along z the extent is 1: mirroring cannot reach the neighbours.
+  EXPECT_EQ(message_of([&] { filterZ(c, a, kCentralDifference, BorderMirror); }),
+            "filterZ: The filter is too big or the array is too small for mirroring");
+  EXPECT_EQ(message_of([&] { filterZ(c, a, kCentralDifference, BorderClamp); }), "");
+  freeArray(a);
+  freeArray(b);
+  freeArray(c);
+}
+
+TEST_F(KetraAlgorithms, DownsampleFourToTwo) {
+  std::vector<uchar4> v = {make_uchar4(0, 255, 3, 1), make_uchar4(30, 255, 3, 1), make_uchar4(60, 255, 3, 1),
+                           make_uchar4(90, 255, 3, 1)};
+  Array<uchar4, 4> a = upload<uchar4>(make_uint4(4, 1, 1, 1), v);
+  downsample(a, make_uint3(2, 1, 1));
+  EXPECT_EQ(a.extents.x, 2u);
+  std::vector<uchar4> r = download(a);
+  EXPECT_EQ(r[0].x, 10);  // taps 0..2 with weights 2, 1, 0
+  EXPECT_EQ(r[1].x, 60);  // taps 0..3 with weights 0, 1, 2, 1
+  EXPECT_EQ(r[0].y, 255);
+  EXPECT_EQ(r[1].z, 3);
+  EXPECT_EQ(device::liveAllocationCount(), 1u);  // the source is gone
+  freeArray(a);
+}
+
+TEST_F(KetraAlgorithms, DownsampleInTwoDimensions) {
+  std::vector<uchar4> v(6 * 4, make_uchar4(200, 100, 50, 25));
+  Array<uchar4, 4> a = upload<uchar4>(make_uint4(6, 4, 1, 1), v);
+  downsample(a, make_uint3(3, 2, 1));
+  EXPECT_EQ(a.extents.x, 3u);
+  EXPECT_EQ(a.extents.y, 2u);
+  for (uchar4 p : download(a)) EXPECT_EQ(p.x + p.y + p.z + p.w, 375);
+  EXPECT_EQ(device::liveAllocationCount(), 1u);
+  freeArray(a);
+}
+
+TEST_F(KetraAlgorithms, DownsampleChecks) {
+  Array<uchar4, 4> a = mallocDeviceArray<uchar4>(make_uint4(4, 4, 1, 1));
+  Array<uchar4, 4> same = a;
+  downsample(same, make_uint3(4, 4, 1));
+  EXPECT_EQ(same.data, a.data);
+  EXPECT_EQ(device::liveAllocationCount(), 1u);
+  EXPECT_EQ(message_of([&] { downsample(a, make_uint3(5, 2, 1)); }),
+            "downsample: illegal new extents. extents must be <=\n new extents are (5, 2, 1) \n"
+            " old extents are (4, 4, 1, 1) ");
+  EXPECT_EQ(message_of([&] { downsample(a, make_uint3(2, 0, 1)); }),
+            "downsample: illegal new extents. extents must be >= 1\n new extents are (2, 0, 1) \n"
+            " old extents are (4, 4, 1, 1) ");
+  std::vector<uchar4> v(4);
+  Array<uchar4, 4> h = internal::as4D(arrayFromHostMemory(v.data(), 2, 2));
+  EXPECT_EQ(message_of([&] { downsample(h, make_uint3(1, 1, 1)); }), "downsample: the array must be on the device");
+  freeArray(a);
+}
+
+TEST_F(KetraAlgorithms, ConvertInterleavedToPlanar) {
+  Array<uchar4, 4> in4 = upload<uchar4>(make_uint4(2, 1, 1, 1), {make_uchar4(0, 51, 255, 7), make_uchar4(1, 2, 3, 4)});
+  Array<uchar4, 2> in = internal::decreaseArrayDimension<uchar4, 4, 2>(in4);
+  Array<float, 4> out4 = mallocDeviceArray<float>(make_uint4(2, 1, 3, 1));
+  Array<float, 3> out = internal::decreaseArrayDimension<float, 4, 3>(out4);
+  convert(out, in, true);
+  EXPECT_EQ(download(out), (std::vector<float>{0, 1.0f / 255, 0.2f, 2.0f / 255, 1, 3.0f / 255}));
+  Array<float, 4> rgba4 = mallocDeviceArray<float>(make_uint4(2, 1, 4, 1));
+  Array<float, 3> rgba = internal::decreaseArrayDimension<float, 4, 3>(rgba4);
+  convert(rgba, in, false);
+  EXPECT_EQ(download(rgba), (std::vector<float>{0, 1, 51, 2, 255, 3, 7, 4}));
+
+  Array<uchar4, 4> back4 = mallocDeviceArray<uchar4>(make_uint4(2, 1, 1, 1));
+  Array<uchar4, 2> back = internal::decreaseArrayDimension<uchar4, 4, 2>(back4);
+  convert(back, out, true, 9);
+  std::vector<uchar4> b = download(back);
+  EXPECT_EQ(b[0].y, 51);
+  EXPECT_EQ(b[0].z, 255);
+  EXPECT_EQ(b[0].w, 9);
+  freeArray(in4);
+  freeArray(out4);
+  freeArray(rgba4);
+  freeArray(back4);
+}
+
+TEST_F(KetraAlgorithms, ConvertChecks) {
+  Array<uchar4, 4> in4 = mallocDeviceArray<uchar4>(make_uint4(2, 2, 1, 1));
+  Array<uchar4, 2> in = internal::decreaseArrayDimension<uchar4, 4, 2>(in4);
+  std::vector<float> v(12);
+  Array<float, 3> host = arrayFromHostMemory(v.data(), 2, 2, 3);
+  EXPECT_EQ(message_of([&] { convert(host, in, true); }),
+            "convert:  arrays 'out' and 'in' must be on the same device.\n 'out' is on device HOST\n"
+            " 'in' is on device 0\n");
+  Array<float, 4> wrong4 = mallocDeviceArray<float>(make_uint4(2, 2, 2, 1));
+  Array<float, 3> wrong = internal::decreaseArrayDimension<float, 4, 3>(wrong4);
+  EXPECT_EQ(message_of([&] { convert(wrong, in, true); }),
+            "convert: wrong 'out' array extents.\n 'out' extents are (2, 2, 2)\n expected extents.z == 3 or 4 \n");
+  freeArray(in4);
+  freeArray(wrong4);
+}
+
+TEST_F(KetraAlgorithms, HostConversionTruncatesToTheLowByte) {
+  std::vector<float> planes = {300.7f, 255.9f, -1.5f, std::nanf(""), 12.0f, 0.2f};
+  Array<float, 3> in = arrayFromHostMemory(planes.data(), 2, 1, 3);
+  std::vector<uchar4> pixels(2);
+  Array<uchar4, 2> out = arrayFromHostMemory(pixels.data(), 2, 1);
+  convert_host(out, in, false, 255);
+  // Planes are x, y, z in turn: pixel 0 has 300.7, -1.5, 12; pixel 1 has 255.9, NaN, 0.2.
+  EXPECT_EQ(pixels[0].x, 44);
+  EXPECT_EQ(pixels[0].y, 255);
+  EXPECT_EQ(pixels[0].z, 12);
+  EXPECT_EQ(pixels[0].w, 255);
+  EXPECT_EQ(pixels[1].x, 255);
+  EXPECT_EQ(pixels[1].y, 0);
+  EXPECT_EQ(pixels[1].z, 0);
+}
+
+TEST_F(KetraAlgorithms, CastConversion) {
+  Array<float, 4> f = upload<float>(make_uint4(3, 1, 1, 1), {1.9f, -2.5f, 7.0f});
+  Array<int, 4> i = mallocDeviceArray<int>(f.extents);
+  convert(i, f);
+  EXPECT_EQ(download(i), (std::vector<int>{1, -2, 7}));
+  freeArray(f);
+  freeArray(i);
+}
+
+TEST_F(KetraAlgorithms, MedianSeesTheCornerFourTimes) {
+  Array<float, 4> a4 = upload<float>(make_uint4(3, 3, 1, 1), {9, 1, 1, 1, 1, 1, 1, 1, 1});
+  Array<float, 4> o4 = mallocDeviceArray<float>(a4.extents);
+  Array<float, 2> a = internal::decreaseArrayDimension<float, 4, 2>(a4);
+  Array<float, 2> o = internal::decreaseArrayDimension<float, 4, 2>(o4);
+  median3x3(o, a);
+  EXPECT_EQ(download(o)[0], 1.0f);  // four 9s, five 1s
+  a4 = upload<float>(make_uint4(3, 3, 1, 1), {9, 9, 1, 1, 1, 1, 1, 1, 1});
+  freeArray(a);
+  a = internal::decreaseArrayDimension<float, 4, 2>(a4);
+  median3x3(o, a);
+  std::vector<float> r = download(o);
+  EXPECT_EQ(r[0], 9.0f);  // six 9s
+  EXPECT_EQ(r[4], 1.0f);
+  freeArray(a4);
+  freeArray(o4);
+}
+
+namespace {
+
+std::string read_file(std::string const& path) {
+  std::ifstream in(path, std::ios::binary);
+  return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+std::string tmp(std::string const& name) {
+  std::filesystem::create_directories(QUILLARA_TEST_TMP);
+  return std::string(QUILLARA_TEST_TMP) + "/" + name;
+}
+
+}  // namespace
+
+TEST_F(KetraAlgorithms, DumpOfOneElement) {
+  float value = 1.5f;
+  Array<float, 3> a = arrayFromHostMemory(&value, 1, 1, 1);
+  std::string path = tmp("one.dat");
+  testing::internal::CaptureStdout();
+  writeArrayToFile(a, path);
+  EXPECT_EQ(testing::internal::GetCapturedStdout(), "(1, 1, 1, 1) [3.8147e-06 MB] written to " + path + "\n");
+  EXPECT_EQ(read_file(path), std::string(reinterpret_cast<char*>(&value), 4));
+  EXPECT_EQ(read_file(path + ".ketrainfo"), "1 1 1 1 2 32 0 0 0\n");
+}
+
+TEST_F(KetraAlgorithms, DumpOfPitchedDeviceArrayEqualsPackedHostDump) {
+  std::vector<float> v(5 * 3 * 2);
+  for (std::size_t k = 0; k < v.size(); ++k) v[k] = static_cast<float>(k) * 0.25f;
+  Array<float, 3> host = arrayFromHostMemory(v.data(), 5, 3, 2);
+  Array<float, 4> d4 = upload<float>(make_uint4(5, 3, 2, 1), v);
+  Array<float, 3> d = internal::decreaseArrayDimension<float, 4, 3>(d4);
+  testing::internal::CaptureStdout();
+  writeArrayToFile(host, tmp("host.dat"));
+  writeArrayToFile(d, tmp("device.dat"));
+  testing::internal::GetCapturedStdout();
+  std::string bytes = read_file(tmp("host.dat"));
+  EXPECT_EQ(bytes.size(), 120u);
+  EXPECT_EQ(bytes, std::string(reinterpret_cast<char*>(v.data()), 120));
+  EXPECT_EQ(read_file(tmp("device.dat")), bytes);
+  EXPECT_EQ(read_file(tmp("device.dat.ketrainfo")), "5 3 2 1 2 32 0 0 0\n");
+  freeArray(d4);
+}

@@ -1,0 +1,86 @@
+#include <gtest/gtest.h>
+
+#include <sstream>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "ketra/timer.h"
+
+using namespace ketra::timer;
+
+namespace {
+
+using Rows = std::vector<std::pair<std::string, float>>;
+
+std::string printed(Rows rows, Format format, Sorting sorting = ByName, bool ascending = true) {
+  std::ostringstream out;
+  internal::printRows(out, std::move(rows), format, sorting, ascending);
+  return out.str();
+}
+
+}  // namespace
+
+TEST(KetraTimer, FixedUnits) {
+  EXPECT_EQ(printed({{"a", 1000.0f}}, Msec), " a: 1000.000 msec\n");
+  EXPECT_EQ(printed({{"a", 1500.0f}}, Sec), " a: 1.500 sec\n");
+  EXPECT_EQ(printed({{"a", 90000.0f}}, Min), " a: 1.500 min\n");
+  EXPECT_EQ(printed({{"a", 5400000.0f}}, Hour), " a: 1.500 h\n");
+  EXPECT_EQ(printed({{"a", 3723000.0f}}, HourMinSec), " a: 1:02:03\n");
+  EXPECT_EQ(printed({{"a", 999.0f}}, HourMinSec), " a: 0:00:00\n");
+}
+
+TEST(KetraTimer, LargestFittingUnitAtItsThresholds) {
+  EXPECT_EQ(printed({{"a", 999.9f}}, Auto), " a: 999.900 msec\n");
+  EXPECT_EQ(printed({{"a", 1000.0f}}, Auto), " a: 1.000 sec\n");
+  EXPECT_EQ(printed({{"a", 59999.0f}}, Auto), " a: 59.999 sec\n");
+  EXPECT_EQ(printed({{"a", 60000.0f}}, Auto), " a: 1.000 min\n");
+  EXPECT_EQ(printed({{"a", 3600000.0f}}, Auto), " a: 1.000 h\n");
+}
+
+TEST(KetraTimer, CommonUnitIsTheLargestAnyTimeNeeds) {
+  EXPECT_EQ(printed({{"a", 500.0f}, {"bb", 61000.0f}}, AutoCommon), "  a: 0.008 min\n bb: 1.017 min\n");
+  EXPECT_EQ(printed({{"a", 500.0f}, {"bb", 999.9f}}, AutoCommon), "  a: 500.000 msec\n bb: 999.900 msec\n");
+}
+
+TEST(KetraTimer, Sorting) {
+  Rows rows = {{"b", 1.0f}, {"c", 3.0f}, {"a", 2.0f}};
+  EXPECT_EQ(printed(rows, Msec, ByName, true), " a: 2.000 msec\n b: 1.000 msec\n c: 3.000 msec\n");
+  EXPECT_EQ(printed(rows, Msec, ByName, false), " c: 3.000 msec\n b: 1.000 msec\n a: 2.000 msec\n");
+  EXPECT_EQ(printed(rows, Msec, ByTime, true), " b: 1.000 msec\n a: 2.000 msec\n c: 3.000 msec\n");
+  EXPECT_EQ(printed(rows, Msec, static_cast<Sorting>(7), false), " c: 3.000 msec\n a: 2.000 msec\n b: 1.000 msec\n");
+}
+
+TEST(KetraTimer, NamesAlignToTheLongest) {
+  EXPECT_EQ(printed({{"rendering", 1.0f}, {"io", 2.0f}}, Msec), "        io: 2.000 msec\n rendering: 1.000 msec\n");
+}
+
+TEST(KetraTimer, SpansAccumulateAndResetRestarts) {
+  clear();
+  EXPECT_EQ(elapsedTime("never used"), 0.0f);
+  EXPECT_FALSE(isRunning("never used"));
+  start("t");
+  EXPECT_TRUE(isRunning("t"));
+  start("t");  // starting a running timer keeps it running
+  EXPECT_TRUE(isRunning("t"));
+  stop("t");
+  EXPECT_FALSE(isRunning("t"));
+  float first = elapsedTime("t");
+  EXPECT_GE(first, 0.0f);
+  start("t");
+  stop("t");
+  EXPECT_GE(elapsedTime("t"), first);
+  reset("t");
+  EXPECT_TRUE(isRunning("t"));
+  EXPECT_EQ(elapsedTime("t"), 0.0f);
+  stop("t");
+  testing::internal::CaptureStdout();
+  printToScreen("", Msec);
+  std::string out = testing::internal::GetCapturedStdout();
+  EXPECT_NE(out.find(" never used: 0.000 msec\n"), std::string::npos) << out;
+  EXPECT_NE(out.find("          t: "), std::string::npos) << out;
+  clear();
+  testing::internal::CaptureStdout();
+  printToScreen("", Msec);
+  EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
+}
