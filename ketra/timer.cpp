@@ -22,8 +22,18 @@ struct Entry {
   float elapsed = 0.0f;
 };
 
+// The program-wide table; its events are destroyed with it at exit.
+struct Table : std::map<std::string, Entry> {
+  ~Table() {
+    for (auto& [name, e] : *this) {
+      device::eventDestroy(e.start_event);
+      device::eventDestroy(e.stop_event);
+    }
+  }
+};
+
 std::map<std::string, Entry>& table() {
-  static std::map<std::string, Entry> entries;
+  static Table entries;
   return entries;
 }
 

@@ -90,6 +90,8 @@ int neighbour_stride(float average_length, int cell_samples) {
 void filter_particles(std::vector<Particle>& particles, std::vector<float>& offsets, std::vector<float3>& normals,
                       float alpha, float beta, float radius, int exact_iterations, int gradient_iterations,
                       float timestep, int cell_samples, std::string label) {
+  // The cell index needs at least one particle; an empty set has nothing to filter.
+  if (particles.empty()) return;
   const long long n = static_cast<long long>(particles.size());
   if (offsets.empty()) offsets.assign(n, 0.0f);
   if (normals.empty()) {

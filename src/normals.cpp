@@ -2,21 +2,16 @@
 
 #include <iostream>
 
-#include <Eigen/Eigenvalues>
 
 #include "src/settings.h"
+#include "src/smallest_eigenvector.h"
 
 float3 normal_from_moments(const float lower[6], const Particle& particle) {
   Eigen::Matrix3f C;
   C << lower[0], lower[1], lower[3],
        lower[1], lower[2], lower[4],
        lower[3], lower[4], lower[5];
-  Eigen::SelfAdjointEigenSolver<Eigen::Matrix3f> solver;
-  solver.compute(C, Eigen::ComputeEigenvectors);
-  const Eigen::Vector3f& w = solver.eigenvalues();
-  int k = (w(0) > w(1)) ? 1 : 0;
-  if (w(k) > w(2)) k = 2;
-  const Eigen::Vector3f v = solver.eigenvectors().col(k);
+  const Eigen::Vector3f v = smallest_eigenvector(C);
   float3 e = {v(0), v(1), v(2)};
   if (!is_finite_value(e.x) || !is_finite_value(e.y) || !is_finite_value(e.z)) return particle.init_normal;
   if (dot(e, particle.dir) <= 0.0f) e = -e;
