@@ -35,6 +35,7 @@ struct ComputeDensityFunctor {
 // once it has passed `min_support`.
 struct ComputeParticleSupportFunctor {
   using Out_t = float;
+  static constexpr bool ignores_own_view = true;
   static inline float min_support = 0.0f;
 
   const Particle* particles = nullptr;

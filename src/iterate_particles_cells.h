@@ -32,6 +32,16 @@ struct NeighbourPass {
 //   void pair(int j, const float3& p_j);     for each neighbour delivered
 //   Out_t finish();                          the particle's result
 // Per-particle state lives in the copy; static members carry settings of a pass.
+// A functor whose pairs from the particle's own view give nothing may declare
+//   static constexpr bool ignores_own_view = true;
+// neighbour runs made only of particles of that view are then skipped whole. Such runs gather
+// where many particles of one view sit at one place (at a camera centre, for pixels whose initial
+// depth is 0) and would otherwise cost time quadratic in their length.
+template <typename Functor>
+constexpr bool ignores_own_view() {
+  if constexpr (requires { Functor::ignores_own_view; }) return Functor::ignores_own_view;
+  return false;
+}
 
 // Runs `functor` over the particles of the 27 cells around each particle. Cells are taken from
 // cell_keys in a dynamic schedule of 4 cells; the result of the particle at run position k of cell q
@@ -65,6 +75,20 @@ void iterate_particles_cells(Functor& functor, std::vector<std::pair<int, typena
     const float3 q = particle_position(p, t);
     run_pos[k] = q;
     run_key[k] = is_finite_value(p.pos.x) && is_finite_value(t) ? cell_key(q, grid_min, inv_cell) : invalid_cell_key;
+  }
+
+  // View of each cell's particles, at the cell's first position; -1 where views are mixed.
+  std::unique_ptr<int[]> run_view;
+  if constexpr (ignores_own_view<Functor>()) {
+    run_view.reset(new int[n]);
+#pragma omp parallel for schedule(static)
+    for (long long q = 0; q < c; ++q) {
+      const long long first = q > 0 ? cell_prefix_sum[q - 1] : 0;
+      int view = particles[handles[first]].camera_index;
+      for (long long b = first + 1; b < cell_prefix_sum[q] && view != -1; ++b)
+        if (particles[handles[b]].camera_index != view) view = -1;
+      run_view[first] = view;
+    }
   }
 
   NeighbourPass pass;
@@ -119,6 +143,9 @@ void iterate_particles_cells(Functor& functor, std::vector<std::pair<int, typena
         bool self_delivered = false;
         for (int m = 0; m < 27; ++m) {
           if (neighbour_start[m] == hash_map_not_found) continue;
+          if constexpr (ignores_own_view<Functor>()) {
+            if (run_view[neighbour_start[m]] == particles[i].camera_index) continue;
+          }
           const unsigned long long cell = neighbour_key[m];
           for (unsigned long long b = neighbour_start[m]; b < static_cast<unsigned long long>(n); b += run_step) {
             if (run_key[b] != cell) break;

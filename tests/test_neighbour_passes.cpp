@@ -248,6 +248,25 @@ TEST(ParticleFunctors, KernelValues) {
   EXPECT_GT(std::sqrt(std::nextafter(limit, 1.0f)), 0.37f);
 }
 
+// Piles of one view's particles at one place (as at a camera centre) are skipped whole by the
+// support pass; the values stay those of the full scan, also next to mixed cells.
+TEST(NeighbourPasses, SupportSkipsPilesOfOneViewWithoutChangingValues) {
+  cloud::ParticleSet set = cloud::random_cloud(600, 1.0f, 11);
+  for (int k = 0; k < 300; ++k) {
+    Particle p = set.particles[k];
+    p.pos = {k < 200 ? 0.5f : 0.65f, 0.5f, 0.5f};  // two piles in neighbouring cells
+    p.camera_index = k < 200 ? 1 : 2;
+    p.radius = 0.0f;
+    set.particles.push_back(p);
+    set.offsets.push_back(0.0f);
+    set.normals.push_back(set.normals[k]);
+  }
+  const Index index = build_index(set, kRadius);
+  ComputeParticleSupportFunctor::min_support = 1.5f;
+  expect_same_bits(run_pass<ComputeParticleSupportFunctor, true>(set, index, kRadius, {}, 1),
+                   run_reference<ComputeParticleSupportFunctor, true>(set, index, kRadius, {}, 1));
+}
+
 TEST(ParticleFunctors, SupportStopsAboveTheLevel) {
   use_normal_dot_weight = false;
   cloud::ParticleSet set;
