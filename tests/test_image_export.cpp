@@ -2,7 +2,6 @@
 
 #include <cstring>
 #include <filesystem>
-#include <regex>
 #include <string>
 #include <vector>
 
@@ -78,10 +77,14 @@ TEST(SaveImage, OtherPlaneCountsAreReportedAndNotWritten) {
   testing::internal::CaptureStdout();
   ketra::saveImage<unsigned char>(a, path, false);
   const std::string printed = testing::internal::GetCapturedStdout();
-  const std::regex expected(std::string(QUILLARA_SOURCE_DIR) +
-                            "/ketra/image_export\\.cpp:[0-9]+: saveImage\\(\\) does not support writing color image "
-                            "from Array with dimensions \\(4, 2, 1\\)\n");
-  EXPECT_TRUE(std::regex_match(printed, expected)) << printed;
+  // The source position, then the text; the line number is whatever it is.
+  const std::string file = std::string(QUILLARA_SOURCE_DIR) + "/ketra/image_export.cpp:";
+  const std::string text = ": saveImage() does not support writing color image from Array with dimensions (4, 2, 1)\n";
+  ASSERT_GT(printed.size(), file.size() + text.size()) << printed;
+  EXPECT_EQ(printed.substr(0, file.size()), file);
+  EXPECT_EQ(printed.substr(printed.size() - text.size()), text);
+  const std::string line = printed.substr(file.size(), printed.size() - file.size() - text.size());
+  EXPECT_EQ(line.find_first_not_of("0123456789"), std::string::npos) << line;
   EXPECT_FALSE(std::filesystem::exists(path));
 }
 
