@@ -196,35 +196,9 @@ TEST(DeviceHashMap, DenseKeysRestartWithTheHostOffsets) {
   EXPECT_EQ(d_hash_map_construction_error, 0u);
 }
 
-TEST(DeviceHashMap, DenseClusteredKeysGiveTheHostMap) {
-  std::vector<unsigned long long> keys;
-  std::set<unsigned long long> seen;
-  for (uint64_t k = 0; keys.size() < 20000; ++k) {
-    const unsigned long long key = cloud::mix(k) % 60000;
-    if (seen.insert(key).second) keys.push_back(key);
-  }
-  HashMap map;
-  expect_device_map_as_host(keys, &map);
-  EXPECT_GT(map.max_age, 1u);
-}
-
 TEST(DeviceHashMap, NoKeysGiveAnEmptyMap) {
   HashMap map;
   EXPECT_EQ(expect_device_map_as_host({}, &map), "hash map size is 0\ntrying to build hash map: attempt 1\n max age is 0\n");
   EXPECT_EQ(map.size, 0u);
   EXPECT_TRUE(map.keys.empty());
-}
-
-TEST(HashOffsets, EachAttemptContinuesOneSequenceFromTheFixedSeed) {
-  HashOffsetSource a, b;
-  std::vector<unsigned int> first, second, again;
-  draw_hash_offsets(a, first);
-  draw_hash_offsets(a, second);
-  draw_hash_offsets(b, again);
-  ASSERT_EQ(first.size(), 64u);
-  EXPECT_EQ(first[0], 0u);
-  EXPECT_EQ(second[0], 0u);
-  EXPECT_EQ(first, again);
-  EXPECT_NE(first, second);
-  EXPECT_EQ(create_hash_map(std::vector<unsigned long long>{5}, std::vector<unsigned int>{1}, 0.8f).hash_offsets, first);
 }

@@ -47,27 +47,18 @@ CTensor<float> read_png(const std::string& path) {
 }  // namespace
 
 TEST(SaveImage, InvertNegatesEachByte) {
-  const unsigned char values[] = {0, 1, 255, 128, 7, 200};
-  std::vector<unsigned char> bytes = planar_bytes(2, 1, 3, [&](unsigned x, unsigned, unsigned c) {
-    return values[(x * 3 + c) % 6];
-  });
+  // One pixel per plane value: (0, 1, 255) and (128, 7, 200).
+  const unsigned char values[] = {0, 128, 1, 7, 255, 200};
+  std::vector<unsigned char> bytes(values, values + 6);
   const ketra::Array<unsigned char, 3> a = ketra::arrayFromHostMemory(bytes.data(), 2, 1, 3);
   for (bool invert : {false, true}) {
     const std::string path = scratch_path(invert ? "inverted.png" : "plain.png");
     ketra::saveImage<unsigned char>(a, path, invert);
     const CTensor<float> t = read_png(path);
-    ASSERT_EQ(t.zSize, 3);
-    for (int x = 0; x < 2; ++x)
-      for (int c = 0; c < 3; ++c) {
-        const unsigned char v = values[(x * 3 + c) % 6];
-        EXPECT_EQ(t(x, 0, c), invert ? static_cast<unsigned char>(256 - v) : v) << x << " " << c;
-      }
+    const std::vector<float> expected =
+        invert ? std::vector<float>{0, 128, 255, 249, 1, 56} : std::vector<float>{0, 128, 1, 7, 255, 200};
+    EXPECT_EQ(std::vector<float>(t.data, t.data + t.size()), expected);
   }
-  // 0 stays 0, 1 becomes 255, 255 becomes 1: the first pixel holds (0, 1, 255).
-  const CTensor<float> t = read_png(scratch_path("inverted.png"));
-  EXPECT_EQ(t(0, 0, 0), 0.0f);
-  EXPECT_EQ(t(0, 0, 1), 255.0f);
-  EXPECT_EQ(t(0, 0, 2), 1.0f);
 }
 
 TEST(SaveImage, OtherPlaneCountsAreReportedAndNotWritten) {
