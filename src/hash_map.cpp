@@ -2,13 +2,12 @@
 
 #include <algorithm>
 
-#include <boost/random/mersenne_twister.hpp>
-#include <boost/random/uniform_int_distribution.hpp>
+#include "src/hash_offsets.h"
 
 namespace {
 
 constexpr unsigned long long key_mask = 0xffffffffffffULL;
-constexpr int offset_count = 64;
+constexpr int offset_count = hash_offset_count;
 
 // Places one key, moving on with any key it evicts. Returns false if some key ran out of ages.
 bool insert_key(std::vector<unsigned long long>& table, std::vector<unsigned int>& ages,
@@ -50,10 +49,8 @@ HashMap create_hash_map(const std::vector<unsigned long long>& keys, const std::
   const unsigned int size = static_cast<unsigned int>(static_cast<float>(n) / load_factor);
   std::vector<unsigned long long> table(size);
   map.ages.resize(size);
-  map.hash_offsets.resize(offset_count);
 
-  boost::random::mt19937 engine(5489u);
-  boost::random::uniform_int_distribution<unsigned int> draw(0u, 0x7FFFFFFFu);
+  HashOffsetSource offset_source;
   while (true) {
     const long long slots = size;
 #pragma omp parallel for schedule(static)
@@ -61,8 +58,7 @@ HashMap create_hash_map(const std::vector<unsigned long long>& keys, const std::
       table[s] = 0;
       map.ages[s] = 0;
     }
-    map.hash_offsets[0] = 0;
-    for (int a = 1; a < offset_count; ++a) map.hash_offsets[a] = draw(engine);
+    draw_hash_offsets(offset_source, map.hash_offsets);
 
     long long failures = 0;
 #pragma omp parallel for schedule(dynamic, 64)

@@ -1,0 +1,188 @@
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "image/CMatrix.h"
+#include "image/CTensor.h"
+#include "ketra/access.h"
+#include "ketra/image_export.h"
+#include "ketra/tools.h"
+#include "src/save_depthmap_stack.h"
+#include "tests/io_test_support.h"
+
+using io_test::expect_runtime_error;
+using io_test::read_bytes;
+using io_test::scratch_path;
+
+namespace {
+
+// A packed host array of x * y * z bytes with planes r, g, b, ...; byte (x, y, z) = f(x, y, z).
+template <class F>
+std::vector<unsigned char> planar_bytes(unsigned int x, unsigned int y, unsigned int z, F f) {
+  std::vector<unsigned char> v(x * y * z);
+  for (unsigned int c = 0; c < z; ++c)
+    for (unsigned int j = 0; j < y; ++j)
+      for (unsigned int i = 0; i < x; ++i) v[(c * y + j) * x + i] = f(i, j, c);
+  return v;
+}
+
+// A pitched device copy of a host array; the caller frees it.
+template <class T, int N>
+ketra::Array<T, N> to_device(ketra::Array<T, N> const& host) {
+  ketra::Array<T, 4> a = ketra::mallocDeviceArray<T>(ketra::internal::as4D(host).extents);
+  ketra::Array<T, N> d = ketra::internal::decreaseArrayDimension<T, 4, N>(a);
+  ketra::arrayCopy(d, host);
+  return d;
+}
+
+CTensor<float> read_png(const std::string& path) {
+  CTensor<float> t;
+  t.readFromPNG(path.c_str(), false);
+  return t;
+}
+
+}  // namespace
+
+TEST(SaveImage, InvertNegatesEachByte) {
+  // One pixel per plane value: (0, 1, 255) and (128, 7, 200).
+  const unsigned char values[] = {0, 128, 1, 7, 255, 200};
+  std::vector<unsigned char> bytes(values, values + 6);
+  const ketra::Array<unsigned char, 3> a = ketra::arrayFromHostMemory(bytes.data(), 2, 1, 3);
+  for (bool invert : {false, true}) {
+    const std::string path = scratch_path(invert ? "inverted.png" : "plain.png");
+    ketra::saveImage<unsigned char>(a, path, invert);
+    const CTensor<float> t = read_png(path);
+    const std::vector<float> expected =
+        invert ? std::vector<float>{0, 128, 255, 249, 1, 56} : std::vector<float>{0, 128, 1, 7, 255, 200};
+    EXPECT_EQ(std::vector<float>(t.data, t.data + t.size()), expected);
+  }
+}
+
+TEST(SaveImage, OtherPlaneCountsAreReportedAndNotWritten) {
+  std::vector<unsigned char> bytes(4 * 2 * 1, 9);
+  const ketra::Array<unsigned char, 3> a = ketra::arrayFromHostMemory(bytes.data(), 4, 2, 1);
+  const std::string path = scratch_path("one_plane.png");
+  testing::internal::CaptureStdout();
+  ketra::saveImage<unsigned char>(a, path, false);
+  const std::string printed = testing::internal::GetCapturedStdout();
+  // The source position, then the text; the line number is whatever it is.
+  const std::string file = std::string(QUILLARA_SOURCE_DIR) + "/ketra/image_export.cpp:";
+  const std::string text = ": saveImage() does not support writing color image from Array with dimensions (4, 2, 1)\n";
+  ASSERT_GT(printed.size(), file.size() + text.size()) << printed;
+  EXPECT_EQ(printed.substr(0, file.size()), file);
+  EXPECT_EQ(printed.substr(printed.size() - text.size()), text);
+  const std::string line = printed.substr(file.size(), printed.size() - file.size() - text.size());
+  EXPECT_EQ(line.find_first_not_of("0123456789"), std::string::npos) << line;
+  EXPECT_FALSE(std::filesystem::exists(path));
+}
+
+TEST(SaveImage, ExtensionChoosesTheFormatOrIsRefused) {
+  std::vector<unsigned char> bytes = planar_bytes(2, 1, 3, [](unsigned x, unsigned, unsigned c) {
+    return static_cast<unsigned char>(10 * x + c);
+  });
+  const ketra::Array<unsigned char, 3> a = ketra::arrayFromHostMemory(bytes.data(), 2, 1, 3);
+  ketra::saveImage<unsigned char>(a, scratch_path("image.PPM"), false);
+  EXPECT_EQ(read_bytes(scratch_path("image.PPM")), std::string("P6 \n2 1 \n255\n\x00\x01\x02\x0a\x0b\x0c", 19));
+  const ketra::Array<unsigned char, 3> d = to_device(a);
+  expect_runtime_error([&] { ketra::saveImage<unsigned char>(d, scratch_path("image.bmp"), false); },
+                       "Image file format not supported");
+  expect_runtime_error([&] { ketra::saveImage<unsigned char>(a, scratch_path("image.Png"), false); },
+                       "Image file format not supported");
+  ketra::Array<unsigned char, 3> owned = d;
+  ketra::freeArray(owned);
+}
+
+TEST(SaveImage, DeviceAndHostArraysGiveTheSameFile) {
+  std::vector<unsigned char> bytes = planar_bytes(37, 5, 3, [](unsigned x, unsigned y, unsigned c) {
+    return static_cast<unsigned char>(x * 7 + y * 31 + c * 101);
+  });
+  const ketra::Array<unsigned char, 3> host = ketra::arrayFromHostMemory(bytes.data(), 37, 5, 3);
+  ketra::Array<unsigned char, 3> device = to_device(host);
+  ASSERT_NE(device.pitch.y, 37u) << "the device copy should be pitched";
+  ketra::saveImage<unsigned char>(host, scratch_path("host.png"), true);
+  ketra::saveImage<unsigned char>(device, scratch_path("device.png"), true);
+  EXPECT_EQ(read_bytes(scratch_path("host.png")), read_bytes(scratch_path("device.png")));
+  ketra::freeArray(device);
+}
+
+TEST(SaveImageToPNG, ColourBytesAreWrittenAndAlphaDropped) {
+  std::vector<uchar4> pixels(6 * 3);
+  for (unsigned int k = 0; k < pixels.size(); ++k)
+    pixels[k] = make_uchar4(static_cast<unsigned char>(k), static_cast<unsigned char>(255 - k),
+                            static_cast<unsigned char>(k * 13), static_cast<unsigned char>(k + 100));
+  const ketra::Array<uchar4, 2> host = ketra::arrayFromHostMemory(pixels.data(), 6, 3);
+  ketra::Array<uchar4, 2> device = to_device(host);
+  saveImageToPNG(host, scratch_path("host.png"));
+  saveImageToPNG(device, scratch_path("device.png"));
+  EXPECT_EQ(read_bytes(scratch_path("host.png")), read_bytes(scratch_path("device.png")));
+  const CTensor<float> t = read_png(scratch_path("device.png"));
+  ASSERT_EQ(t.zSize, 3);
+  ASSERT_EQ(t.xSize, 6);
+  ASSERT_EQ(t.ySize, 3);
+  for (int y = 0; y < 3; ++y)
+    for (int x = 0; x < 6; ++x) {
+      const uchar4 p = pixels[y * 6 + x];
+      EXPECT_EQ(t(x, y, 0), p.x);
+      EXPECT_EQ(t(x, y, 1), p.y);
+      EXPECT_EQ(t(x, y, 2), p.z);
+    }
+  ketra::freeArray(device);
+
+  ketra::Array<uchar4, 2> empty_device{};
+  empty_device.device = 0;
+  expect_runtime_error([&] { saveImageToPNG(empty_device, scratch_path("empty.png")); },
+                       "ketra::mallocHostArray: all extents must be >= 1");
+}
+
+namespace {
+
+std::string float_bytes(const std::vector<float>& v) {
+  std::string s(v.size() * sizeof(float), '\0');
+  std::memcpy(s.data(), v.data(), s.size());
+  return s;
+}
+
+CMatrix<float> depth_map(int x, int y, float base) {
+  CMatrix<float> m(x, y);
+  for (int k = 0; k < x * y; ++k) m.data[k] = base + 0.25f * k;
+  return m;
+}
+
+}  // namespace
+
+TEST(SaveDepthmapStack, MapsBecomePlanesOfOneDump) {
+  const std::vector<CMatrix<float>> maps = {depth_map(3, 2, 1.0f), depth_map(3, 2, -8.0f)};
+  const std::string path = scratch_path("stack.dat");
+  testing::internal::CaptureStdout();
+  saveDepthmapStack(maps, path);
+  EXPECT_EQ(testing::internal::GetCapturedStdout(), "(3, 2, 2, 1) [4.57764e-05 MB] written to " + path + "\n");
+  EXPECT_EQ(read_bytes(path), float_bytes({1.0f, 1.25f, 1.5f, 1.75f, 2.0f, 2.25f,  //
+                                           -8.0f, -7.75f, -7.5f, -7.25f, -7.0f, -6.75f}));
+  EXPECT_EQ(read_bytes(path + ".ketrainfo"), "3 2 2 1 2 32 0 0 0\n");
+}
+
+TEST(SaveDepthmapStack, LaterMapsTakeTheFirstMapsSize) {
+  // A larger map gives its first elements; a smaller one fills what it has and leaves zeros.
+  const std::vector<CMatrix<float>> maps = {depth_map(2, 2, 0.0f), depth_map(3, 2, 10.0f), depth_map(1, 3, 20.0f)};
+  const std::string path = scratch_path("mixed.dat");
+  testing::internal::CaptureStdout();
+  saveDepthmapStack(maps, path);
+  testing::internal::GetCapturedStdout();
+  EXPECT_EQ(read_bytes(path), float_bytes({0.0f, 0.25f, 0.5f, 0.75f, 10.0f, 10.25f, 10.5f, 10.75f,  //
+                                           20.0f, 20.25f, 20.5f, 0.0f}));
+  EXPECT_EQ(read_bytes(path + ".ketrainfo"), "2 2 3 1 2 32 0 0 0\n");
+}
+
+TEST(SaveDepthmapStack, MissingDirectoryWritesNothing) {
+  const std::string path = scratch_path("no_such_directory") + "/debug_rendered_depthmaps.dat";
+  testing::internal::CaptureStdout();
+  EXPECT_NO_THROW(saveDepthmapStack({depth_map(2, 1, 0.0f)}, path));
+  EXPECT_EQ(testing::internal::GetCapturedStdout(), "(2, 1, 1, 1) [7.62939e-06 MB] written to " + path + "\n");
+  EXPECT_FALSE(std::filesystem::exists(path));
+  EXPECT_FALSE(std::filesystem::exists(path + ".ketrainfo"));
+  expect_runtime_error([&] { saveDepthmapStack({}, scratch_path("none.dat")); },
+                       "ketra::mallocHostArray: all extents must be >= 1");
+}
