@@ -25,8 +25,10 @@ inline std::ostream& operator<<(std::ostream& os, const Result& r) {
             << r.err << "\"}";
 }
 
-// Runs `program` in `dir` with `args` behind the program name, collecting both streams.
-inline Result run(const std::string& program, const std::string& dir, const std::vector<std::string>& args) {
+// Runs `program` in `dir` with `args` behind the program name, collecting both streams. `env` holds
+// "NAME=value" entries added to the child's environment.
+inline Result run(const std::string& program, const std::string& dir, const std::vector<std::string>& args,
+                  const std::vector<std::string>& env = {}) {
   int out_pipe[2], err_pipe[2];
   if (pipe(out_pipe) != 0 || pipe(err_pipe) != 0) return {};
   std::vector<std::string> copies = args;
@@ -34,6 +36,7 @@ inline Result run(const std::string& program, const std::string& dir, const std:
   std::vector<char*> argv;
   for (std::string& a : copies) argv.push_back(a.data());
   argv.push_back(nullptr);
+  std::vector<std::string> env_copies = env;
 
   pid_t pid = fork();
   if (pid == 0) {
@@ -43,6 +46,7 @@ inline Result run(const std::string& program, const std::string& dir, const std:
     close(err_pipe[0]);
     close(out_pipe[1]);
     close(err_pipe[1]);
+    for (std::string& e : env_copies) putenv(e.data());
     if (chdir(dir.c_str()) == 0) execv(argv[0], argv.data());
     _exit(127);
   }
