@@ -121,10 +121,10 @@ TEST(CreateSuperpixels, HandsTheLayerTheViewAndTheRunSettings) {
       for (unsigned id : cluster.pixel_ids) pixels.emplace_back(id % 48, id / 48);
       EXPECT_EQ(superpixels[k].pixels, pixels) << k;
       const uchar4 c = superpixels[k].color;
-      EXPECT_EQ(std::vector<int>({c.x, c.y, c.z}),
-                std::vector<int>({static_cast<int>(cluster.color[0] * 255.0f), static_cast<int>(cluster.color[1] * 255.0f),
-                                  static_cast<int>(cluster.color[2] * 255.0f)}))
-          << k;
+      // The layer's mean colour in 0..1, times 255 and truncated.
+      std::vector<int> color;
+      for (float f : cluster.color) color.push_back(static_cast<int>(f * 255.0f));
+      EXPECT_EQ(std::vector<int>({c.x, c.y, c.z}), color) << k;
     }
   }
 }

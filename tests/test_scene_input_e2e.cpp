@@ -2,6 +2,7 @@
 #include <png.h>
 
 #include <algorithm>
+#include <csignal>
 #include <filesystem>
 #include <fstream>
 #include <set>
@@ -171,7 +172,8 @@ TEST_F(SceneRun, EightBitGreyDepthIsAccepted) {
   CMatrix<unsigned short> depth;
   depth.readFromPNG(depth_png(views[1], 1).c_str());
   std::vector<unsigned char> bytes;
-  for (size_t i = 0; i < depth.size(); ++i) bytes.push_back(static_cast<unsigned char>(std::min(depth.data[i] / 16, 255)));
+  for (size_t i = 0; i < depth.size(); ++i)
+    bytes.push_back(static_cast<unsigned char>(std::min(depth.data[i] / 16, 255)));
   io_test::write_raw_png(depth_png(views[1], 1), 48, 40, PNG_COLOR_TYPE_GRAY, 8, bytes);
   const float m0 = depth_maximum(depth_png(views[0], 0));
   ASSERT_GT(m0, 0.255f);
@@ -184,8 +186,8 @@ TEST_F(SceneRun, ViewFileWithoutPathsEndsTheRunAbnormally) {
   std::vector<std::string> views = make_scene(2);
   std::ofstream(dir_ + "/short.txt") << "40 0 23.5\n0 40 19.5\n0 0 1\n1 0 0\n0 1 0\n0 0 1\n0 0 0\n48 40\n";
   const e2e::Result r = run({views[0], "short.txt"});
-  EXPECT_NE(r.status, 0);
-  EXPECT_TRUE(r.status != -1 || r.signal != 0) << r;
+  EXPECT_EQ(r.status, -1) << r;
+  EXPECT_EQ(r.signal, SIGABRT);  // the uncaught exception ends the process
   EXPECT_EQ(r.out, "Reading file " + views[0] + "\nReading file short.txt\n");
   EXPECT_NE(r.err.find("CMatrix::readFromPNG: Cannot open file \n"), std::string::npos) << r.err;
   EXPECT_TRUE(output_files().empty());

@@ -234,7 +234,8 @@ TEST(SmallestEigenvector, SmallestEigenvalueWithTiesToTheLowerIndex) {
   EXPECT_NEAR(std::fabs(e(1)), 1.0f, 1e-6f);
   EXPECT_NEAR(e(0), 0.0f, 1e-6f);
   // Equal eigenvalues: the solver's first vector.
-  for (const Eigen::Matrix3f& tie : {Eigen::Matrix3f(Eigen::Matrix3f::Identity()), Eigen::Matrix3f(Eigen::Matrix3f::Zero())}) {
+  const Eigen::Matrix3f ties[] = {Eigen::Matrix3f::Identity(), Eigen::Matrix3f::Zero()};
+  for (const Eigen::Matrix3f& tie : ties) {
     Eigen::SelfAdjointEigenSolver<Eigen::Matrix3f> solver(tie);
     EXPECT_EQ(smallest_eigenvector(tie), solver.eigenvectors().col(0));
   }
