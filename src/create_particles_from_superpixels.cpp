@@ -55,7 +55,10 @@ void create_particles_from_superpixels(std::vector<Particle>& particles, std::ve
         if (d != 0.0f && is_finite_value(d) && d != FLT_MAX)
           points.push_back(back_project(x, y, d, measured_depth.xSize, measured_depth.ySize, camera, inv_fx, inv_fy));
       }
-      if (0.8 * static_cast<double>(s.pixels.size()) > static_cast<double>(points.size())) continue;
+      // Too few valid depths: no particle. An empty superpixel passes the 80 % rule but has no
+      // point to fit, so it yields none either.
+      if (0.8 * static_cast<double>(s.pixels.size()) > static_cast<double>(points.size()) || points.empty())
+        continue;
 
       float3 c, n;
       robust_plane_fit(points, camera, c, n);

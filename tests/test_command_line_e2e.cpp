@@ -1,7 +1,4 @@
 #include <gtest/gtest.h>
-#include <poll.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <boost/filesystem.hpp>
 #include <fstream>
@@ -9,6 +6,7 @@
 #include <vector>
 
 #include "tests/expected_usage.h"
+#include "tests/run_process.h"
 
 // Runs the quillara binary and checks its streams and exit status for every way the command line
 // can end a run before any scene work.
@@ -17,64 +15,7 @@ namespace {
 
 namespace fs = boost::filesystem;
 
-struct Result {
-  std::string out, err;
-  int status = -1;  // exit status; -1 when the process did not exit normally
-  bool operator==(const Result&) const = default;
-};
-
-std::ostream& operator<<(std::ostream& os, const Result& r) {
-  return os << "{status " << r.status << ", stdout \"" << r.out << "\", stderr \"" << r.err << "\"}";
-}
-
-// Runs the binary in dir with args behind the program name, collecting both streams.
-Result run(const fs::path& dir, const std::vector<std::string>& args) {
-  int out_pipe[2], err_pipe[2];
-  if (pipe(out_pipe) != 0 || pipe(err_pipe) != 0) return {};
-  std::vector<char*> argv;
-  std::string program = QUILLARA_BIN;
-  argv.push_back(program.data());
-  std::vector<std::string> copies = args;
-  for (std::string& a : copies) argv.push_back(a.data());
-  argv.push_back(nullptr);
-
-  pid_t pid = fork();
-  if (pid == 0) {
-    dup2(out_pipe[1], STDOUT_FILENO);
-    dup2(err_pipe[1], STDERR_FILENO);
-    close(out_pipe[0]);
-    close(err_pipe[0]);
-    close(out_pipe[1]);
-    close(err_pipe[1]);
-    if (chdir(dir.c_str()) == 0) execv(argv[0], argv.data());
-    _exit(127);
-  }
-  close(out_pipe[1]);
-  close(err_pipe[1]);
-
-  Result r;
-  pollfd fds[2] = {{out_pipe[0], POLLIN, 0}, {err_pipe[0], POLLIN, 0}};
-  std::string* sinks[2] = {&r.out, &r.err};
-  int open_streams = 2;
-  while (open_streams > 0 && poll(fds, 2, -1) > 0) {
-    for (int i = 0; i < 2; ++i) {
-      if (fds[i].fd < 0 || fds[i].revents == 0) continue;
-      char chunk[4096];
-      ssize_t n = read(fds[i].fd, chunk, sizeof chunk);
-      if (n > 0) {
-        sinks[i]->append(chunk, static_cast<std::size_t>(n));
-      } else {
-        close(fds[i].fd);
-        fds[i].fd = -1;
-        --open_streams;
-      }
-    }
-  }
-  int wait_status = 0;
-  waitpid(pid, &wait_status, 0);
-  r.status = WIFEXITED(wait_status) ? WEXITSTATUS(wait_status) : -1;
-  return r;
-}
+using e2e::Result;
 
 class CommandLine : public testing::Test {
  protected:
@@ -83,7 +24,7 @@ class CommandLine : public testing::Test {
     fs::remove_all(dir_);
     fs::create_directories(dir_);
   }
-  Result run(const std::vector<std::string>& args) { return ::run(dir_, args); }
+  Result run(const std::vector<std::string>& args) { return e2e::run(QUILLARA_BIN, dir_.string(), args); }
   void touch(const std::string& name) { std::ofstream(dir_ / name) << "view\n"; }
   bool exists(const std::string& name) { return fs::exists(dir_ / name); }
 

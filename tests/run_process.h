@@ -1,0 +1,81 @@
+#pragma once
+
+// Runs a program in a directory and collects what it writes and how it ends, for the end-to-end
+// tests of the binaries.
+
+#include <poll.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <ostream>
+#include <string>
+#include <vector>
+
+namespace e2e {
+
+struct Result {
+  std::string out, err;
+  int status = -1;  // exit status; -1 when the process did not exit normally
+  int signal = 0;   // the signal that ended the process, 0 when it exited
+  bool operator==(const Result&) const = default;
+};
+
+inline std::ostream& operator<<(std::ostream& os, const Result& r) {
+  return os << "{status " << r.status << ", signal " << r.signal << ", stdout \"" << r.out << "\", stderr \""
+            << r.err << "\"}";
+}
+
+// Runs `program` in `dir` with `args` behind the program name, collecting both streams. `env` holds
+// "NAME=value" entries added to the child's environment.
+inline Result run(const std::string& program, const std::string& dir, const std::vector<std::string>& args,
+                  const std::vector<std::string>& env = {}) {
+  int out_pipe[2], err_pipe[2];
+  if (pipe(out_pipe) != 0 || pipe(err_pipe) != 0) return {};
+  std::vector<std::string> copies = args;
+  copies.insert(copies.begin(), program);
+  std::vector<char*> argv;
+  for (std::string& a : copies) argv.push_back(a.data());
+  argv.push_back(nullptr);
+  std::vector<std::string> env_copies = env;
+
+  pid_t pid = fork();
+  if (pid == 0) {
+    dup2(out_pipe[1], STDOUT_FILENO);
+    dup2(err_pipe[1], STDERR_FILENO);
+    close(out_pipe[0]);
+    close(err_pipe[0]);
+    close(out_pipe[1]);
+    close(err_pipe[1]);
+    for (std::string& e : env_copies) putenv(e.data());
+    if (chdir(dir.c_str()) == 0) execv(argv[0], argv.data());
+    _exit(127);
+  }
+  close(out_pipe[1]);
+  close(err_pipe[1]);
+
+  Result r;
+  pollfd fds[2] = {{out_pipe[0], POLLIN, 0}, {err_pipe[0], POLLIN, 0}};
+  std::string* sinks[2] = {&r.out, &r.err};
+  int open_streams = 2;
+  while (open_streams > 0 && poll(fds, 2, -1) > 0) {
+    for (int i = 0; i < 2; ++i) {
+      if (fds[i].fd < 0 || fds[i].revents == 0) continue;
+      char chunk[4096];
+      ssize_t n = read(fds[i].fd, chunk, sizeof chunk);
+      if (n > 0) {
+        sinks[i]->append(chunk, static_cast<std::size_t>(n));
+      } else {
+        close(fds[i].fd);
+        fds[i].fd = -1;
+        --open_streams;
+      }
+    }
+  }
+  int wait_status = 0;
+  waitpid(pid, &wait_status, 0);
+  r.status = WIFEXITED(wait_status) ? WEXITSTATUS(wait_status) : -1;
+  r.signal = WIFSIGNALED(wait_status) ? WTERMSIG(wait_status) : 0;
+  return r;
+}
+
+}  // namespace e2e
