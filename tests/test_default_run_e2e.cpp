@@ -28,32 +28,29 @@ struct FusedScene {
   std::vector<scene::ModelPoint> model;
 };
 
-const FusedScene& fused_scene() {
-  static const FusedScene fused = [] {
-    FusedScene f;
-    const fs::path root = fs::path(QUILLARA_TEST_TMP) / "default_run";
-    fs::remove_all(root);
-    f.scene_dir = (root / "scene").string();
-    f.out_dir = (root / "model").string();
-    scene::SceneOptions options;
-    options.out_dir = f.scene_dir;
-    options.views = 16;
-    options.width = 256;
-    options.height = 192;
-    options.noise = 0.001;
-    scene::write_scene(scene::make_default_scene(), options);
+FusedScene fuse_scene() {
+  FusedScene f;
+  const fs::path root = fs::path(QUILLARA_TEST_TMP) / "default_run_16_views";
+  fs::remove_all(root);
+  f.scene_dir = (root / "scene").string();
+  f.out_dir = (root / "model").string();
+  scene::SceneOptions options;
+  options.out_dir = f.scene_dir;
+  options.views = 16;
+  options.width = 256;
+  options.height = 192;
+  options.noise = 0.001;
+  scene::write_scene(scene::make_default_scene(), options);
 
-    std::ifstream depth(f.scene_dir + "/average_depth.txt");
-    std::string average_depth;
-    depth >> average_depth;
-    std::vector<std::string> args = {"--out-dir", f.out_dir, "--depth-avg", average_depth, "--superpixels", "800",
-                                     "--"};
-    for (int v = 0; v < options.views; ++v) args.push_back(f.scene_dir + "/" + scene::view_file_name(v));
-    f.run = e2e::run(QUILLARA_BIN, root.string(), args);
-    if (f.run.status == 0) f.model = scene::read_model_ply(f.out_dir + "/model.ply");
-    return f;
-  }();
-  return fused;
+  std::ifstream depth(f.scene_dir + "/average_depth.txt");
+  std::string average_depth;
+  depth >> average_depth;
+  std::vector<std::string> args = {"--out-dir", f.out_dir, "--depth-avg", average_depth, "--superpixels", "800",
+                                   "--"};
+  for (int v = 0; v < options.views; ++v) args.push_back(f.scene_dir + "/" + scene::view_file_name(v));
+  f.run = e2e::run(QUILLARA_BIN, root.string(), args);
+  if (f.run.status == 0) f.model = scene::read_model_ply(f.out_dir + "/model.ply");
+  return f;
 }
 
 // The raw input: every measured depth back-projected, as the particles start out.
@@ -70,11 +67,8 @@ std::vector<scene::Vec3> raw_points(const std::string& scene_dir, int views) {
   return points;
 }
 
-}  // namespace
 
-TEST(DefaultRun, WritesExactlyTheTwoModels) {
-  const FusedScene& f = fused_scene();
-  ASSERT_EQ(f.run.status, 0) << f.run.err;
+void expect_exactly_the_two_models(const FusedScene& f) {
   std::vector<std::string> files;
   for (const auto& entry : fs::directory_iterator(f.out_dir)) files.push_back(entry.path().filename().string());
   std::sort(files.begin(), files.end());
@@ -83,11 +77,8 @@ TEST(DefaultRun, WritesExactlyTheTwoModels) {
 }
 
 // The model lies on the true surfaces, covers them, and is closer to them than the noisy input.
-TEST(DefaultRun, ModelIsAccurateAndComplete) {
-  const FusedScene& f = fused_scene();
-  ASSERT_EQ(f.run.status, 0) << f.run.err;
+void expect_accurate_and_complete(const FusedScene& f) {
   const scene::Evaluation e = scene::evaluate_model(f.scene_dir, f.model);
-  RecordProperty("evaluation", scene::format_evaluation(e));
   std::cout << scene::format_evaluation(e);
   ASSERT_GT(e.points, 10000u);
   EXPECT_LT(e.accuracy.median, 0.5 * e.footprint);
@@ -100,9 +91,7 @@ TEST(DefaultRun, ModelIsAccurateAndComplete) {
 
 // The sheet, far thinner than the smoothing radius, keeps both of its faces, and each face's
 // points have normals facing their own side.
-TEST(DefaultRun, ThinSheetKeepsBothSides) {
-  const FusedScene& f = fused_scene();
-  ASSERT_EQ(f.run.status, 0) << f.run.err;
+void expect_both_sides_of_the_sheet(const FusedScene& f) {
   const scene::Scene truth = scene::make_default_scene();
   const scene::Shape& sheet = truth.shapes[scene::find_shape(truth, "sheet")];
   int side_count[2] = {0, 0}, facing_own_side[2] = {0, 0};
@@ -125,17 +114,37 @@ TEST(DefaultRun, ThinSheetKeepsBothSides) {
   }
 }
 
+}  // namespace
+
+// One run of the program on the 16-view scene, checked for its files, its accuracy and
+// completeness, and the thin sheet.
+TEST(DefaultRun, FusesAGeneratedSceneAccuratelyAndCompletely) {
+  const FusedScene f = fuse_scene();
+  ASSERT_EQ(f.run.status, 0) << f.run.err;
+  expect_exactly_the_two_models(f);
+  expect_accurate_and_complete(f);
+  expect_both_sides_of_the_sheet(f);
+}
+
 // Support levels that nothing reaches empty both models; both files are still written, empty.
 TEST(DefaultRun, EmptiedModelsAreStillWritten) {
-  const FusedScene& f = fused_scene();
-  const fs::path out = fs::path(QUILLARA_TEST_TMP) / "default_run" / "empty";
-  std::ifstream depth(f.scene_dir + "/average_depth.txt");
+  const fs::path root = fs::path(QUILLARA_TEST_TMP) / "default_run_empty";
+  fs::remove_all(root);
+  scene::SceneOptions options;
+  options.out_dir = (root / "scene").string();
+  options.views = 2;
+  options.width = 64;
+  options.height = 48;
+  scene::write_scene(scene::make_default_scene(), options);
+  const std::string scene_dir = options.out_dir;
+  const fs::path out = root / "model";
+  std::ifstream depth(scene_dir + "/average_depth.txt");
   std::string average_depth;
   depth >> average_depth;
-  const e2e::Result r = e2e::run(QUILLARA_BIN, out.parent_path().string(),
-                                 {"-o", out.string(), "--depth-avg", average_depth, "--superpixels", "300",
-                                  "--min-support-sp", "1e9", "--", f.scene_dir + "/view_00.txt",
-                                  f.scene_dir + "/view_01.txt"});
+  const e2e::Result r = e2e::run(QUILLARA_BIN, root.string(),
+                                 {"-o", out.string(), "--depth-avg", average_depth, "--superpixels", "30",
+                                  "--min-support-sp", "1e9", "--", scene_dir + "/view_00.txt",
+                                  scene_dir + "/view_01.txt"});
   ASSERT_EQ(r.status, 0) << r.err;
   EXPECT_TRUE(scene::read_model_ply((out / "model_superpixel.ply").string()).empty());
   EXPECT_TRUE(scene::read_model_ply((out / "model.ply").string()).empty());

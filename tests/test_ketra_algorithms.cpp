@@ -15,29 +15,13 @@
 #include "ketra/dump.h"
 #include "ketra/filtering.h"
 #include "ketra/tools.h"
+#include "ketra_test_support.h"
 
 using namespace ketra;
 
 namespace {
 
-template <class F>
-std::string message_of(F&& f) {
-  try {
-    f();
-  } catch (std::runtime_error const& e) {
-    return e.what();
-  }
-  return "";
-}
-
-class KetraAlgorithms : public ::testing::Test {
- protected:
-  void SetUp() override { device::reset(); }
-  void TearDown() override {
-    EXPECT_EQ(device::liveAllocationCount(), 0u) << "leaked device memory";
-    device::reset();
-  }
-};
+class KetraAlgorithms : public DeviceTest {};
 
 // A pitched device array with the given extents and contents (x fastest).
 template <class T>

@@ -12,30 +12,13 @@
 #include "ketra/access.h"
 #include "ketra/algorithms/basic.h"
 #include "ketra/tools.h"
+#include "ketra_test_support.h"
 
 using namespace ketra;
 
 namespace {
 
-// The message of the std::runtime_error that f throws, or "" when it throws none.
-template <class F>
-std::string message_of(F&& f) {
-  try {
-    f();
-  } catch (std::runtime_error const& e) {
-    return e.what();
-  }
-  return "";
-}
-
-class KetraTools : public ::testing::Test {
- protected:
-  void SetUp() override { device::reset(); }
-  void TearDown() override {
-    EXPECT_EQ(device::liveAllocationCount(), 0u) << "leaked device memory";
-    device::reset();
-  }
-};
+class KetraTools : public DeviceTest {};
 
 // Host array of extents e filled with 0, 1, 2, ...
 Array<float, 4> counting_host(uint4 e) {
