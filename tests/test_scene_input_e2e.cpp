@@ -1,5 +1,4 @@
 #include <gtest/gtest.h>
-#include <png.h>
 
 #include <algorithm>
 #include <csignal>
@@ -63,7 +62,7 @@ class SceneRun : public testing::Test {
 
   std::set<std::string> output_files(const std::string& out = "out") const {
     std::set<std::string> names;
-    for (const fs::directory_entry& e : fs::directory_iterator(dir_ + "/" + out)) names.insert(e.path().filename());
+    for (const auto& e : fs::directory_iterator(dir_ + "/" + out)) names.insert(e.path().filename());
     return names;
   }
 
@@ -90,22 +89,12 @@ std::string reading_lines(const std::vector<std::string>& views, float maximum) 
   return s.str();
 }
 
-void expect_normal_end(const e2e::Result& r, const std::string& reading, int views) {
+// A normal end whose output starts with the reading lines; the superpixel line of each view is
+// pinned by the superpixel tests.
+void expect_normal_end(const e2e::Result& r, const std::string& reading) {
   EXPECT_EQ(r.status, 0) << r.err;
   EXPECT_EQ(r.signal, 0);
   EXPECT_EQ(r.out.substr(0, reading.size()), reading);
-  // One line per view from the superpixel step, with a positive count.
-  std::istringstream lines(r.out);
-  const std::string head = "Computing superpixels ...    created ", tail = " superpixels";
-  int cut = 0;
-  for (std::string line; std::getline(lines, line);)
-    if (line.starts_with(head) && line.ends_with(tail) && line.size() > head.size() + tail.size()) {
-      const std::string count = line.substr(head.size(), line.size() - head.size() - tail.size());
-      EXPECT_EQ(count.find_first_not_of("0123456789"), std::string::npos) << line;
-      EXPECT_NE(count[0], '0') << line;
-      ++cut;
-    }
-  EXPECT_EQ(cut, views) << r.out;
 }
 
 }  // namespace
@@ -116,24 +105,10 @@ TEST_F(SceneRun, TwoViewsTakeTheLargerMaximumAndWriteExactlyTheTwoModels) {
   ASSERT_NE(m0, m1);
   if (m0 > m1) std::swap(views[0], views[1]);  // the larger maximum is read last
   const e2e::Result r = run(views);
-  expect_normal_end(r, reading_lines(views, std::max(m0, m1)), 2);
+  expect_normal_end(r, reading_lines(views, std::max(m0, m1)));
   EXPECT_EQ(output_files(), (std::set<std::string>{"model_superpixel.ply", "model.ply"}));
   for (const char* model : {"/out/model_superpixel.ply", "/out/model.ply"})
     EXPECT_EQ(io_test::read_bytes(dir_ + model).substr(0, 4), "ply\n") << model;
-}
-
-TEST_F(SceneRun, ThreeViewsTakeTheMiddleMaximum) {
-  std::vector<std::string> views = make_scene(3);
-  std::vector<float> maxima;
-  for (int i = 0; i < 3; ++i) maxima.push_back(depth_maximum(depth_png(views[i], i)));
-  std::vector<float> sorted = maxima;
-  std::sort(sorted.begin(), sorted.end());
-  ASSERT_TRUE(sorted[0] < sorted[1] && sorted[1] < sorted[2]);
-  // Read the middle one first, then the largest, then the smallest: neither the first, the last,
-  // the middle view nor an extreme gives the statistic by chance.
-  auto view_with = [&](float m) { return views[std::find(maxima.begin(), maxima.end(), m) - maxima.begin()]; };
-  views = {view_with(sorted[1]), view_with(sorted[2]), view_with(sorted[0])};
-  expect_normal_end(run(views), reading_lines(views, sorted[1]), 3);
 }
 
 TEST_F(SceneRun, ImagesTwiceTheDeclaredSizeGiveTheSameModels) {
@@ -145,41 +120,23 @@ TEST_F(SceneRun, ImagesTwiceTheDeclaredSizeGiveTheSameModels) {
   std::vector<std::string> views = full;
   for (std::string& v : views) {
     scene::ViewFile f = scene::read_view_file(v);
-    f.K[0] /= 2;
-    f.K[4] /= 2;
-    f.K[2] = (f.K[2] - 1) / 2;
-    f.K[5] = (f.K[5] - 1) / 2;
+    for (int k : {0, 4}) f.K[k] /= 2;
+    for (int k : {2, 5}) f.K[k] = (f.K[k] - 1) / 2;
     f.width = 24;
     f.height = 20;
     v += ".half";
     std::ofstream(v) << scene::format_view_file(f);
   }
   const std::vector<std::string> support = {"--min-support-sp", "0.5", "--min-support", "0.5"};
-  expect_normal_end(run(full, "full", support, "1"), "Reading file " + full[0] + "\n", 2);
+  expect_normal_end(run(full, "full", support, "1"), "Reading file " + full[0] + "\n");
   const e2e::Result r = run(views, "half", support, "1");
-  expect_normal_end(r, "Reading file " + views[0] + "\n", 2);
+  expect_normal_end(r, "Reading file " + views[0] + "\n");
   EXPECT_EQ(output_files("half"), (std::set<std::string>{"model_superpixel.ply", "model.ply"}));
   for (const std::string model : {"/model_superpixel.ply", "/model.ply"}) {
     const std::string bytes = io_test::read_bytes(dir_ + "/half" + model);
     EXPECT_EQ(bytes.find("element vertex 0\n"), std::string::npos) << model;
     EXPECT_EQ(bytes, io_test::read_bytes(dir_ + "/full" + model)) << model;
   }
-}
-
-TEST_F(SceneRun, EightBitGreyDepthIsAccepted) {
-  std::vector<std::string> views = make_scene(2);
-  // View 1 gets an 8-bit depth map: each sample v becomes v / 16, at most 255 (0.255 units).
-  CMatrix<unsigned short> depth;
-  depth.readFromPNG(depth_png(views[1], 1).c_str());
-  std::vector<unsigned char> bytes;
-  for (size_t i = 0; i < depth.size(); ++i)
-    bytes.push_back(static_cast<unsigned char>(std::min(depth.data[i] / 16, 255)));
-  io_test::write_raw_png(depth_png(views[1], 1), 48, 40, PNG_COLOR_TYPE_GRAY, 8, bytes);
-  const float m0 = depth_maximum(depth_png(views[0], 0));
-  ASSERT_GT(m0, 0.255f);
-  const e2e::Result r = run(views);
-  expect_normal_end(r, reading_lines(views, m0), 2);
-  EXPECT_EQ(output_files(), (std::set<std::string>{"model_superpixel.ply", "model.ply"}));
 }
 
 TEST_F(SceneRun, ViewFileWithoutPathsEndsTheRunAbnormally) {
