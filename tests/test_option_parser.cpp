@@ -29,18 +29,17 @@ struct Parsed {
   std::string errors;  // what the store pass wrote to standard error
 };
 
-Parsed parse(std::vector<const char*> args, bool gnu = false, int min_abbr_len = 0, bool single_minus = false,
-             const Descriptor* usage = table) {
+Parsed parse(std::vector<const char*> args) {
   Parsed p;
   const int n = static_cast<int>(args.size());
   testing::internal::CaptureStderr();
-  option::Stats stats(gnu, usage, n, args.data(), min_abbr_len, single_minus);
+  option::Stats stats(false, table, n, args.data());
   EXPECT_EQ(testing::internal::GetCapturedStderr(), "") << "the count pass must stay quiet";
   p.options.resize(stats.options_max);
   p.buffer.resize(stats.buffer_max);
   testing::internal::CaptureStderr();
-  p.parser = option::Parser(gnu, usage, n, args.data(), p.options.data(), p.buffer.data(),
-                            static_cast<int>(stats.buffer_max), min_abbr_len, single_minus);
+  p.parser = option::Parser(false, table, n, args.data(), p.options.data(), p.buffer.data(),
+                            static_cast<int>(stats.buffer_max));
   p.errors = testing::internal::GetCapturedStderr();
   return p;
 }
@@ -141,13 +140,6 @@ TEST(OptionParser, UnknownOptionsFallOnRowZeroSilently) {
   EXPECT_TRUE(q.options[UNK]);
 }
 
-TEST(OptionParser, UnknownOptionWithoutCatchAllRowIsAnError) {
-  const Descriptor no_catch_all[] = {table[1], {0, 0, nullptr, nullptr, nullptr, nullptr}};
-  Parsed p = parse({"--nope=3"}, false, 0, false, no_catch_all);
-  EXPECT_TRUE(p.parser.error);
-  EXPECT_EQ(p.errors, "Unknown option '--nope'\n");
-}
-
 TEST(OptionParser, ParsingEndsAtDoubleDashOrFirstNonOption) {
   Parsed dash = parse({"-h", "--", "-v", "a"});
   EXPECT_TRUE(dash.options[HELP]);
@@ -164,28 +156,6 @@ TEST(OptionParser, ParsingEndsAtDoubleDashOrFirstNonOption) {
   Parsed lone_dash = parse({"-", "-v"});
   EXPECT_FALSE(lone_dash.options[VERBOSE]);
   EXPECT_STREQ(lone_dash.parser.non_options[0], "-");
-}
-
-TEST(OptionParser, OptionalModes) {
-  // gnu: non-options are stepped over and kept; "--" still ends parsing.
-  Parsed gnu = parse({"a", "-h", "b", "--", "-v"}, true);
-  EXPECT_TRUE(gnu.options[HELP]);
-  EXPECT_FALSE(gnu.options[VERBOSE]);
-  ASSERT_EQ(gnu.parser.non_options.size(), 3u);
-  EXPECT_STREQ(gnu.parser.non_options[1], "b");
-  EXPECT_STREQ(gnu.parser.non_options[2], "-v");
-
-  // Abbreviations: a unique prefix of at least the minimum length.
-  Parsed abbr = parse({"--verb", "--h", "--nu=5"}, false, 2);
-  EXPECT_TRUE(abbr.options[VERBOSE]);
-  EXPECT_FALSE(abbr.options[HELP]);
-  EXPECT_EQ(arg_of(abbr.options[NUM]), "5");
-
-  // One dash before a long name; letters that name no long option stay short options.
-  Parsed single = parse({"-help", "-out=x", "-hv"}, false, 0, true);
-  EXPECT_EQ(single.options[HELP].count(), 2);
-  EXPECT_EQ(arg_of(single.options[OUT]), "x");
-  EXPECT_TRUE(single.options[VERBOSE]);
 }
 
 TEST(OptionParser, OccurrencesBeyondTheBufferAreNotStored) {

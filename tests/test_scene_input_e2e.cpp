@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <csignal>
 #include <filesystem>
 #include <fstream>
@@ -9,7 +8,6 @@
 #include <string>
 #include <vector>
 
-#include "image/CMatrix.h"
 #include "tests/io_test_support.h"
 #include "tests/run_process.h"
 #include "tools/scene/scene_files.h"
@@ -70,25 +68,6 @@ class SceneRun : public testing::Test {
   std::string average_depth_ = "3";
 };
 
-// Largest pixel of a depth PNG in the scene's unit, as the run derives it.
-float depth_maximum(const std::string& png) {
-  CMatrix<unsigned short> depth;
-  depth.readFromPNG(png.c_str());
-  return static_cast<float>(*std::max_element(depth.data, depth.data + depth.size()) / 1000.0);
-}
-
-std::string depth_png(const std::string& view_file, int view) {
-  return fs::path(view_file).parent_path().string() + "/" + scene::depth_file_name(view);
-}
-
-// The lines a run prints while reading the views.
-std::string reading_lines(const std::vector<std::string>& views, float maximum) {
-  std::ostringstream s;
-  for (const std::string& v : views) s << "Reading file " << v << "\n";
-  s << "maximum depth = " << static_cast<double>(maximum) << "\n";
-  return s.str();
-}
-
 // A normal end whose output starts with the reading lines; the superpixel line of each view is
 // pinned by the superpixel tests.
 void expect_normal_end(const e2e::Result& r, const std::string& reading) {
@@ -98,18 +77,6 @@ void expect_normal_end(const e2e::Result& r, const std::string& reading) {
 }
 
 }  // namespace
-
-TEST_F(SceneRun, TwoViewsTakeTheLargerMaximumAndWriteExactlyTheTwoModels) {
-  std::vector<std::string> views = make_scene(2);
-  const float m0 = depth_maximum(depth_png(views[0], 0)), m1 = depth_maximum(depth_png(views[1], 1));
-  ASSERT_NE(m0, m1);
-  if (m0 > m1) std::swap(views[0], views[1]);  // the larger maximum is read last
-  const e2e::Result r = run(views);
-  expect_normal_end(r, reading_lines(views, std::max(m0, m1)));
-  EXPECT_EQ(output_files(), (std::set<std::string>{"model_superpixel.ply", "model.ply"}));
-  for (const char* model : {"/out/model_superpixel.ply", "/out/model.ply"})
-    EXPECT_EQ(io_test::read_bytes(dir_ + model).substr(0, 4), "ply\n") << model;
-}
 
 TEST_F(SceneRun, ImagesTwiceTheDeclaredSizeGiveTheSameModels) {
   // The view files declare half the size and half the focal lengths; the colour and depth images
