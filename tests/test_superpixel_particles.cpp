@@ -113,14 +113,12 @@ TEST(SuperpixelParticles, PlanarSuperpixelGivesItsPlaneFacingTheCamera) {
     const Particle& p = v.set.particles[k];
     EXPECT_NEAR(v.plane.distance(p.pos), 0.0, 1e-5);
     expect_near(p.init_normal, facing, 1e-4);
-    EXPECT_EQ(v.set.normals[k].y, p.init_normal.y);  // no normal map: the plane normal
-    EXPECT_EQ(v.set.offsets[k], 0.0f);               // no target depth: no offset
-    EXPECT_NEAR(length(p.dir), 1.0f, 1e-6f);
-    expect_near(p.dir, to_d3((make_float3(1, -2, -0.5f) - p.pos) / v.distance_to_center(p)), 1e-6);
+    EXPECT_EQ(xyz(v.set.normals[k]), xyz(p.init_normal));  // no normal map: the plane normal
+    EXPECT_EQ(v.set.offsets[k], 0.0f);                      // no target depth: no offset
+    expect_near(p.dir, to_d3((make_float3(1, -2, -0.5f) - p.pos) / v.distance_to_center(p)), 1e-6);  // unit
     EXPECT_FLOAT_EQ(p.radius, v.expected_radius(p, 30));
-    EXPECT_EQ(p.pixel_index, k);
-    EXPECT_EQ(p.color.x, v.superpixels[k].color.x);
-    EXPECT_EQ(p.color.w, 255);
+    EXPECT_EQ(std::vector<int>({p.pixel_index, p.color.x, p.color.w}),
+              std::vector<int>({k, v.superpixels[k].color.x, 255}));
   }
   // On an exact plane all weights are about equal: the centre is the mean of the pixels' points.
   D3 mean = {0, 0, 0};
