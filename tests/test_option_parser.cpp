@@ -124,38 +124,17 @@ TEST(OptionParser, AllOccurrencesStoredAndTheFirstWins) {
   EXPECT_EQ(p.buffer[2].index(), static_cast<unsigned>(HELP));
 }
 
-TEST(OptionParser, UnknownOptionsFallOnRowZeroSilently) {
-  Parsed p = parse({"--bogus", "-xh", "--other=1", "-v"});
+TEST(OptionParser, UnknownOptionsNoAbbreviationsAndALoneDash) {
+  Parsed p = parse({"--bogus", "-xh", "--verb", "-", "-v"});
   ASSERT_FALSE(p.parser.error);
   EXPECT_EQ(p.errors, "");
   EXPECT_EQ(p.options[UNK].count(), 3);
   EXPECT_EQ(std::string(p.options[UNK].name, p.options[UNK].namelen), "--bogus");
   EXPECT_EQ(p.options[UNK].desc, &table[0]);
   EXPECT_TRUE(p.options[HELP]);
-  EXPECT_TRUE(p.options[VERBOSE]);
-
-  // Names are never abbreviated unless asked for.
-  Parsed q = parse({"--verb"});
-  EXPECT_FALSE(q.options[VERBOSE]);
-  EXPECT_TRUE(q.options[UNK]);
-}
-
-TEST(OptionParser, ParsingEndsAtDoubleDashOrFirstNonOption) {
-  Parsed dash = parse({"-h", "--", "-v", "a"});
-  EXPECT_TRUE(dash.options[HELP]);
-  EXPECT_FALSE(dash.options[VERBOSE]);
-  ASSERT_EQ(dash.parser.non_options.size(), 2u);
-  EXPECT_STREQ(dash.parser.non_options[0], "-v");
-
-  Parsed word = parse({"-h", "a", "-v", "--"});
-  EXPECT_FALSE(word.options[VERBOSE]);
-  ASSERT_EQ(word.parser.non_options.size(), 3u);
-  EXPECT_STREQ(word.parser.non_options[0], "a");
-  EXPECT_STREQ(word.parser.non_options[2], "--");
-
-  Parsed lone_dash = parse({"-", "-v"});
-  EXPECT_FALSE(lone_dash.options[VERBOSE]);
-  EXPECT_STREQ(lone_dash.parser.non_options[0], "-");
+  EXPECT_FALSE(p.options[VERBOSE]);  // not "--verb", and "-v" comes after the lone dash
+  ASSERT_EQ(p.parser.non_options.size(), 2u);
+  EXPECT_STREQ(p.parser.non_options[0], "-");
 }
 
 TEST(OptionParser, OccurrencesBeyondTheBufferAreNotStored) {
