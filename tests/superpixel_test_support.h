@@ -125,6 +125,9 @@ struct Set {
   }
 };
 
+// The components of v, for exact comparisons in one expectation.
+inline std::vector<float> xyz(float3 v) { return {v.x, v.y, v.z}; }
+
 inline void expect_near(float3 a, D3 b, double tol) {
   EXPECT_NEAR(a.x, b.x, tol);
   EXPECT_NEAR(a.y, b.y, tol);

@@ -7,28 +7,21 @@
 #include "device/vector_math.h"
 #include "src/camera.h"
 #include "src/particles_from_depthmap.h"
+#include "tests/superpixel_test_support.h"
 
 namespace {
 
 constexpr float kNaN = std::numeric_limits<float>::quiet_NaN();
 constexpr float kInf = std::numeric_limits<float>::infinity();
 
-// fx 400, fy 420, principal point (1.3, 2.6) as in a view file (K holds it mirrored), a rotation
-// with rows (0 0 1), (1 0 0), (0 1 0) and translation (0.5, -1, 2).
+// The turned camera of the superpixel tests with fx 400, fy 420 and principal point (1.3, 2.6) as
+// in a view file (K holds it mirrored).
 Camera make_camera(int width, int height, int index) {
-  Camera c;
-  c.index = index;
+  Camera c = sp_test::turned_camera(width, height, index);
   c.K[0] = 400.0f;
   c.K[4] = 420.0f;
   c.K[6] = static_cast<float>(width - 1) - 1.3f;
   c.K[7] = static_cast<float>(height - 1) - 2.6f;
-  c.R[1] = c.R[5] = c.R[6] = 1.0f;  // stored by columns
-  c.t[0] = 0.5f;
-  c.t[1] = -1.0f;
-  c.t[2] = 2.0f;
-  c.center[0] = 1.0f;  // -R^T t
-  c.center[1] = -2.0f;
-  c.center[2] = -0.5f;
   return c;
 }
 
@@ -39,11 +32,7 @@ float3 world_point(int x, int y, double z) {
   return make_float3(static_cast<float>(p[1]), static_cast<float>(p[2]), static_cast<float>(p[0]));
 }
 
-void expect_near(float3 a, float3 b, float tol) {
-  EXPECT_NEAR(a.x, b.x, tol);
-  EXPECT_NEAR(a.y, b.y, tol);
-  EXPECT_NEAR(a.z, b.z, tol);
-}
+void expect_near(float3 a, float3 b, float tol) { sp_test::expect_near(a, sp_test::to_d3(b), tol); }
 
 struct Scene {
   CMatrix<float> initial, measured;
@@ -71,13 +60,12 @@ struct Scene {
 }  // namespace
 
 TEST(UsableDepth, FiniteAndStrictlyInside) {
-  EXPECT_TRUE(usable_depth(2.0f, 0.5f, 10.0f));
-  EXPECT_FALSE(usable_depth(0.5f, 0.5f, 10.0f));
-  EXPECT_FALSE(usable_depth(10.0f, 0.5f, 10.0f));
-  EXPECT_FALSE(usable_depth(kNaN, -kInf, kInf));
-  EXPECT_FALSE(usable_depth(kInf, -kInf, kInf));
-  EXPECT_TRUE(usable_depth(FLT_MAX, -1.0f, kInf));
-  EXPECT_TRUE(usable_depth(0.0f, -1.0f, 5.0f));  // the run's lower limit of -1 lets 0 through
+  // The run's lower limit of -1 lets 0 through.
+  const float cases[][4] = {{2.0f, 0.5f, 10.0f, 1},  {0.5f, 0.5f, 10.0f, 0},     {10.0f, 0.5f, 10.0f, 0},
+                            {kNaN, -kInf, kInf, 0}, {kInf, -kInf, kInf, 0},     {FLT_MAX, -1.0f, kInf, 1},
+                            {0.0f, -1.0f, 5.0f, 1}};
+  for (const auto& c : cases)
+    EXPECT_EQ(usable_depth(c[0], c[1], c[2]), c[3] == 1) << c[0] << " in " << c[1] << ", " << c[2];
 }
 
 TEST(ParticlesFromDepthmap, PixelsLandOnTheirWorldPoints) {
@@ -85,9 +73,7 @@ TEST(ParticlesFromDepthmap, PixelsLandOnTheirWorldPoints) {
   for (int y = 0; y < 4; ++y)
     for (int x = 0; x < 5; ++x) s.initial(x, y) = s.measured(x, y) = 2.0f + 0.1f * x + 0.05f * y;
   s.create();
-  ASSERT_EQ(s.particles.size(), 20u);
-  ASSERT_EQ(s.offsets.size(), 20u);
-  ASSERT_EQ(s.normals.size(), 20u);
+  ASSERT_EQ(std::vector<size_t>({s.particles.size(), s.offsets.size(), s.normals.size()}), std::vector<size_t>(3, 20));
   const float3 center = make_float3(1.0f, -2.0f, -0.5f);
   for (int i = 0; i < 20; ++i) {
     const int x = i % 5, y = i / 5;  // row by row
@@ -96,10 +82,7 @@ TEST(ParticlesFromDepthmap, PixelsLandOnTheirWorldPoints) {
     expect_near(p.pos, world_point(x, y, s.initial(x, y)), 1e-5f);
     expect_near(p.dir, (center - p.pos) / length(center - p.pos), 1e-6f);
     EXPECT_EQ(p.init_normal.y, p.dir.y);
-    EXPECT_EQ(p.pixel_index, i);
-    EXPECT_EQ(p.camera_index, 3);
-    EXPECT_EQ(p.color.x, x);
-    EXPECT_EQ(p.color.y, y);
+    EXPECT_EQ(std::vector<int>({p.pixel_index, p.camera_index, p.color.x, p.color.y}), std::vector<int>({i, 3, x, y}));
     EXPECT_FLOAT_EQ(p.radius, s.initial(x, y) / 400.0f);
     EXPECT_FALSE(p.no_measurement);
     EXPECT_NEAR(s.offsets[i], 0.0f, 1e-5f);
@@ -140,17 +123,15 @@ TEST(ParticlesFromDepthmap, UnusableInitialDepthYieldsNothing) {
     s.measured(x, 0) = 2.0f;
   }
   s.create();
-  EXPECT_TRUE(s.particles.empty());
-  EXPECT_TRUE(s.offsets.empty());
-  EXPECT_TRUE(s.normals.empty());
+  EXPECT_TRUE(s.particles.empty() && s.offsets.empty() && s.normals.empty());
 }
 
 TEST(ParticlesFromDepthmap, LaterViewsAppendBehindAndEmptyImagesAppendNothing) {
   Scene a(2, 1, 0), b(3, 1, 1);
-  a.initial.fill(2.0f);
-  a.measured.fill(2.0f);
-  b.initial.fill(4.0f);
-  b.measured.fill(4.0f);
+  for (Scene* s : {&a, &b}) {
+    s->initial.fill(s == &a ? 2.0f : 4.0f);
+    s->measured.fill(s == &a ? 2.0f : 4.0f);
+  }
   a.create();
   b.particles = a.particles;
   b.offsets = a.offsets;
@@ -158,10 +139,9 @@ TEST(ParticlesFromDepthmap, LaterViewsAppendBehindAndEmptyImagesAppendNothing) {
   b.create();
   ASSERT_EQ(b.particles.size(), 5u);
   EXPECT_EQ(b.offsets.size(), 5u);
-  EXPECT_EQ(b.particles[1].camera_index, 0);
-  EXPECT_EQ(b.particles[1].pixel_index, 1);
-  EXPECT_EQ(b.particles[2].camera_index, 1);
-  EXPECT_EQ(b.particles[2].pixel_index, 0);
+  EXPECT_EQ(std::vector<int>({b.particles[1].camera_index, b.particles[1].pixel_index, b.particles[2].camera_index,
+                               b.particles[2].pixel_index}),
+            std::vector<int>({0, 1, 1, 0}));
 
   Scene empty(0, 0);
   empty.particles.resize(3);
@@ -169,8 +149,7 @@ TEST(ParticlesFromDepthmap, LaterViewsAppendBehindAndEmptyImagesAppendNothing) {
   empty.normals.reserve(12);
   const std::size_t capacity = empty.particles.capacity();
   empty.create(-1.0f, 10.0f);
-  EXPECT_EQ(empty.particles.size(), 3u);
-  EXPECT_EQ(empty.particles.capacity(), capacity);
-  EXPECT_EQ(empty.offsets.capacity(), 11u);
-  EXPECT_EQ(empty.normals.capacity(), 12u);
+  EXPECT_EQ(std::vector<size_t>({empty.particles.size(), empty.particles.capacity(), empty.offsets.capacity(),
+                                  empty.normals.capacity()}),
+            std::vector<size_t>({3, capacity, 11, 12}));
 }

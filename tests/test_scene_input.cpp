@@ -91,10 +91,8 @@ TEST_F(SceneInput, LargerImageScalesIntrinsicsNotDepth) {
   const Camera& c = cameras_[0];
   EXPECT_EQ(std::vector<float>({c.K[0], c.K[4], c.K[6], c.K[7]}),
             std::vector<float>({1000.0f, 1020.0f, 2.0f * (3.0f - 1.5f), 2.0f * (2.0f - 0.75f)}));
-  EXPECT_EQ(c.width, 8);
-  EXPECT_EQ(c.height, 6);
-  EXPECT_EQ(depthmaps_[0].xSize, 4);
-  EXPECT_EQ(depthmaps_[0].ySize, 3);
+  EXPECT_EQ(std::vector<int>({c.width, c.height, depthmaps_[0].xSize, depthmaps_[0].ySize}),
+            std::vector<int>({8, 6, 4, 3}));
 }
 
 TEST_F(SceneInput, TwoViewsTakeTheLargerMaximum) {
@@ -111,6 +109,7 @@ TEST_F(SceneInput, TwoViewsTakeTheLargerMaximum) {
 }
 
 TEST_F(SceneInput, ThreeViewsTakeTheMiddleMaximum) {
+  // Largest, smallest, middle: the statistic is neither the first, the last nor an extreme.
   read({make_view("a", constant(3000)), make_view("b", constant(1000)), make_view("c", constant(2000))}, true);
   EXPECT_EQ(depth_range_max, 2.0f);
   // All-zero maps count with a maximum of 0.
@@ -175,21 +174,20 @@ TEST(KeyframeDepthRange, SearchesAlongTheAxis) {
     n[i].center[1] = around[i][1];
     c.neighbours.push_back(&n[i]);
   }
-  testing::internal::CaptureStdout();
-  estimate_keyframe_depth_range(c);
+  auto estimate = [](Camera& camera) {
+    testing::internal::CaptureStdout();
+    estimate_keyframe_depth_range(camera);
+    return testing::internal::GetCapturedStdout();
+  };
+  const std::string printed = estimate(c);
   std::ostringstream expected;
   expected << " max_depth = " << c.max_depth << "  min_depth = 3\n";
-  EXPECT_EQ(testing::internal::GetCapturedStdout(), expected.str());
+  EXPECT_EQ(printed, expected.str());
   EXPECT_NEAR(c.max_depth, 286.3f, 2.0f);  // where d / sqrt(d^2 + 1) reaches 0.9999939
 
   // With fewer than 3 neighbours the depth only shrinks, down to the last step.
   c.neighbours.resize(2);
-  testing::internal::CaptureStdout();
-  estimate_keyframe_depth_range(c);
-  EXPECT_EQ(testing::internal::GetCapturedStdout(), " max_depth = 0.000976562  min_depth = 3\n");
-
+  EXPECT_EQ(estimate(c), " max_depth = 0.000976562  min_depth = 3\n");
   Camera lonely;
-  testing::internal::CaptureStdout();
-  estimate_keyframe_depth_range(lonely);
-  EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
+  EXPECT_EQ(estimate(lonely), "");
 }
