@@ -249,16 +249,6 @@ std::string tmp(std::string const& name) {
 
 }  // namespace
 
-TEST_F(KetraAlgorithms, DumpOfOneElement) {
-  float value = 1.5f;
-  const std::string path = tmp("one.dat");
-  testing::internal::CaptureStdout();
-  writeArrayToFile(arrayFromHostMemory(&value, 1, 1, 1), path);
-  EXPECT_EQ(testing::internal::GetCapturedStdout(), "(1, 1, 1, 1) [3.8147e-06 MB] written to " + path + "\n");
-  EXPECT_EQ(read_file(path), std::string(reinterpret_cast<char*>(&value), 4));
-  EXPECT_EQ(read_file(path + ".ketrainfo"), "1 1 1 1 2 32 0 0 0\n");
-}
-
 TEST_F(KetraAlgorithms, DumpOfPitchedDeviceArrayEqualsPackedHostDump) {
   std::vector<float> v(5 * 3 * 2);
   for (std::size_t k = 0; k < v.size(); ++k) v[k] = static_cast<float>(k) * 0.25f;

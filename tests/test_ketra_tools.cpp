@@ -67,22 +67,10 @@ TEST_F(KetraTools, DimensionChanges) {
   EXPECT_EQ(b.extents.z, 2u);
   EXPECT_EQ(b.pitch.z, 40u);
   EXPECT_EQ(b.device, 0);
-  Array<float, 4> back = internal::increaseArrayDimension<float, 3, 4>(b);
-  EXPECT_EQ(back.pitch.w, 80u);
-  EXPECT_EQ(back.extents.w, 1u);
-  Array<int, 1> line{nullptr, make_uint1(4), make_uint1(7), -1};
-  Array<int, 4> l4 = internal::increaseArrayDimension<int, 1, 4>(line);
-  EXPECT_EQ(l4.pitch.y, 28u);
-  EXPECT_EQ(l4.pitch.w, 28u);
-  Array<int, 2> plane{nullptr, make_uint2(4, 32), make_uint2(7, 3), 0};
-  Array<int, 4> p4 = internal::increaseArrayDimension<int, 2, 4>(plane);
-  EXPECT_EQ(p4.pitch.z, 96u);
-  EXPECT_EQ(p4.pitch.w, 96u);
 }
 
 TEST_F(KetraTools, HostMemoryWrappersAndAccessors) {
   std::vector<int> v(24);
-  EXPECT_EQ(arrayFromHostMemory(v.data(), 6, 4).pitch.y, 24u);
   Array<int, 3> b = arrayFromHostMemory(v.data(), make_uint3(2, 3, 4));
   EXPECT_EQ(b.device, -1);
   EXPECT_EQ(b.pitch.z, 24u);
