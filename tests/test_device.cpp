@@ -159,18 +159,6 @@ TEST_F(Device, LaunchConfigurationLimits) {
   getLastError();
 }
 
-TEST_F(Device, LaunchOnDestroyedStreamFails) {
-  stream_t s = nullptr;
-  ASSERT_EQ(streamCreate(&s), Success);
-  int runs = 0;
-  EXPECT_EQ(launch(Dim3(1), Dim3(1), [&](Index const&) { ++runs; }, s), Success);
-  EXPECT_EQ(streamSynchronize(s), Success);
-  EXPECT_EQ(streamDestroy(s), Success);
-  EXPECT_EQ(launch(Dim3(1), Dim3(1), [&](Index const&) { ++runs; }, s), ErrorInvalidResourceHandle);
-  EXPECT_EQ(runs, 1);
-  getLastError();
-}
-
 TEST_F(Device, AtomicsUnderContention) {
   float sum = 0.0f, lowest = 1e30f, highest = -1e30f;
   int isum = 0, imax = -1;
@@ -294,7 +282,7 @@ TEST_F(Device, LayeredFloatTexture) {
   EXPECT_EQ(releaseArray(a), Success);
 }
 
-TEST_F(Device, EventsMeasureInStreamOrder) {
+TEST_F(Device, EventsMeasureInStreamOrderAndDestroyedStreamsRefuseWork) {
   event_t start = nullptr, stop = nullptr;
   ASSERT_EQ(eventCreateWithFlags(&start, 0), Success);
   ASSERT_EQ(eventCreateWithFlags(&stop, 0), Success);
@@ -303,13 +291,18 @@ TEST_F(Device, EventsMeasureInStreamOrder) {
   getLastError();
   stream_t s = nullptr;
   ASSERT_EQ(streamCreate(&s), Success);
+  int runs = 0;
   ASSERT_EQ(eventRecord(start, s), Success);
+  EXPECT_EQ(launch(Dim3(1), Dim3(1), [&](Index const&) { ++runs; }, s), Success);
   ASSERT_EQ(eventRecord(stop, s), Success);
   ASSERT_EQ(eventSynchronize(stop), Success);
+  EXPECT_EQ(streamSynchronize(s), Success);
   ASSERT_EQ(eventElapsedTime(&ms, start, stop), Success);
   EXPECT_GE(ms, 0.0f);
   ASSERT_EQ(streamDestroy(s), Success);
   EXPECT_EQ(eventRecord(start, s), ErrorInvalidResourceHandle);
+  EXPECT_EQ(launch(Dim3(1), Dim3(1), [&](Index const&) { ++runs; }, s), ErrorInvalidResourceHandle);
+  EXPECT_EQ(runs, 1);
   getLastError();
   eventDestroy(start);
   eventDestroy(stop);
