@@ -17,17 +17,6 @@
 
 namespace {
 
-// A pitched device copy of v; the caller frees it.
-template <class T>
-ketra::Array<T, 1> upload(std::vector<T> v) {
-  const unsigned int n = static_cast<unsigned int>(v.size());
-  ketra::Array<T, 4> a = ketra::mallocDeviceArray<T>(make_uint4(n, 1, 1, 1));
-  ketra::Array<T, 1> d = ketra::internal::decreaseArrayDimension<T, 4, 1>(a);
-  const ketra::Array<T, 1> host{v.data(), make_uint1(sizeof(T)), make_uint1(n), -1};
-  ketra::arrayCopy(d, host);
-  return d;
-}
-
 // Sorted-key sets: `cells` distinct random cells, each repeated 1 to `max_run` times.
 std::vector<unsigned long long> sorted_keys(uint64_t seed, int cells, int max_run) {
   std::set<unsigned long long> distinct;
@@ -39,64 +28,57 @@ std::vector<unsigned long long> sorted_keys(uint64_t seed, int cells, int max_ru
   return keys;
 }
 
-std::vector<unsigned int> values_for(size_t n) {
-  std::vector<unsigned int> values(n);
-  for (size_t k = 0; k < n; ++k) values[k] = static_cast<unsigned int>(7 * k + 3);
-  return values;
+template <class T>
+uint4 extents_of(const std::vector<T>& v) {
+  return make_uint4(static_cast<unsigned int>(v.size()), 1, 1, 1);
 }
 
-void expect_same_table(const std::vector<unsigned long long>& keys) {
-  SCOPED_TRACE("keys: " + std::to_string(keys.size()));
-  std::vector<unsigned long long> host_keys = keys, host_cell_keys;
-  std::vector<unsigned int> host_cell_starts;
-  create_cell_start_index_table(host_cell_keys, host_cell_starts, host_keys);
-
-  const size_t live = device::liveAllocationCount();
-  ketra::Array<unsigned long long, 1> d_keys = upload(keys), d_cell_keys;
-  ketra::Array<unsigned int, 1> d_cell_starts;
-  create_cell_start_index_table(d_cell_keys, d_cell_starts, d_keys);
-  EXPECT_EQ(d_cell_keys.device, 0);
-  EXPECT_EQ(download(d_cell_keys), host_cell_keys);
-  EXPECT_EQ(download(d_cell_starts), host_cell_starts);
-  EXPECT_EQ(device::liveAllocationCount(), live + 3) << "only the two tables stay allocated";
-  ketra::freeArray(d_cell_starts);
-  ketra::freeArray(d_cell_keys);
-  ketra::freeArray(d_keys);
-}
-
-void expect_same_map(const HashMap& device_map, const HashMap& host_map) {
-  EXPECT_EQ(device_map.size, host_map.size);
-  EXPECT_EQ(device_map.max_age, host_map.max_age);
-  EXPECT_EQ(device_map.hash_offsets, host_map.hash_offsets);
-  EXPECT_EQ(device_map.ages, host_map.ages);
-  EXPECT_EQ(device_map.keys, host_map.keys);
-  EXPECT_EQ(device_map.values, host_map.values);
-}
-
-// Builds the device map of keys (values 7k + 3) and checks it against the host form; returns the
-// printed text.
-std::string expect_device_map_as_host(const std::vector<unsigned long long>& keys, HashMap* out = nullptr) {
-  const std::vector<unsigned int> values = values_for(keys.size());
-  const HashMap host_map = create_hash_map(keys, values, 0.8f);
-  ketra::Array<unsigned long long, 1> d_keys{};
-  ketra::Array<unsigned int, 1> d_values{};
-  if (!keys.empty()) {
-    d_keys = upload(keys);
-    d_values = upload(values);
+class DeviceCellIndex : public KetraTest {
+ protected:
+  void expect_same_table(const std::vector<unsigned long long>& keys) {
+    SCOPED_TRACE("keys: " + std::to_string(keys.size()));
+    std::vector<unsigned long long> host_keys = keys, host_cell_keys;
+    std::vector<unsigned int> host_cell_starts;
+    create_cell_start_index_table(host_cell_keys, host_cell_starts, host_keys);
+    ketra::Array<unsigned long long, 1> d_keys = device_array<1>(extents_of(keys), keys), d_cell_keys;
+    ketra::Array<unsigned int, 1> d_cell_starts;
+    const size_t live = device::liveAllocationCount();
+    create_cell_start_index_table(d_cell_keys, d_cell_starts, d_keys);
+    EXPECT_EQ(device::liveAllocationCount(), live + 2) << "only the two tables stay allocated";
+    EXPECT_EQ(d_cell_keys.device, 0);
+    EXPECT_EQ(download(owned(d_cell_keys)), host_cell_keys);
+    EXPECT_EQ(download(owned(d_cell_starts)), host_cell_starts);
   }
-  const size_t live = device::liveAllocationCount();
-  testing::internal::CaptureStdout();
-  const HashMap device_map = create_hash_map(d_keys, d_values, 0.8f);
-  const std::string printed = testing::internal::GetCapturedStdout();
-  EXPECT_EQ(device::liveAllocationCount(), live) << "temporaries are freed";
-  expect_same_map(device_map, host_map);
-  if (!keys.empty()) {
-    ketra::freeArray(d_values);
-    ketra::freeArray(d_keys);
+};
+
+class DeviceHashMap : public KetraTest {
+ protected:
+  // Builds the device map of keys (values 7k + 3), checks it against the host form and returns the
+  // printed text.
+  std::string expect_device_map_as_host(const std::vector<unsigned long long>& keys, HashMap* out) {
+    std::vector<unsigned int> values(keys.size());
+    for (size_t k = 0; k < keys.size(); ++k) values[k] = static_cast<unsigned int>(7 * k + 3);
+    const HashMap host_map = create_hash_map(keys, values, 0.8f);
+    ketra::Array<unsigned long long, 1> d_keys{};
+    ketra::Array<unsigned int, 1> d_values{};
+    if (!keys.empty()) {
+      d_keys = device_array<1>(extents_of(keys), keys);
+      d_values = device_array<1>(extents_of(values), values);
+    }
+    const size_t live = device::liveAllocationCount();
+    testing::internal::CaptureStdout();
+    *out = create_hash_map(d_keys, d_values, 0.8f);
+    const std::string printed = testing::internal::GetCapturedStdout();
+    EXPECT_EQ(device::liveAllocationCount(), live) << "temporaries are freed";
+    EXPECT_EQ(out->size, host_map.size);
+    EXPECT_EQ(out->max_age, host_map.max_age);
+    EXPECT_EQ(out->hash_offsets, host_map.hash_offsets);
+    EXPECT_EQ(out->ages, host_map.ages);
+    EXPECT_EQ(out->keys, host_map.keys);
+    EXPECT_EQ(out->values, host_map.values);
+    return printed;
   }
-  if (out) *out = device_map;
-  return printed;
-}
+};
 
 std::string expected_print(unsigned int size, int attempts, unsigned int max_age) {
   std::string s = "hash map size is " + std::to_string(size) + "\n";
@@ -106,7 +88,7 @@ std::string expected_print(unsigned int size, int attempts, unsigned int max_age
 
 }  // namespace
 
-TEST(DeviceCellIndex, TableMatchesTheHostForm) {
+TEST_F(DeviceCellIndex, TableMatchesTheHostForm) {
   // (cells, longest run): one key, all keys equal, all distinct around the block of 128, runs that
   // cross block borders.
   for (auto [cells, max_run] : std::vector<std::pair<int, int>>{{1, 1}, {1, 300}, {127, 1}, {129, 1}, {700, 9}, {20000, 4}})
@@ -116,14 +98,14 @@ TEST(DeviceCellIndex, TableMatchesTheHostForm) {
   expect_same_table(with_invalid);
 }
 
-TEST(DeviceCellIndex, EmptyKeysFailTheLaunch) {
+TEST_F(DeviceCellIndex, EmptyKeysFailTheLaunch) {
   ketra::Array<unsigned long long, 1> keys{}, cell_keys{};
   ketra::Array<unsigned int, 1> cell_starts{};
   keys.device = 0;
   EXPECT_THROW(create_cell_start_index_table(cell_keys, cell_starts, keys), std::runtime_error);
 }
 
-TEST(DeviceCellIndex, SortMatchesTheStableHostSort) {
+TEST_F(DeviceCellIndex, SortMatchesTheStableHostSort) {
   for (size_t n : {1, 300, 5000, 70000}) {
     std::vector<unsigned long long> keys(n);
     std::vector<unsigned int> handles(n);
@@ -132,21 +114,19 @@ TEST(DeviceCellIndex, SortMatchesTheStableHostSort) {
       keys[k] = (cloud::mix(n * 977 + k) % 97) * 0x10000000001ULL;
       handles[k] = static_cast<unsigned int>(n - 1 - k);
     }
-    ketra::Array<unsigned long long, 1> d_keys = upload(keys);
-    ketra::Array<unsigned int, 1> d_handles = upload(handles);
+    ketra::Array<unsigned long long, 1> d_keys = device_array<1>(extents_of(keys), keys);
+    ketra::Array<unsigned int, 1> d_handles = device_array<1>(extents_of(handles), handles);
     sort_particle_handles(handles, keys);
     sort_particle_handles(d_handles, d_keys);
     EXPECT_EQ(download(d_keys), keys) << n;
     EXPECT_EQ(download(d_handles), handles) << n;
-    ketra::freeArray(d_handles);
-    ketra::freeArray(d_keys);
   }
   ketra::Array<unsigned long long, 1> no_keys{};
   ketra::Array<unsigned int, 1> no_handles{};
   EXPECT_NO_THROW(sort_particle_handles(no_handles, no_keys));
 }
 
-TEST(DeviceHashMap, RandomKeysGiveTheHostMap) {
+TEST_F(DeviceHashMap, RandomKeysGiveTheHostMap) {
   for (int n : {0, 1, 8, 1000, 30000}) {
     std::set<unsigned long long> distinct;
     for (uint64_t k = 0; static_cast<int>(distinct.size()) < n; ++k) distinct.insert(cloud::mix(n + k) >> 16);
@@ -158,7 +138,7 @@ TEST(DeviceHashMap, RandomKeysGiveTheHostMap) {
   }
 }
 
-TEST(DeviceHashMap, DenseKeysRestartWithTheHostOffsets) {
+TEST_F(DeviceHashMap, DenseKeysRestartWithTheHostOffsets) {
   // All keys share one home slot and one probe sequence: attempts fail until the offsets spread them.
   std::vector<unsigned long long> keys;
   const unsigned long long size = static_cast<unsigned long long>(30 / 0.8f);
