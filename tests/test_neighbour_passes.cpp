@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
-#include <tuple>
 #include <vector>
 
 #include "particle_cloud.h"
@@ -230,10 +229,7 @@ TEST(ParticleFunctors, IsolatedParticle) {
   set.offsets[0] = 0.25f;
   const Index index = build_index(set, 1.0f);
   const auto density = run_pass<ComputeDensityFunctor, true>(set, index, 1.0f, {}, 1);
-  EXPECT_EQ(density[0], W(0.0f, 1.0f));
   EXPECT_EQ((run_pass<UpdateParticlePosFunctor<true>, false>(set, index, 1.0f, density, 1)[0]), 0.25f);
-  const auto normals = run_pass<ComputeNormalsFunctor<true, false>, true>(set, index, 1.0f, {}, 1);
-  EXPECT_TRUE(same_bits(normals[0], set.normals[0]));
   EXPECT_EQ((run_pass<ComputeGradientFunctor<true>, false>(set, index, 1.0f, density, 1)[0].y), 0.0f);
 }
 
@@ -283,25 +279,20 @@ TEST(ParticleFunctors, SupportStopsAboveTheLevel) {
 }
 
 TEST(ParticleFunctors, SupportByNormalsAndFootprint) {
-  // j at (x, 0, z) with normal n; support of i without and with the normal weight.
-  const std::vector<std::tuple<float3, float3, float, float>> cases = {
-      {{0.01f, 0, 0}, {0, 1, 0}, 1.0f, 0.0f},      // at a right angle: 1 minus the plane distance, or nothing
-      {{0.01f, 0, 0}, {0, 0, -1}, 0.0f, 0.0f},     // anti-parallel
-      {{0.06f, 0, 0}, {0, 0, 1}, 0.0f, 0.0f},      // beyond j's footprint of 0.05
-      {{0.03f, 0, 0.01f}, {0, 0, 1}, 0.8f, 0.8f}};  // 0.2 footprints off j's plane
   std::vector<float> support;
-  for (const auto& [pos, normal, unweighted, weighted] : cases)
-    for (bool weight : {false, true}) {
-      use_normal_dot_weight = weight;
-      cloud::ParticleSet set = two_particles(pos, normal);
-      compute_particle_support(support, set.particles, set.offsets, set.normals, 0.1f, 10.0f);
-      const float expected = weight ? weighted : unweighted;
-      if (expected == 0.8f) {
-        EXPECT_FLOAT_EQ(support[0], expected) << weight;
-      } else {
-        EXPECT_EQ(support[0], expected) << weight << " " << pos.x;
-      }
-    }
+  auto support_of_i = [&](float3 pos_j, float3 normal_j) {
+    cloud::ParticleSet set = two_particles(pos_j, normal_j);
+    compute_particle_support(support, set.particles, set.offsets, set.normals, 0.1f, 10.0f);
+    return support[0];
+  };
+  for (bool weight : {false, true}) {
+    use_normal_dot_weight = weight;
+    // j at a right angle: 1 minus the plane distance without the weight, nothing with it.
+    EXPECT_EQ(support_of_i({0.01f, 0, 0}, {0, 1, 0}), weight ? 0.0f : 1.0f);
+    EXPECT_EQ(support_of_i({0.01f, 0, 0}, {0, 0, -1}), 0.0f);          // anti-parallel
+    EXPECT_EQ(support_of_i({0.06f, 0, 0}, {0, 0, 1}), 0.0f);           // beyond j's footprint of 0.05
+    EXPECT_FLOAT_EQ(support_of_i({0.03f, 0, 0.01f}, {0, 0, 1}), 0.8f);  // 0.2 footprints off j's plane
+  }
   use_normal_dot_weight = true;
 }
 
