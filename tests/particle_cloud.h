@@ -112,37 +112,32 @@ inline void add_view(ParticleSet& set, const Scene& scene, const View& view, int
   }
 }
 
-// `views` cameras at height `height` above the plane z = 0, spread on a circle of radius `spread`,
-// all looking at the origin.
-inline ParticleSet plane_views(int views, int width, int height_px, float fx, float height, float spread,
-                               float noise, uint64_t seed, float plane_half = 1e30f) {
+// `views` cameras spread on a circle of radius `spread` at height `height`, all looking at `target`.
+inline ParticleSet ring_views(const Scene& scene, int views, int width, int height_px, float fx, float height,
+                              float spread, float3 target, float noise, uint64_t seed) {
   ParticleSet set;
   set.particles.reserve(static_cast<size_t>(views) * width * height_px);
-  Scene scene;
-  scene.plane_half = plane_half;
   for (int v = 0; v < views; ++v) {
     const float angle = 6.2831853f * static_cast<float>(v) / static_cast<float>(views);
-    View view{{spread * std::cos(angle), spread * std::sin(angle), height}, {0.0f, 0.0f, 0.0f}, width, height_px, fx};
-    add_view(set, scene, view, v, noise, seed);
+    add_view(set, scene, {{spread * std::cos(angle), spread * std::sin(angle), height}, target, width, height_px, fx}, v,
+             noise, seed);
   }
   return set;
+}
+
+// Cameras at height `height` above the plane z = 0, all looking at the origin.
+inline ParticleSet plane_views(int views, int width, int height_px, float fx, float height, float spread,
+                               float noise, uint64_t seed, float plane_half = 1e30f) {
+  Scene scene;
+  scene.plane_half = plane_half;
+  return ring_views(scene, views, width, height_px, fx, height, spread, {0.0f, 0.0f, 0.0f}, noise, seed);
 }
 
 // A plane with a sphere resting on it, seen from `views` cameras around and above.
 inline ParticleSet plane_and_sphere_views(int views, int width, int height_px, float fx, float noise,
                                           uint64_t seed) {
-  ParticleSet set;
-  Scene scene;
-  scene.plane_half = 2.0f;
-  scene.sphere = true;
-  scene.sphere_centre = {0.0f, 0.0f, 0.5f};
-  scene.sphere_radius = 0.5f;
-  for (int v = 0; v < views; ++v) {
-    const float angle = 6.2831853f * static_cast<float>(v) / static_cast<float>(views);
-    View view{{2.5f * std::cos(angle), 2.5f * std::sin(angle), 2.0f}, {0.0f, 0.0f, 0.3f}, width, height_px, fx};
-    add_view(set, scene, view, v, noise, seed);
-  }
-  return set;
+  const Scene scene{true, 0.0f, 2.0f, true, {0.0f, 0.0f, 0.5f}, 0.5f};
+  return ring_views(scene, views, width, height_px, fx, 2.0f, 2.5f, {0.0f, 0.0f, 0.3f}, noise, seed);
 }
 
 // Random particles in a box with random unit normals turned towards random directions.

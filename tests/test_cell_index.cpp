@@ -3,6 +3,7 @@
 
 #include <cmath>
 #include <limits>
+#include <tuple>
 #include <vector>
 
 #include "particle_cloud.h"
@@ -87,44 +88,40 @@ TEST(CellIndex, KeysInBothForms) {
   EXPECT_EQ(keys[0], encode(65535, 0, 0));
 }
 
-TEST(CellIndex, TablesForOneCellAndForOneParticle) {
-  std::vector<unsigned long long> keys(5, 42);
-  std::vector<unsigned long long> cell_keys = {9, 9, 9};
-  std::vector<unsigned int> cell_starts;
-  std::vector<int> prefix;
-  create_cell_start_index_table(cell_keys, cell_starts, keys);
-  create_cell_size_prefix_sum(prefix, cell_starts, 5);
-  EXPECT_EQ(cell_keys, std::vector<unsigned long long>{42});
-  EXPECT_EQ(cell_starts, std::vector<unsigned int>{0});
-  EXPECT_EQ(prefix, std::vector<int>{5});
-
-  keys = {7};
-  create_cell_start_index_table(cell_keys, cell_starts, keys);
-  create_cell_size_prefix_sum(prefix, cell_starts, 1);
-  EXPECT_EQ(cell_keys, std::vector<unsigned long long>{7});
-  EXPECT_EQ(prefix, std::vector<int>{1});
-}
-
-TEST(CellIndex, SortTablesAndStatisticsWithInvalidParticlesLast) {
+TEST(CellIndex, SortWithInvalidParticlesLast) {
   std::vector<unsigned long long> keys = {5, invalid_cell_key, 3, 5, 3, invalid_cell_key, 5, 1};
   std::vector<unsigned int> handles = {0, 1, 2, 3, 4, 5, 6, 7};
   sort_particle_handles(handles, keys);
   EXPECT_EQ(handles, (std::vector<unsigned int>{7, 2, 4, 0, 3, 6, 1, 5}));
-  std::vector<unsigned long long> cell_keys;
-  std::vector<unsigned int> cell_starts;
-  std::vector<int> prefix;
-  create_cell_start_index_table(cell_keys, cell_starts, keys);
-  create_cell_size_prefix_sum(prefix, cell_starts, 8);
-  EXPECT_EQ(cell_keys, (std::vector<unsigned long long>{1, 3, 5, invalid_cell_key}));
-  EXPECT_EQ(cell_starts, (std::vector<unsigned int>{0, 1, 3, 6}));
-  EXPECT_EQ(prefix, (std::vector<int>{1, 3, 6, 8}));
-  int max_length = 0;
-  float average = 0.0f;
-  cell_length_statistics(&max_length, &average, cell_keys, cell_starts, keys);
-  EXPECT_EQ(max_length, 3);
-  EXPECT_EQ(average, 2.0f);
-  cell_length_statistics(nullptr, &average, cell_keys, cell_starts, keys);
-  cell_length_statistics(&max_length, nullptr, cell_keys, cell_starts, keys);
+  EXPECT_EQ(keys, (std::vector<unsigned long long>{1, 3, 3, 5, 5, 5, invalid_cell_key, invalid_cell_key}));
+}
+
+TEST(CellIndex, TablesAndStatistics) {
+  using Keys = std::vector<unsigned long long>;
+  using Starts = std::vector<unsigned int>;
+  // Sorted keys; then cell keys, cell starts, prefix sums of cell sizes, longest cell, mean cell length.
+  const std::vector<std::tuple<Keys, Keys, Starts, std::vector<int>, int, float>> cases = {
+      {Keys(5, 42), {42}, {0}, {5}, 5, 5.0f},
+      {{7}, {7}, {0}, {1}, 1, 1.0f},
+      {{1, 3, 3, 5, 5, 5, invalid_cell_key, invalid_cell_key}, {1, 3, 5, invalid_cell_key}, {0, 1, 3, 6},
+       {1, 3, 6, 8}, 3, 2.0f}};
+  for (auto [keys, cell_keys, cell_starts, prefix, max_length, average] : cases) {
+    Keys out_keys = {9, 9, 9};  // stale contents are replaced
+    Starts out_starts;
+    std::vector<int> out_prefix;
+    create_cell_start_index_table(out_keys, out_starts, keys);
+    create_cell_size_prefix_sum(out_prefix, out_starts, static_cast<int>(keys.size()));
+    EXPECT_EQ(out_keys, cell_keys);
+    EXPECT_EQ(out_starts, cell_starts);
+    EXPECT_EQ(out_prefix, prefix);
+    int out_max = 0;
+    float out_average = 0.0f;
+    cell_length_statistics(&out_max, &out_average, out_keys, out_starts, keys);
+    EXPECT_EQ(out_max, max_length);
+    EXPECT_EQ(out_average, average);
+    cell_length_statistics(nullptr, &out_average, out_keys, out_starts, keys);
+    cell_length_statistics(&out_max, nullptr, out_keys, out_starts, keys);
+  }
 }
 
 TEST(CellIndex, SortIsStableForAnyThreadCount) {

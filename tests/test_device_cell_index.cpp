@@ -7,6 +7,7 @@
 
 #include "device/memory.h"
 #include "ketra/tools.h"
+#include "ketra_test_support.h"
 #include "particle_cloud.h"
 #include "src/cell_index.h"
 #include "src/hash_map.h"
@@ -15,24 +16,6 @@
 #include "src/particle_filtering_kernels.h"
 
 namespace {
-
-// A pitched device copy of v; the caller frees it.
-template <class T>
-ketra::Array<T, 1> upload(std::vector<T> v) {
-  const unsigned int n = static_cast<unsigned int>(v.size());
-  ketra::Array<T, 4> a = ketra::mallocDeviceArray<T>(make_uint4(n, 1, 1, 1));
-  ketra::Array<T, 1> d = ketra::internal::decreaseArrayDimension<T, 4, 1>(a);
-  const ketra::Array<T, 1> host{v.data(), make_uint1(sizeof(T)), make_uint1(n), -1};
-  ketra::arrayCopy(d, host);
-  return d;
-}
-
-template <class T>
-std::vector<T> download(const ketra::Array<T, 1>& d) {
-  std::vector<T> v(d.extents.x);
-  ketra::vectorCopy(v, d);
-  return v;
-}
 
 // Sorted-key sets: `cells` distinct random cells, each repeated 1 to `max_run` times.
 std::vector<unsigned long long> sorted_keys(uint64_t seed, int cells, int max_run) {
@@ -45,64 +28,57 @@ std::vector<unsigned long long> sorted_keys(uint64_t seed, int cells, int max_ru
   return keys;
 }
 
-std::vector<unsigned int> values_for(size_t n) {
-  std::vector<unsigned int> values(n);
-  for (size_t k = 0; k < n; ++k) values[k] = static_cast<unsigned int>(7 * k + 3);
-  return values;
+template <class T>
+uint4 extents_of(const std::vector<T>& v) {
+  return make_uint4(static_cast<unsigned int>(v.size()), 1, 1, 1);
 }
 
-void expect_same_table(const std::vector<unsigned long long>& keys) {
-  SCOPED_TRACE("keys: " + std::to_string(keys.size()));
-  std::vector<unsigned long long> host_keys = keys, host_cell_keys;
-  std::vector<unsigned int> host_cell_starts;
-  create_cell_start_index_table(host_cell_keys, host_cell_starts, host_keys);
-
-  const size_t live = device::liveAllocationCount();
-  ketra::Array<unsigned long long, 1> d_keys = upload(keys), d_cell_keys;
-  ketra::Array<unsigned int, 1> d_cell_starts;
-  create_cell_start_index_table(d_cell_keys, d_cell_starts, d_keys);
-  EXPECT_EQ(d_cell_keys.device, 0);
-  EXPECT_EQ(download(d_cell_keys), host_cell_keys);
-  EXPECT_EQ(download(d_cell_starts), host_cell_starts);
-  EXPECT_EQ(device::liveAllocationCount(), live + 3) << "only the two tables stay allocated";
-  ketra::freeArray(d_cell_starts);
-  ketra::freeArray(d_cell_keys);
-  ketra::freeArray(d_keys);
-}
-
-void expect_same_map(const HashMap& device_map, const HashMap& host_map) {
-  EXPECT_EQ(device_map.size, host_map.size);
-  EXPECT_EQ(device_map.max_age, host_map.max_age);
-  EXPECT_EQ(device_map.hash_offsets, host_map.hash_offsets);
-  EXPECT_EQ(device_map.ages, host_map.ages);
-  EXPECT_EQ(device_map.keys, host_map.keys);
-  EXPECT_EQ(device_map.values, host_map.values);
-}
-
-// Builds the device map of keys (values 7k + 3) and checks it against the host form; returns the
-// printed text.
-std::string expect_device_map_as_host(const std::vector<unsigned long long>& keys, HashMap* out = nullptr) {
-  const std::vector<unsigned int> values = values_for(keys.size());
-  const HashMap host_map = create_hash_map(keys, values, 0.8f);
-  ketra::Array<unsigned long long, 1> d_keys{};
-  ketra::Array<unsigned int, 1> d_values{};
-  if (!keys.empty()) {
-    d_keys = upload(keys);
-    d_values = upload(values);
+class DeviceCellIndex : public KetraTest {
+ protected:
+  void expect_same_table(const std::vector<unsigned long long>& keys) {
+    SCOPED_TRACE("keys: " + std::to_string(keys.size()));
+    std::vector<unsigned long long> host_keys = keys, host_cell_keys;
+    std::vector<unsigned int> host_cell_starts;
+    create_cell_start_index_table(host_cell_keys, host_cell_starts, host_keys);
+    ketra::Array<unsigned long long, 1> d_keys = device_array<1>(extents_of(keys), keys), d_cell_keys;
+    ketra::Array<unsigned int, 1> d_cell_starts;
+    const size_t live = device::liveAllocationCount();
+    create_cell_start_index_table(d_cell_keys, d_cell_starts, d_keys);
+    EXPECT_EQ(device::liveAllocationCount(), live + 2) << "only the two tables stay allocated";
+    EXPECT_EQ(d_cell_keys.device, 0);
+    EXPECT_EQ(download(owned(d_cell_keys)), host_cell_keys);
+    EXPECT_EQ(download(owned(d_cell_starts)), host_cell_starts);
   }
-  const size_t live = device::liveAllocationCount();
-  testing::internal::CaptureStdout();
-  const HashMap device_map = create_hash_map(d_keys, d_values, 0.8f);
-  const std::string printed = testing::internal::GetCapturedStdout();
-  EXPECT_EQ(device::liveAllocationCount(), live) << "temporaries are freed";
-  expect_same_map(device_map, host_map);
-  if (!keys.empty()) {
-    ketra::freeArray(d_values);
-    ketra::freeArray(d_keys);
+};
+
+class DeviceHashMap : public KetraTest {
+ protected:
+  // Builds the device map of keys (values 7k + 3), checks it against the host form and returns the
+  // printed text.
+  std::string expect_device_map_as_host(const std::vector<unsigned long long>& keys, HashMap* out) {
+    std::vector<unsigned int> values(keys.size());
+    for (size_t k = 0; k < keys.size(); ++k) values[k] = static_cast<unsigned int>(7 * k + 3);
+    const HashMap host_map = create_hash_map(keys, values, 0.8f);
+    ketra::Array<unsigned long long, 1> d_keys{};
+    ketra::Array<unsigned int, 1> d_values{};
+    if (!keys.empty()) {
+      d_keys = device_array<1>(extents_of(keys), keys);
+      d_values = device_array<1>(extents_of(values), values);
+    }
+    const size_t live = device::liveAllocationCount();
+    testing::internal::CaptureStdout();
+    *out = create_hash_map(d_keys, d_values, 0.8f);
+    const std::string printed = testing::internal::GetCapturedStdout();
+    EXPECT_EQ(device::liveAllocationCount(), live) << "temporaries are freed";
+    EXPECT_EQ(out->size, host_map.size);
+    EXPECT_EQ(out->max_age, host_map.max_age);
+    EXPECT_EQ(out->hash_offsets, host_map.hash_offsets);
+    EXPECT_EQ(out->ages, host_map.ages);
+    EXPECT_EQ(out->keys, host_map.keys);
+    EXPECT_EQ(out->values, host_map.values);
+    return printed;
   }
-  if (out) *out = device_map;
-  return printed;
-}
+};
 
 std::string expected_print(unsigned int size, int attempts, unsigned int max_age) {
   std::string s = "hash map size is " + std::to_string(size) + "\n";
@@ -112,71 +88,57 @@ std::string expected_print(unsigned int size, int attempts, unsigned int max_age
 
 }  // namespace
 
-TEST(DeviceCellIndex, TableMatchesTheHostForm) {
-  // Sizes around the block of 128 and runs that cross block borders.
-  expect_same_table(sorted_keys(1, 1, 1));     // one key
-  expect_same_table(sorted_keys(2, 1, 300));   // all keys equal
-  expect_same_table(sorted_keys(3, 127, 1));   // all distinct, just under one block
-  expect_same_table(sorted_keys(4, 129, 1));
-  expect_same_table(sorted_keys(5, 700, 9));
-  expect_same_table(sorted_keys(6, 20000, 4));
+TEST_F(DeviceCellIndex, TableMatchesTheHostForm) {
+  // (cells, longest run): one key, all keys equal, all distinct around the block of 128, runs that
+  // cross block borders.
+  for (auto [cells, max_run] : std::vector<std::pair<int, int>>{{1, 1}, {1, 300}, {127, 1}, {129, 1}, {700, 9}, {20000, 4}})
+    expect_same_table(sorted_keys(cells + max_run, cells, max_run));
   std::vector<unsigned long long> with_invalid = sorted_keys(7, 500, 3);
   with_invalid.insert(with_invalid.end(), 40, 0xffffffffffffULL);  // invalid particles: one last cell
   expect_same_table(with_invalid);
 }
 
-TEST(DeviceCellIndex, EmptyKeysFailTheLaunch) {
+TEST_F(DeviceCellIndex, EmptyKeysFailTheLaunch) {
   ketra::Array<unsigned long long, 1> keys{}, cell_keys{};
   ketra::Array<unsigned int, 1> cell_starts{};
   keys.device = 0;
   EXPECT_THROW(create_cell_start_index_table(cell_keys, cell_starts, keys), std::runtime_error);
 }
 
-TEST(DeviceCellIndex, SortMatchesTheStableHostSort) {
-  for (int case_index = 0; case_index < 4; ++case_index) {
-    const size_t n = std::vector<size_t>{1, 300, 5000, 70000}[case_index];
+TEST_F(DeviceCellIndex, SortMatchesTheStableHostSort) {
+  for (size_t n : {1, 300, 5000, 70000}) {
     std::vector<unsigned long long> keys(n);
     std::vector<unsigned int> handles(n);
     for (size_t k = 0; k < n; ++k) {
       // Few distinct keys, so that equal keys must keep their handle order.
-      keys[k] = (cloud::mix(case_index * 977 + k) % 97) * 0x10000000001ULL;
+      keys[k] = (cloud::mix(n * 977 + k) % 97) * 0x10000000001ULL;
       handles[k] = static_cast<unsigned int>(n - 1 - k);
     }
-    ketra::Array<unsigned long long, 1> d_keys = upload(keys);
-    ketra::Array<unsigned int, 1> d_handles = upload(handles);
+    ketra::Array<unsigned long long, 1> d_keys = device_array<1>(extents_of(keys), keys);
+    ketra::Array<unsigned int, 1> d_handles = device_array<1>(extents_of(handles), handles);
     sort_particle_handles(handles, keys);
     sort_particle_handles(d_handles, d_keys);
     EXPECT_EQ(download(d_keys), keys) << n;
     EXPECT_EQ(download(d_handles), handles) << n;
-    ketra::freeArray(d_handles);
-    ketra::freeArray(d_keys);
   }
   ketra::Array<unsigned long long, 1> no_keys{};
   ketra::Array<unsigned int, 1> no_handles{};
   EXPECT_NO_THROW(sort_particle_handles(no_handles, no_keys));
 }
 
-TEST(DeviceHashMap, RandomKeysGiveTheHostMap) {
-  for (int n : {1, 8, 1000, 30000}) {
+TEST_F(DeviceHashMap, RandomKeysGiveTheHostMap) {
+  for (int n : {0, 1, 8, 1000, 30000}) {
     std::set<unsigned long long> distinct;
     for (uint64_t k = 0; static_cast<int>(distinct.size()) < n; ++k) distinct.insert(cloud::mix(n + k) >> 16);
     const std::vector<unsigned long long> keys(distinct.begin(), distinct.end());
     HashMap map;
     const std::string printed = expect_device_map_as_host(keys, &map);
-    EXPECT_EQ(printed, expected_print(static_cast<unsigned int>(n / 0.8f), 1, map.max_age));
+    EXPECT_EQ(printed, expected_print(static_cast<unsigned int>(n / 0.8f), 1, n == 0 ? 0 : map.max_age));
     for (size_t k = 0; k < keys.size(); ++k) ASSERT_EQ(hash_map_find(map, keys[k]), 7 * k + 3);
   }
 }
 
-TEST(DeviceHashMap, OneKeySitsAtItsHomeSlot) {
-  HashMap map;
-  const std::string printed = expect_device_map_as_host({12345}, &map);
-  EXPECT_EQ(printed, "hash map size is 1\ntrying to build hash map: attempt 1\n max age is 1\n");
-  EXPECT_EQ(map.keys, std::vector<unsigned long long>{12345});
-  EXPECT_EQ(map.values, std::vector<unsigned int>{3});
-}
-
-TEST(DeviceHashMap, DenseKeysRestartWithTheHostOffsets) {
+TEST_F(DeviceHashMap, DenseKeysRestartWithTheHostOffsets) {
   // All keys share one home slot and one probe sequence: attempts fail until the offsets spread them.
   std::vector<unsigned long long> keys;
   const unsigned long long size = static_cast<unsigned long long>(30 / 0.8f);
@@ -194,11 +156,4 @@ TEST(DeviceHashMap, DenseKeysRestartWithTheHostOffsets) {
   EXPECT_EQ(map.hash_offsets, offsets);
   EXPECT_EQ(std::vector<unsigned int>(d_hash_offsets, d_hash_offsets + 64), offsets);
   EXPECT_EQ(d_hash_map_construction_error, 0u);
-}
-
-TEST(DeviceHashMap, NoKeysGiveAnEmptyMap) {
-  HashMap map;
-  EXPECT_EQ(expect_device_map_as_host({}, &map), "hash map size is 0\ntrying to build hash map: attempt 1\n max age is 0\n");
-  EXPECT_EQ(map.size, 0u);
-  EXPECT_TRUE(map.keys.empty());
 }

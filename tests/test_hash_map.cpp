@@ -27,8 +27,6 @@ TEST(HashMap, WithoutCollisionsEveryKeySitsAtItsHomeSlot) {
   const std::vector<unsigned long long> keys = {100, 101, 102, 103, 104, 105, 106, 107};
   const HashMap map = create_hash_map(keys, values_for(8), 0.8f);
   EXPECT_EQ(map.size, 10u);
-  EXPECT_EQ(map.keys.size(), 10u);
-  EXPECT_EQ(map.hash_offsets.size(), 64u);
   EXPECT_EQ(map.hash_offsets[0], 0u);
   EXPECT_EQ(map.max_age, 1u);
   for (size_t k = 0; k < keys.size(); ++k) {

@@ -12,6 +12,7 @@
 #include "ketra/tools.h"
 #include "src/save_depthmap_stack.h"
 #include "tests/io_test_support.h"
+#include "tests/ketra_test_support.h"
 
 using io_test::expect_runtime_error;
 using io_test::read_bytes;
@@ -29,14 +30,9 @@ std::vector<unsigned char> planar_bytes(unsigned int x, unsigned int y, unsigned
   return v;
 }
 
-// A pitched device copy of a host array; the caller frees it.
-template <class T, int N>
-ketra::Array<T, N> to_device(ketra::Array<T, N> const& host) {
-  ketra::Array<T, 4> a = ketra::mallocDeviceArray<T>(ketra::internal::as4D(host).extents);
-  ketra::Array<T, N> d = ketra::internal::decreaseArrayDimension<T, 4, N>(a);
-  ketra::arrayCopy(d, host);
-  return d;
-}
+// Tests that make device arrays; their arrays are freed and checked for leaks at the end.
+using SaveImage = KetraTest;
+using SaveImageToPNG = KetraTest;
 
 CTensor<float> read_png(const std::string& path) {
   CTensor<float> t;
@@ -46,7 +42,7 @@ CTensor<float> read_png(const std::string& path) {
 
 }  // namespace
 
-TEST(SaveImage, InvertNegatesEachByte) {
+TEST_F(SaveImage, InvertNegatesEachByte) {
   // One pixel per plane value: (0, 1, 255) and (128, 7, 200).
   const unsigned char values[] = {0, 128, 1, 7, 255, 200};
   std::vector<unsigned char> bytes(values, values + 6);
@@ -61,7 +57,7 @@ TEST(SaveImage, InvertNegatesEachByte) {
   }
 }
 
-TEST(SaveImage, OtherPlaneCountsAreReportedAndNotWritten) {
+TEST_F(SaveImage, OtherPlaneCountsAreReportedAndNotWritten) {
   std::vector<unsigned char> bytes(4 * 2 * 1, 9);
   const ketra::Array<unsigned char, 3> a = ketra::arrayFromHostMemory(bytes.data(), 4, 2, 1);
   const std::string path = scratch_path("one_plane.png");
@@ -79,42 +75,39 @@ TEST(SaveImage, OtherPlaneCountsAreReportedAndNotWritten) {
   EXPECT_FALSE(std::filesystem::exists(path));
 }
 
-TEST(SaveImage, ExtensionChoosesTheFormatOrIsRefused) {
+TEST_F(SaveImage, ExtensionChoosesTheFormatOrIsRefused) {
   std::vector<unsigned char> bytes = planar_bytes(2, 1, 3, [](unsigned x, unsigned, unsigned c) {
     return static_cast<unsigned char>(10 * x + c);
   });
   const ketra::Array<unsigned char, 3> a = ketra::arrayFromHostMemory(bytes.data(), 2, 1, 3);
   ketra::saveImage<unsigned char>(a, scratch_path("image.PPM"), false);
   EXPECT_EQ(read_bytes(scratch_path("image.PPM")), std::string("P6 \n2 1 \n255\n\x00\x01\x02\x0a\x0b\x0c", 19));
-  const ketra::Array<unsigned char, 3> d = to_device(a);
+  const ketra::Array<unsigned char, 3> d = device_array<3>(make_uint4(2, 1, 3, 1), bytes);
   expect_runtime_error([&] { ketra::saveImage<unsigned char>(d, scratch_path("image.bmp"), false); },
                        "Image file format not supported");
   expect_runtime_error([&] { ketra::saveImage<unsigned char>(a, scratch_path("image.Png"), false); },
                        "Image file format not supported");
-  ketra::Array<unsigned char, 3> owned = d;
-  ketra::freeArray(owned);
 }
 
-TEST(SaveImage, DeviceAndHostArraysGiveTheSameFile) {
+TEST_F(SaveImage, DeviceAndHostArraysGiveTheSameFile) {
   std::vector<unsigned char> bytes = planar_bytes(37, 5, 3, [](unsigned x, unsigned y, unsigned c) {
     return static_cast<unsigned char>(x * 7 + y * 31 + c * 101);
   });
   const ketra::Array<unsigned char, 3> host = ketra::arrayFromHostMemory(bytes.data(), 37, 5, 3);
-  ketra::Array<unsigned char, 3> device = to_device(host);
+  const ketra::Array<unsigned char, 3> device = device_array<3>(make_uint4(37, 5, 3, 1), bytes);
   ASSERT_NE(device.pitch.y, 37u) << "the device copy should be pitched";
   ketra::saveImage<unsigned char>(host, scratch_path("host.png"), true);
   ketra::saveImage<unsigned char>(device, scratch_path("device.png"), true);
   EXPECT_EQ(read_bytes(scratch_path("host.png")), read_bytes(scratch_path("device.png")));
-  ketra::freeArray(device);
 }
 
-TEST(SaveImageToPNG, ColourBytesAreWrittenAndAlphaDropped) {
+TEST_F(SaveImageToPNG, ColourBytesAreWrittenAndAlphaDropped) {
   std::vector<uchar4> pixels(6 * 3);
   for (unsigned int k = 0; k < pixels.size(); ++k)
     pixels[k] = make_uchar4(static_cast<unsigned char>(k), static_cast<unsigned char>(255 - k),
                             static_cast<unsigned char>(k * 13), static_cast<unsigned char>(k + 100));
   const ketra::Array<uchar4, 2> host = ketra::arrayFromHostMemory(pixels.data(), 6, 3);
-  ketra::Array<uchar4, 2> device = to_device(host);
+  const ketra::Array<uchar4, 2> device = device_array<2>(make_uint4(6, 3, 1, 1), pixels);
   saveImageToPNG(host, scratch_path("host.png"));
   saveImageToPNG(device, scratch_path("device.png"));
   EXPECT_EQ(read_bytes(scratch_path("host.png")), read_bytes(scratch_path("device.png")));
@@ -122,14 +115,10 @@ TEST(SaveImageToPNG, ColourBytesAreWrittenAndAlphaDropped) {
   ASSERT_EQ(t.zSize, 3);
   ASSERT_EQ(t.xSize, 6);
   ASSERT_EQ(t.ySize, 3);
-  for (int y = 0; y < 3; ++y)
-    for (int x = 0; x < 6; ++x) {
-      const uchar4 p = pixels[y * 6 + x];
-      EXPECT_EQ(t(x, y, 0), p.x);
-      EXPECT_EQ(t(x, y, 1), p.y);
-      EXPECT_EQ(t(x, y, 2), p.z);
-    }
-  ketra::freeArray(device);
+  std::vector<float> planes;  // red, green and blue planes, x fastest
+  for (int c = 0; c < 3; ++c)
+    for (const uchar4& p : pixels) planes.push_back(c == 0 ? p.x : c == 1 ? p.y : p.z);
+  EXPECT_EQ(std::vector<float>(t.data, t.data + t.size()), planes);
 
   ketra::Array<uchar4, 2> empty_device{};
   empty_device.device = 0;
@@ -153,24 +142,13 @@ CMatrix<float> depth_map(int x, int y, float base) {
 
 }  // namespace
 
-TEST(SaveDepthmapStack, MapsBecomePlanesOfOneDump) {
-  const std::vector<CMatrix<float>> maps = {depth_map(3, 2, 1.0f), depth_map(3, 2, -8.0f)};
-  const std::string path = scratch_path("stack.dat");
-  testing::internal::CaptureStdout();
-  saveDepthmapStack(maps, path);
-  EXPECT_EQ(testing::internal::GetCapturedStdout(), "(3, 2, 2, 1) [4.57764e-05 MB] written to " + path + "\n");
-  EXPECT_EQ(read_bytes(path), float_bytes({1.0f, 1.25f, 1.5f, 1.75f, 2.0f, 2.25f,  //
-                                           -8.0f, -7.75f, -7.5f, -7.25f, -7.0f, -6.75f}));
-  EXPECT_EQ(read_bytes(path + ".ketrainfo"), "3 2 2 1 2 32 0 0 0\n");
-}
-
-TEST(SaveDepthmapStack, LaterMapsTakeTheFirstMapsSize) {
+TEST(SaveDepthmapStack, MapsBecomePlanesOfTheFirstMapsSize) {
   // A larger map gives its first elements; a smaller one fills what it has and leaves zeros.
   const std::vector<CMatrix<float>> maps = {depth_map(2, 2, 0.0f), depth_map(3, 2, 10.0f), depth_map(1, 3, 20.0f)};
   const std::string path = scratch_path("mixed.dat");
   testing::internal::CaptureStdout();
   saveDepthmapStack(maps, path);
-  testing::internal::GetCapturedStdout();
+  EXPECT_EQ(testing::internal::GetCapturedStdout(), "(2, 2, 3, 1) [4.57764e-05 MB] written to " + path + "\n");
   EXPECT_EQ(read_bytes(path), float_bytes({0.0f, 0.25f, 0.5f, 0.75f, 10.0f, 10.25f, 10.5f, 10.75f,  //
                                            20.0f, 20.25f, 20.5f, 0.0f}));
   EXPECT_EQ(read_bytes(path + ".ketrainfo"), "2 2 3 1 2 32 0 0 0\n");

@@ -2,6 +2,7 @@
 
 #include <sstream>
 #include <string>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -21,21 +22,13 @@ std::string printed(Rows rows, Format format, Sorting sorting = ByName, bool asc
 
 }  // namespace
 
-TEST(KetraTimer, FixedUnits) {
-  EXPECT_EQ(printed({{"a", 1000.0f}}, Msec), " a: 1000.000 msec\n");
-  EXPECT_EQ(printed({{"a", 1500.0f}}, Sec), " a: 1.500 sec\n");
-  EXPECT_EQ(printed({{"a", 90000.0f}}, Min), " a: 1.500 min\n");
-  EXPECT_EQ(printed({{"a", 5400000.0f}}, Hour), " a: 1.500 h\n");
-  EXPECT_EQ(printed({{"a", 3723000.0f}}, HourMinSec), " a: 1:02:03\n");
-  EXPECT_EQ(printed({{"a", 999.0f}}, HourMinSec), " a: 0:00:00\n");
-}
-
-TEST(KetraTimer, LargestFittingUnitAtItsThresholds) {
-  EXPECT_EQ(printed({{"a", 999.9f}}, Auto), " a: 999.900 msec\n");
-  EXPECT_EQ(printed({{"a", 1000.0f}}, Auto), " a: 1.000 sec\n");
-  EXPECT_EQ(printed({{"a", 59999.0f}}, Auto), " a: 59.999 sec\n");
-  EXPECT_EQ(printed({{"a", 60000.0f}}, Auto), " a: 1.000 min\n");
-  EXPECT_EQ(printed({{"a", 3600000.0f}}, Auto), " a: 1.000 h\n");
+TEST(KetraTimer, FixedUnitsAndTheLargestFittingUnitAtItsThresholds) {
+  const std::vector<std::tuple<float, Format, std::string>> cases = {
+      {1000.0f, Msec, "1000.000 msec"},     {1500.0f, Sec, "1.500 sec"},       {90000.0f, Min, "1.500 min"},
+      {5400000.0f, Hour, "1.500 h"},        {3723000.0f, HourMinSec, "1:02:03"}, {999.0f, HourMinSec, "0:00:00"},
+      {999.9f, Auto, "999.900 msec"},       {1000.0f, Auto, "1.000 sec"},      {59999.0f, Auto, "59.999 sec"},
+      {60000.0f, Auto, "1.000 min"},        {3600000.0f, Auto, "1.000 h"}};
+  for (const auto& [ms, format, text] : cases) EXPECT_EQ(printed({{"a", ms}}, format), " a: " + text + "\n");
 }
 
 TEST(KetraTimer, CommonUnitIsTheLargestAnyTimeNeeds) {
