@@ -45,7 +45,7 @@ int main(int argc, char* argv[]) {
   std::vector<Camera> cameras;
   std::vector<Camera*> camera_ptrs;
   std::vector<CMatrix<float>> depthmaps;
-  read_views(view_files, cameras, camera_ptrs, depthmaps, true);
+  read_views(view_files, cameras, camera_ptrs, depthmaps, /*average_depth_given=*/true);  // --depth-avg is required
 
   // Superpixel-level model: one particle per superpixel, filtered on the union of all views.
   std::vector<std::vector<Superpixel>> superpixels(n_keyframes);
