@@ -15,10 +15,33 @@
 // with a = dot(n_i, p_j - p_i) and b = -dot(n_j, p_j - p_i). g is 1 for pairs facing the same way;
 // for opposite normals it is beta on the penetrating side and 0 on the other (collision term).
 
+// What both position functors read of a pass, bound once per thread.
+struct PositionPass {
+  SphKernel kernel{1.0f};
+  const Particle* particles = nullptr;
+  const float3* normals = nullptr;
+  const float* offsets = nullptr;
+  const float* density = nullptr;
+  float radius = 0.0f;
+  float alpha = 0.0f;
+  float beta = 0.0f;
+
+  void bind(const NeighbourPass& pass) {
+    kernel = SphKernel(pass.radius);
+    particles = pass.particles;
+    normals = pass.normals;
+    offsets = pass.offsets;
+    density = pass.density;
+    radius = pass.radius;
+    alpha = pass.alpha;
+    beta = pass.beta;
+  }
+};
+
 // Exact step: the energy is piecewise linear and convex in t, its minimiser a weighted median of
 // the breakpoints. The result is relaxed towards the old t by the static `omega`.
 template <bool use_dot_weight>
-struct UpdateParticlePosFunctor {
+struct UpdateParticlePosFunctor : PositionPass {
   using Out_t = float;
 
   // One breakpoint. kind 1: slope +weight above t; 2: slope -weight below t; 3: both. Bit 1 (value
@@ -32,14 +55,6 @@ struct UpdateParticlePosFunctor {
 
   static inline float omega = 1.0f;
 
-  SphKernel kernel{1.0f};
-  const Particle* particles = nullptr;
-  const float3* normals = nullptr;
-  const float* offsets = nullptr;
-  const float* density = nullptr;
-  float radius = 0.0f;
-  float alpha = 0.0f;
-  float beta = 0.0f;
   std::vector<Minimum> records;
 
   float3 p_i{}, n_i{}, d_i{};
@@ -48,14 +63,7 @@ struct UpdateParticlePosFunctor {
   float e = 0.0f;
 
   void setup(const NeighbourPass& pass) {
-    kernel = SphKernel(pass.radius);
-    particles = pass.particles;
-    normals = pass.normals;
-    offsets = pass.offsets;
-    density = pass.density;
-    radius = pass.radius;
-    alpha = pass.alpha;
-    beta = pass.beta;
+    bind(pass);
     records.reserve(4 * static_cast<size_t>(std::max(pass.max_cell_length, 0)));
   }
   void start(int index, const float3& p) {
@@ -143,18 +151,10 @@ struct UpdateParticlePosFunctor {
 // Gradient of the smoothed energy (|x| as sqrt(x^2 + 1e-6)) by t and by the two angles of the
 // normal in the ray frame: x = dE/dt, y = dE/dphi, z = dE/dtheta.
 template <bool use_dot_weight>
-struct ComputeGradientFunctor {
+struct ComputeGradientFunctor : PositionPass {
   using Out_t = float3;
   static constexpr float eps = 1e-6f;
 
-  SphKernel kernel{1.0f};
-  const Particle* particles = nullptr;
-  const float3* normals = nullptr;
-  const float* offsets = nullptr;
-  const float* density = nullptr;
-  float radius = 0.0f;
-  float alpha = 0.0f;
-  float beta = 0.0f;
 
   int i = 0;
   float3 p_i{}, n_i{}, d_i{};
@@ -165,14 +165,7 @@ struct ComputeGradientFunctor {
   float G_t = 0.0f, G_phi = 0.0f, G_theta = 0.0f;
 
   void setup(const NeighbourPass& pass) {
-    kernel = SphKernel(pass.radius);
-    particles = pass.particles;
-    normals = pass.normals;
-    offsets = pass.offsets;
-    density = pass.density;
-    radius = pass.radius;
-    alpha = pass.alpha;
-    beta = pass.beta;
+    bind(pass);
   }
   void start(int index, const float3& p) {
     i = index;
