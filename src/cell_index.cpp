@@ -27,55 +27,42 @@ unsigned long long cell_key(float3 p, float3 grid_min, float inv_cell) {
                 cell_coordinate(std::floor((p.z - grid_min.z) * inv_cell)));
 }
 
+namespace {
+
+// One half of the bounding box: the componentwise fold of pos and pos + t * dir over the particles
+// with a finite pos.x, per thread first and then merged in a critical section.
+template <typename Op>
+float3 fold_positions(const std::vector<Particle>& particles, const std::vector<float>& offsets, float start, Op op) {
+  const long long n = static_cast<long long>(particles.size());
+  float3 result = {start, start, start};
+#pragma omp parallel
+  {
+    float3 local = {start, start, start};
+#pragma omp for schedule(static)
+    for (long long i = 0; i < n; ++i) {
+      const Particle& p = particles[i];
+      if (!is_finite_value(p.pos.x)) continue;
+      const float3 q = particle_position(p, offsets[i]);
+      local.x = op(local.x, op(p.pos.x, q.x));
+      local.y = op(local.y, op(p.pos.y, q.y));
+      local.z = op(local.z, op(p.pos.z, q.z));
+    }
+#pragma omp critical
+    {
+      result.x = op(result.x, local.x);
+      result.y = op(result.y, local.y);
+      result.z = op(result.z, local.z);
+    }
+  }
+  return result;
+}
+
+}  // namespace
+
 void particles_bounding_box(float3* min, float3* max, const std::vector<Particle>& particles,
                             const std::vector<float>& offsets) {
-  const long long n = static_cast<long long>(particles.size());
-  if (min) {
-    float3 result = {FLT_MAX, FLT_MAX, FLT_MAX};
-#pragma omp parallel
-    {
-      float3 local = {FLT_MAX, FLT_MAX, FLT_MAX};
-#pragma omp for schedule(static)
-      for (long long i = 0; i < n; ++i) {
-        const Particle& p = particles[i];
-        if (!is_finite_value(p.pos.x)) continue;
-        float3 q = particle_position(p, offsets[i]);
-        local.x = std::fmin(local.x, std::fmin(p.pos.x, q.x));
-        local.y = std::fmin(local.y, std::fmin(p.pos.y, q.y));
-        local.z = std::fmin(local.z, std::fmin(p.pos.z, q.z));
-      }
-#pragma omp critical
-      {
-        result.x = std::fmin(result.x, local.x);
-        result.y = std::fmin(result.y, local.y);
-        result.z = std::fmin(result.z, local.z);
-      }
-    }
-    *min = result;
-  }
-  if (max) {
-    float3 result = {-FLT_MAX, -FLT_MAX, -FLT_MAX};
-#pragma omp parallel
-    {
-      float3 local = {-FLT_MAX, -FLT_MAX, -FLT_MAX};
-#pragma omp for schedule(static)
-      for (long long i = 0; i < n; ++i) {
-        const Particle& p = particles[i];
-        if (!is_finite_value(p.pos.x)) continue;
-        float3 q = particle_position(p, offsets[i]);
-        local.x = std::fmax(local.x, std::fmax(p.pos.x, q.x));
-        local.y = std::fmax(local.y, std::fmax(p.pos.y, q.y));
-        local.z = std::fmax(local.z, std::fmax(p.pos.z, q.z));
-      }
-#pragma omp critical
-      {
-        result.x = std::fmax(result.x, local.x);
-        result.y = std::fmax(result.y, local.y);
-        result.z = std::fmax(result.z, local.z);
-      }
-    }
-    *max = result;
-  }
+  if (min) *min = fold_positions(particles, offsets, FLT_MAX, [](float a, float b) { return std::fmin(a, b); });
+  if (max) *max = fold_positions(particles, offsets, -FLT_MAX, [](float a, float b) { return std::fmax(a, b); });
 }
 
 void compute_cell_keys_from_pos(std::vector<unsigned long long>& keys, const std::vector<Particle>& particles,
