@@ -48,35 +48,18 @@ struct View {
   float fx;
 };
 
-// Analytic scene: an optional plane with normal (0, 0, 1) at height plane_z (bounded to
-// |x|, |y| <= plane_half), and an optional sphere.
+// Analytic scene: a plane with normal (0, 0, 1) at height plane_z, bounded to |x|, |y| <= plane_half.
 struct Scene {
-  bool plane = true;
   float plane_z = 0.0f;
   float plane_half = 1e30f;
-  bool sphere = false;
-  float3 sphere_centre{0.0f, 0.0f, 0.0f};
-  float sphere_radius = 0.0f;
 };
 
-// Depth along the ray (camera-frame z, ray scaled to unit forward component) of the nearest hit.
+// Depth along the ray (camera-frame z, ray scaled to unit forward component) of the hit, or -1.
 inline float hit_depth(const Scene& scene, float3 c, float3 ray) {
-  float best = -1.0f;
-  if (scene.plane && std::fabs(ray.z) > 1e-9f) {
-    float t = (scene.plane_z - c.z) / ray.z;
-    float3 p = c + t * ray;
-    if (t > 0.0f && std::fabs(p.x) <= scene.plane_half && std::fabs(p.y) <= scene.plane_half) best = t;
-  }
-  if (scene.sphere) {
-    float3 oc = c - scene.sphere_centre;
-    float a = dot(ray, ray), b = dot(oc, ray), cc = dot(oc, oc) - scene.sphere_radius * scene.sphere_radius;
-    float disc = b * b - a * cc;
-    if (disc >= 0.0f) {
-      float t = (-b - std::sqrt(disc)) / a;
-      if (t > 0.0f && (best < 0.0f || t < best)) best = t;
-    }
-  }
-  return best;
+  if (std::fabs(ray.z) <= 1e-9f) return -1.0f;
+  const float t = (scene.plane_z - c.z) / ray.z;
+  const float3 p = c + t * ray;
+  return t > 0.0f && std::fabs(p.x) <= scene.plane_half && std::fabs(p.y) <= scene.plane_half ? t : -1.0f;
 }
 
 // Appends one particle per pixel that sees the scene. `noise` is the standard deviation of the
@@ -131,13 +114,6 @@ inline ParticleSet plane_views(int views, int width, int height_px, float fx, fl
   Scene scene;
   scene.plane_half = plane_half;
   return ring_views(scene, views, width, height_px, fx, height, spread, {0.0f, 0.0f, 0.0f}, noise, seed);
-}
-
-// A plane with a sphere resting on it, seen from `views` cameras around and above.
-inline ParticleSet plane_and_sphere_views(int views, int width, int height_px, float fx, float noise,
-                                          uint64_t seed) {
-  const Scene scene{true, 0.0f, 2.0f, true, {0.0f, 0.0f, 0.5f}, 0.5f};
-  return ring_views(scene, views, width, height_px, fx, 2.0f, 2.5f, {0.0f, 0.0f, 0.3f}, noise, seed);
 }
 
 // Random particles in a box with random unit normals turned towards random directions.

@@ -99,7 +99,7 @@ TEST(FilterParticles, StrideFromTheAverageCellLength) {
 }
 
 TEST(FilterParticles, BitIdenticalForAnyThreadCount) {
-  const cloud::ParticleSet input = cloud::plane_and_sphere_views(3, 48, 36, 40.0f, 0.01f, 21);
+  const cloud::ParticleSet input = cloud::plane_views(3, 48, 36, 40.0f, 2.0f, 1.5f, 0.01f, 21, 1.0f);
   std::vector<cloud::ParticleSet> outputs;
   for (int threads : {1, 2, 4}) {
     omp_set_num_threads(threads);

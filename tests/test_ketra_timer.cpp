@@ -31,19 +31,6 @@ TEST(KetraTimer, FixedUnitsAndTheLargestFittingUnitAtItsThresholds) {
   for (const auto& [ms, format, text] : cases) EXPECT_EQ(printed({{"a", ms}}, format), " a: " + text + "\n");
 }
 
-TEST(KetraTimer, CommonUnitIsTheLargestAnyTimeNeeds) {
-  EXPECT_EQ(printed({{"a", 500.0f}, {"bb", 61000.0f}}, AutoCommon), "  a: 0.008 min\n bb: 1.017 min\n");
-  EXPECT_EQ(printed({{"a", 500.0f}, {"bb", 999.9f}}, AutoCommon), "  a: 500.000 msec\n bb: 999.900 msec\n");
-}
-
-TEST(KetraTimer, Sorting) {
-  Rows rows = {{"b", 1.0f}, {"c", 3.0f}, {"a", 2.0f}};
-  EXPECT_EQ(printed(rows, Msec, ByName, true), " a: 2.000 msec\n b: 1.000 msec\n c: 3.000 msec\n");
-  EXPECT_EQ(printed(rows, Msec, ByName, false), " c: 3.000 msec\n b: 1.000 msec\n a: 2.000 msec\n");
-  EXPECT_EQ(printed(rows, Msec, ByTime, true), " b: 1.000 msec\n a: 2.000 msec\n c: 3.000 msec\n");
-  EXPECT_EQ(printed(rows, Msec, static_cast<Sorting>(7), false), " c: 3.000 msec\n a: 2.000 msec\n b: 1.000 msec\n");
-}
-
 TEST(KetraTimer, NamesAlignToTheLongest) {
   EXPECT_EQ(printed({{"rendering", 1.0f}, {"io", 2.0f}}, Msec), "        io: 2.000 msec\n rendering: 1.000 msec\n");
 }

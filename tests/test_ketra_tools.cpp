@@ -69,7 +69,7 @@ TEST_F(KetraTools, DimensionChanges) {
   EXPECT_EQ(b.device, 0);
 }
 
-TEST_F(KetraTools, HostMemoryWrappersAndAccessors) {
+TEST_F(KetraTools, HostMemoryWrapperIsPacked) {
   std::vector<int> v(24);
   Array<int, 3> b = arrayFromHostMemory(v.data(), make_uint3(2, 3, 4));
   EXPECT_EQ(b.device, -1);
@@ -77,18 +77,6 @@ TEST_F(KetraTools, HostMemoryWrappersAndAccessors) {
   element(b, 1, 2, 3) = 9;
   EXPECT_EQ(v[23], 9);
 
-  std::vector<int> w = {10, 11, 12, 13};
-  Array<int, 4> w4 = packed_host(w.data(), make_uint4(4, 1, 1, 1));
-  Array<int, 1> a = internal::decreaseArrayDimension<int, 4, 1>(w4);
-  EXPECT_EQ(ArrayAccessMirror::read(a, -1), 11);
-  EXPECT_EQ(ArrayAccessMirror::read(a, 4), 12);
-  EXPECT_EQ(ArrayAccessMirror::read(a, -3), 13);
-  EXPECT_EQ(ArrayAccessClamp::read(a, -5), 10);
-  EXPECT_EQ(ArrayAccessClamp::read(a, 9), 13);
-  EXPECT_EQ(ArrayAccessZero::read(a, -1), 0);
-  EXPECT_EQ(ArrayAccessZero::read(a, 4), 0);
-  EXPECT_EQ(ArrayAccessZero::read(a, 0, 1), 0);  // y beyond its extent of 1
-  EXPECT_EQ(ArrayAccessZero::read(a, 3), 13);
 }
 
 TEST_F(KetraTools, Ranges) {
@@ -105,11 +93,6 @@ TEST_F(KetraTools, Ranges) {
             "block: block range is out of bounds.\n array extents are (4, 3, 2, 2), ranges are [0-4, 0-2, 0-1, 0-1]");
   EXPECT_EQ(message_of([&] { block(a, Range(-1, 2)); }),
             "block: block range is out of bounds.\n array extents are (4, 3, 2, 2), ranges are [-1-2, 0-2, 0-1, 0-1]");
-  EXPECT_EQ(message_of([&] { subvolume(a, 2); }),
-            "block: block range is out of bounds.\n array extents are (4, 3, 2, 2), ranges are [0-3, 0-2, 0-1, 2-2]");
-  Array<float, 3> s = subvolume(a, 1);
-  EXPECT_EQ(s.data, a.data + 24);
-  EXPECT_EQ(s.extents.z, 2u);
 }
 
 TEST_F(KetraTools, CopyChecksInOrder) {
@@ -173,24 +156,12 @@ TEST_F(KetraTools, BlocksNarrowingXCopyAndNarrowingYWorkInKernels) {
   EXPECT_EQ(download(e), (std::vector<float>{0, 0, 0, 5, 5, 5, 0, 0, 0, 0, 0, 0, 5, 5, 5, 0, 0, 0}));
 }
 
-TEST_F(KetraTools, VectorCopy) {
-  Array<float, 1> d = device_array<1>(make_uint4(5, 1, 1, 1), {0, 1, 2, 3, 4});
-  std::vector<float> v(5), wrong(4);
-  vectorCopy(v, d);
-  EXPECT_EQ(v, (std::vector<float>{0, 1, 2, 3, 4}));
-  EXPECT_EQ(message_of([&] { vectorCopy(wrong, d); }),
-            "arrayCopy: extents mismatch\n src extents are (5) dst extents are (4)");
-}
-
 TEST_F(KetraTools, CopyIntoTextureArray) {
   Array<float, 3> d = device_array<3>(make_uint4(3, 2, 2, 1), download(counting_host(make_uint4(3, 2, 2, 1))));
   device::TextureArray *layered = nullptr, *flat = nullptr, *bytes = nullptr;
   device::ChannelFormatDesc f = device::channelDescOf<float>(), b = device::channelDescOf<uchar4>();
   device::allocateArray3D(&layered, &f, device::makeExtent(3, 2, 2), device::kArrayLayered);
   arrayCopy(layered, d);
-  device::Texture<float> tex;
-  device::bindTextureToArray(tex, layered);
-  EXPECT_EQ(device::tex2DLayered(tex, 2.5f, 1.5f, 1), 11.0f);
   device::allocateArray(&flat, &f, 3, 2);
   EXPECT_EQ(message_of([&] { arrayCopy(flat, d); }),
             "arrayCopy: extents mismatch\n src extents are (3, 2, 2) dst extents are (3, 2, 1)\n");
@@ -199,10 +170,7 @@ TEST_F(KetraTools, CopyIntoTextureArray) {
             "arrayCopy: cudaChannelFormatDesc mismatch\n"
             "src channel format desc is (f=cudaChannelFormatKindFloat, x=32, y=0, z=0, w=0)"
             "dst channel format desc is (f=cudaChannelFormatKindUnsigned, x=8, y=8, z=8, w=8)");
-  device::TextureArray* gone = flat;
   device::releaseArray(flat);
-  EXPECT_EQ(message_of([&] { arrayCopy(gone, d); }), "ketra::arrayCopy: cannot get array info for cudaArray dst");
-  device::getLastError();
   EXPECT_EQ(message_of([&] { arrayCopy(static_cast<device::TextureArray*>(nullptr), d); }),
             "ketra::arrayCopy: dst is null");
   device::releaseArray(layered);
