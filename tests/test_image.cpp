@@ -5,7 +5,6 @@
 #include <string>
 #include <vector>
 
-#include "device/vector_types.h"
 #include "image/CMatrix.h"
 #include "image/CTensor.h"
 #include "image/EInvalidFileFormat.h"
@@ -175,27 +174,6 @@ TEST(PngWrite, FloatSamplesWrapAndPlanesAreChecked) {
   EXPECT_FALSE(std::filesystem::exists(grey));
   const std::string nowhere = scratch_path("no/such/dir.png");
   expect_runtime_error([&] { t.writeToPNG(nowhere.c_str()); }, "CTensor::writeToPNG: Cannot open file " + nowhere);
-}
-
-TEST(Containers, CopiesAreDeep) {
-  CMatrix<float> a(2, 3, 1.5f);
-  CMatrix<float> b(a), c(5, 5);
-  c = a;
-  a(1, 2) = 7.0f;
-  EXPECT_EQ(std::vector<float>({b(1, 2), c(1, 2), static_cast<float>(c.xSize)}), std::vector<float>({1.5f, 1.5f, 2}));
-
-  CMatrix<uchar4> null_source, d(3, 3);
-  null_source.xSize = 4;  // sizes without storage
-  d = null_source;
-  EXPECT_EQ(d.data, nullptr);
-  EXPECT_EQ(d.xSize, 4);
-  null_source.xSize = 0;
-
-  CTensor<float2> t(2, 2, 2);
-  t(1, 1, 1) = make_float2(3, 4);
-  const CTensor<float2> u = t;
-  t(1, 1, 1) = make_float2(5, 6);
-  EXPECT_EQ(u.data[7].y, 4.0f);
 }
 
 // Every prefix of valid files and single corrupted bytes either read or throw; the sanitizer

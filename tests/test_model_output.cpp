@@ -72,35 +72,6 @@ TEST(ModelOutput, EmptyModelIsHeaderOnly) {
   EXPECT_EQ(read_bytes(path), model_header(0));
 }
 
-TEST(PlyWriter, OtherModesTypesAndElements) {
-  const std::string text = scratch_path("ascii.ply"), big = scratch_path("big.ply");
-  p_ply ply = ply_create(text.c_str(), PLY_ASCII, nullptr);
-  ply_add_element(ply, "point", 2);
-  ply_add_scalar_property(ply, "v", PLY_FLOAT);
-  ply_add_scalar_property(ply, "i", PLY_INT);
-  ply_add_element(ply, "none", 0);
-  ply_add_element(ply, "tag", 1);
-  ply_add_scalar_property(ply, "c", PLY_UCHAR);
-  ply_write_header(ply);
-  for (double v : {0.5, -7.9, 1e-3, 42.0, 300.0}) EXPECT_EQ(ply_write(ply, v), 1);
-  EXPECT_EQ(ply_write(ply, 1.0), 0);  // beyond the declared count
-  EXPECT_EQ(ply_close(ply), 1);
-  EXPECT_EQ(read_bytes(text),
-            "ply\nformat ascii 1.0\nelement point 2\nproperty float v\nproperty int i\nelement none 0\n"
-            "element tag 1\nproperty uchar c\nend_header\n0.5 -7\n0.00100000005 42\n255\n");
-
-  ply = ply_create(big.c_str(), PLY_BINARY_BIG_ENDIAN, nullptr);
-  ply_add_element(ply, "e", 2);
-  ply_add_scalar_property(ply, "s", PLY_SHORT);
-  ply_add_scalar_property(ply, "f", PLY_FLOAT);
-  ply_write_header(ply);
-  ply_write(ply, -2.0);
-  ply_write(ply, 1.0);
-  EXPECT_EQ(ply_close(ply), 0);  // one instance missing
-  EXPECT_EQ(read_bytes(big), "ply\nformat binary_big_endian 1.0\nelement e 2\nproperty short s\nproperty float f\n"
-                             "end_header\n" + std::string("\xff\xfe\x3f\x80\x00\x00", 6));
-}
-
 TEST(PlyWriter, FailuresGoToTheCallbackAndNullHandlesDoNothing) {
   errors.clear();
   const std::string nowhere = scratch_path("no/such/dir.ply");

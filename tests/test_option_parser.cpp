@@ -137,20 +137,9 @@ TEST(OptionParser, UnknownOptionsNoAbbreviationsAndALoneDash) {
   EXPECT_STREQ(p.parser.non_options[0], "-");
 }
 
-TEST(OptionParser, OccurrencesBeyondTheBufferAreNotStored) {
-  const char* args[] = {"-h", "-v", "-h"};
-  std::vector<Option> options(6), buffer(1);
-  option::Parser parser(false, table, 3, args, options.data(), buffer.data(), 1);
-  EXPECT_FALSE(parser.error);
-  EXPECT_EQ(parser.options_count, 1);
-  EXPECT_EQ(options[HELP].count(), 1);
-  EXPECT_FALSE(options[VERBOSE]);
-}
-
-std::string usage_text(const Descriptor* rows, int width, int min_percent = 50, int own_percent = 75) {
+std::string usage_text(const Descriptor* rows, int width) {
   std::string text;
-  option::PrintUsageImplementation::printUsage([&](std::string_view s) { text += s; }, rows, width, min_percent,
-                                               own_percent);
+  option::PrintUsageImplementation::printUsage([&](std::string_view s) { text += s; }, rows, width, 50, 75);
   return text;
 }
 
@@ -168,42 +157,6 @@ TEST(PrintUsage, LastColumnMovesToOwnLinesBelowTheMinimum) {
             "          here.\n"
             "  -b\n"
             "          Second.\n");
-
-  // A first column of 20 leaves exactly 20: the text stays beside it; one more tips it over.
-  const Descriptor edge[] = {
-      {1, 0, "", "", nullptr, "  -a, --exactly-20  \tText that wraps beside it."},
-      {0, 0, nullptr, nullptr, nullptr, nullptr},
-      {1, 0, "", "", nullptr, "  -a, --exactly-21   \tText that wraps beside it."},
-      {0, 0, nullptr, nullptr, nullptr, nullptr},
-  };
-  EXPECT_EQ(usage_text(edge, 40), "  -a, --exactly-20  Text that wraps\n                    beside it.\n");
-  EXPECT_EQ(usage_text(edge + 2, 40), "  -a, --exactly-21\n          Text that wraps beside it.\n");
-}
-
-TEST(PrintUsage, WrappingRules) {
-  const Descriptor rows[] = {
-      // No tab: one column over the full width; it does not widen the first column.
-      {0, 0, "", "", nullptr, "A line without any tab that is longer than twenty.\n"},
-      {1, 0, "", "", nullptr, "-a \tb\tSplit   into three columns."},
-      {2, 0, "", "", nullptr, "-long \tx \tSupercalifragilistic word"},
-      {3, 0, "", "", nullptr, "-e \t"},
-      {4, 0, "", "", nullptr, "-n \tline one\n\tline two"},
-      {0, 0, nullptr, nullptr, nullptr, nullptr},
-  };
-  EXPECT_EQ(usage_text(rows, 20, 25, 75),
-            "A line without any\n"
-            "tab that is longer\n"
-            "than twenty.\n"
-            "\n"
-            "-a    b Split   into\n"
-            "        three\n"
-            "        columns.\n"
-            "-long x Supercalifra\n"
-            "        gilistic\n"
-            "        word\n"
-            "-e\n"
-            "-n    line one\n"
-            "      line two\n");
 }
 
 }  // namespace
