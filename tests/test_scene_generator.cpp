@@ -1,12 +1,19 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <filesystem>
+#include <iterator>
+#include <set>
+#include <sstream>
 
 #include "tests/io_test_support.h"
+#include "tests/run_process.h"
 #include "tools/scene/png_io.h"
 #include "tools/scene/scene_files.h"
 #include "tools/scene/surface_distance.h"
 
+namespace fs = std::filesystem;
+using io_test::read_bytes;
 using io_test::scratch_path;
 using namespace scene;
 
@@ -56,4 +63,35 @@ TEST(SceneGenerator, DepthPixelsBackProjectOntoTheSurface) {
   o.principal_offset_x = 9.25;
   o.principal_offset_y = -14.5;
   expect_round_trip(o);
+}
+
+// The program writes the files of a scene, view files of 25 tokens with absolute paths, and is
+// deterministic: the same seed gives the same files, another seed other depths but the same images.
+TEST(SceneGeneratorProgram, WritesADeterministicScene) {
+  auto generate = [](const std::string& name, const std::string& seed) {
+    const std::string out = scratch_path(name);
+    fs::remove_all(out);
+    const e2e::Result r = e2e::run(QUILLARA_SCENE_BIN, io_test::scratch_dir(),
+                                   {"--out", out, "--views", "2", "--width", "48", "--height", "40", "--noise",
+                                    "0.004", "--seed", seed});
+    EXPECT_EQ(r.status, 0) << r.err;
+    return out;
+  };
+  const std::string a = generate("program_a", "5"), b = generate("program_b", "5"), c = generate("program_c", "6");
+
+  std::set<std::string> files;
+  for (const auto& e : fs::directory_iterator(a)) files.insert(e.path().filename().string());
+  EXPECT_EQ(files, (std::set<std::string>{"average_depth.txt", "depth_00.png", "depth_01.png", "ground_truth.ply",
+                                          "image_00.png", "image_01.png", "view_00.txt", "view_01.txt"}));
+  for (int v = 0; v < 2; ++v) {
+    std::istringstream in(read_bytes(a + "/" + view_file_name(v)));
+    const std::vector<std::string> tokens{std::istream_iterator<std::string>(in), {}};
+    ASSERT_EQ(tokens.size(), 25u);
+    EXPECT_EQ(tokens[23], fs::absolute(a + "/" + image_file_name(v)).lexically_normal().string());
+    EXPECT_EQ(tokens[24], fs::absolute(a + "/" + depth_file_name(v)).lexically_normal().string());
+    for (const std::string& name : {depth_file_name(v), image_file_name(v)})
+      EXPECT_EQ(read_bytes(a + "/" + name), read_bytes(b + "/" + name)) << name;
+    EXPECT_EQ(read_bytes(a + "/" + image_file_name(v)), read_bytes(c + "/" + image_file_name(v)));
+    EXPECT_NE(read_bytes(a + "/" + depth_file_name(v)), read_bytes(c + "/" + depth_file_name(v)));
+  }
 }
