@@ -1,6 +1,7 @@
 #pragma once
 
 #include <algorithm>
+#include <utility>
 #include <vector>
 
 #include "device/vector_math.h"
@@ -35,6 +36,16 @@ struct PositionPass {
     radius = pass.radius;
     alpha = pass.alpha;
     beta = pass.beta;
+  }
+
+  // Plane weights of a pair at distance r > 0: w_i = |n_i . u| F and w_j = |n_j . u| F with
+  // u = R / r and F the kernel, times |n_i . n_j| when weighting by the normals.
+  template <bool use_dot_weight>
+  std::pair<float, float> pair_weights(float3 R, float r, float3 n_i, float3 n_j) const {
+    float F = kernel(r);
+    if constexpr (use_dot_weight) F = F * std::fabs(dot(n_i, n_j));
+    const float3 u = R / r;
+    return {std::fabs(dot(n_i, u)) * F, std::fabs(dot(n_j, u)) * F};
   }
 };
 
@@ -83,11 +94,7 @@ struct UpdateParticlePosFunctor : PositionPass {
     if (!(r <= radius)) return;
     if (r < 1e-6f) return;  // coincident particles have no direction
     const float3 n_j = normals[j];
-    float F = kernel(r);
-    if constexpr (use_dot_weight) F = F * std::fabs(dot(n_i, n_j));
-    const float3 u = R / r;
-    const float w_i = std::fabs(dot(n_i, u)) * F;
-    const float w_j = std::fabs(dot(n_j, u)) * F;
+    const auto [w_i, w_j] = pair_weights<use_dot_weight>(R, r, n_i, n_j);
     const float c = dot(n_i, n_j);
 
     const float a = dot(n_i, R);
@@ -191,11 +198,7 @@ struct ComputeGradientFunctor : PositionPass {
     const float r = std::sqrt(r2);
     if (!(r <= radius)) return;
     const float3 n_j = normals[j];
-    float F = kernel(r);
-    if constexpr (use_dot_weight) F = F * std::fabs(dot(n_i, n_j));
-    const float3 u = R / r;
-    const float w_i = std::fabs(dot(n_i, u)) * F;
-    const float w_j = std::fabs(dot(n_j, u)) * F;
+    const auto [w_i, w_j] = pair_weights<use_dot_weight>(R, r, n_i, n_j);
     const float a = dot(n_i, R);
     const float b = -dot(n_j, R);
     const float sa = std::sqrt(a * a + eps);
