@@ -39,12 +39,7 @@ View make_view(unsigned count) {
   p.principal_x = cx;
   p.principal_y = cy;
   p.focal = f;
-  p.depth_scale = 0.001f;
-  p.weight_spatial = 4;
-  p.weight_color = 2;
-  p.weight_normal = 1;
-  p.iterations = 10;
-  p.base_radius = 0.018f;
+  // Scale, weights, rounds and base radius: the layer's defaults, which are the program's settings.
   p.count = count;
   return v;
 }

@@ -34,6 +34,21 @@ void write_superpixel_image(const std::vector<Superpixel>& superpixels, int widt
 
 }  // namespace
 
+dasp::Parameters superpixel_parameters(const Camera& camera, int count) {
+  dasp::Parameters parameters;
+  parameters.principal_x = camera.image_coordinates ? camera.K[6] : camera.width - 1 - camera.K[6];
+  parameters.principal_y = camera.image_coordinates ? camera.K[7] : camera.height - 1 - camera.K[7];
+  parameters.focal = camera.K[0];
+  parameters.depth_scale = 0.001f;
+  parameters.weight_spatial = 4.0f;
+  parameters.weight_color = 2.0f;
+  parameters.weight_normal = 1.0f;
+  parameters.iterations = 10;
+  parameters.base_radius = 0.018f;
+  parameters.count = static_cast<unsigned>(std::max(count, 0));
+  return parameters;
+}
+
 void create_superpixels(std::vector<Superpixel>& superpixels, const CMatrix<float>& depth,
                         const CMatrix<uchar4>& image, const Camera& camera, float average_depth, int count) {
   std::cout << "Computing superpixels ... ";
@@ -50,18 +65,7 @@ void create_superpixels(std::vector<Superpixel>& superpixels, const CMatrix<floa
   for (int y = 0; y < depth.ySize; ++y)
     for (int x = 0; x < depth.xSize; ++x) steps.channel(x, y, 0) = normalised_depth(depth(x, y), average_depth);
 
-  dasp::Parameters parameters;
-  parameters.principal_x = camera.image_coordinates ? camera.K[6] : camera.width - 1 - camera.K[6];
-  parameters.principal_y = camera.image_coordinates ? camera.K[7] : camera.height - 1 - camera.K[7];
-  parameters.focal = camera.K[0];
-  parameters.depth_scale = 0.001f;
-  parameters.weight_spatial = 4.0f;
-  parameters.weight_color = 2.0f;
-  parameters.weight_normal = 1.0f;
-  parameters.iterations = 10;
-  parameters.base_radius = 0.018f;
-  parameters.count = static_cast<unsigned>(std::max(count, 0));
-  const dasp::Superpixels result = dasp::ComputeSuperpixels(color, steps, parameters);
+  const dasp::Superpixels result = dasp::ComputeSuperpixels(color, steps, superpixel_parameters(camera, count));
 
   const int width = static_cast<int>(result.width);
   const long n = static_cast<long>(result.clusters.size());

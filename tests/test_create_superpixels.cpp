@@ -61,18 +61,7 @@ dasp::Superpixels reference(const View& v, int count) {
       color(x, y) = {c.image(x, y).x, c.image(x, y).y, c.image(x, y).z};
       depth(x, y) = static_cast<unsigned short>(std::floor(1000.0f * v.depth(x, y) / v.average_depth + 0.5f));
     }
-  dasp::Parameters p;
-  p.principal_x = c.image_coordinates ? c.K[6] : c.width - 1 - c.K[6];
-  p.principal_y = c.image_coordinates ? c.K[7] : c.height - 1 - c.K[7];
-  p.focal = c.K[0];
-  p.depth_scale = 0.001f;
-  p.weight_spatial = 4;
-  p.weight_color = 2;
-  p.weight_normal = 1;
-  p.iterations = 10;
-  p.base_radius = 0.018f;
-  p.count = count;
-  return dasp::ComputeSuperpixels(color, depth, p);
+  return dasp::ComputeSuperpixels(color, depth, superpixel_parameters(c, count));
 }
 
 }  // namespace
@@ -109,6 +98,13 @@ TEST(CreateSuperpixels, HandsTheLayerTheViewAndTheRunSettings) {
   for (bool image_coordinates : {false, true}) {
     SCOPED_TRACE(image_coordinates);
     v.camera.image_coordinates = image_coordinates;
+    const Camera& c = v.camera;
+    const dasp::Parameters p = superpixel_parameters(c, 25);
+    EXPECT_EQ(p.principal_x, image_coordinates ? c.K[6] : c.width - 1 - c.K[6]);
+    EXPECT_EQ(p.principal_y, image_coordinates ? c.K[7] : c.height - 1 - c.K[7]);
+    EXPECT_EQ(std::vector<float>({p.focal, p.depth_scale, p.weight_spatial, p.weight_color, p.weight_normal,
+                                  p.base_radius, float(p.iterations), float(p.count)}),
+              std::vector<float>({c.K[0], 0.001f, 4.0f, 2.0f, 1.0f, 0.018f, 10.0f, 25.0f}));
     const std::vector<Superpixel> superpixels = cut(v, 25);
     const dasp::Superpixels expected = reference(v, 25);
     ASSERT_EQ(superpixels.size(), expected.clusters.size());
