@@ -64,20 +64,6 @@ TEST(MyArg, MissingOptionsQuietlyOrNone) {
   EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
 }
 
-TEST(MyArg, RowsWithoutHelpAreNamedByLongThenShortOption) {
-  const option::Descriptor rows[] = {
-      {1, 0, "a", "alpha", option::Arg::None, nullptr},
-      {2, 0, "b", "", option::Arg::None, ""},
-      {0, 0, nullptr, nullptr, nullptr, nullptr},
-  };
-  const unsigned required[] = {1, 2, 5, 0};
-  std::vector<option::Option> options(6);
-  testing::internal::CaptureStderr();
-  EXPECT_TRUE(MyArg::testForMissingOptions(required, options.data(), rows, false));
-  EXPECT_EQ(testing::internal::GetCapturedStderr(),
-            "The following options are required:\n--alpha\n-b\nunknown option\n");
-}
-
 // The success path, in process: the settings a later stage reads.
 TEST(SetUpRun, StoresSettingsAndViewFiles) {
   const std::string dir = std::string(QUILLARA_TEST_TMP) + "/set_up_run";

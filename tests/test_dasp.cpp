@@ -231,28 +231,6 @@ TEST(DaspSuperpixels, ResultIsDeterministicForAnyThreadCount) {
   }
 }
 
-TEST(DaspSuperpixels, RadiusFromCountOrBaseRadius) {
-  Scene s = flat_scene(64, 48, 0, 1000, 1000);
-  s.parameters.base_radius = 0.01f;
-  auto sp = run(s);
-  EXPECT_EQ(sp.radius, 0.01f);
-  // Each pixel covers (1/525)^2, a disc pi * 0.01^2: about 15 clusters on 64 x 48.
-  EXPECT_NEAR(static_cast<double>(sp.clusters.size()), 64 * 48 / (std::numbers::pi * 0.01 * 0.01 * 525 * 525), 3.0);
-  expect_partition(sp);
-
-  // Neither a count nor a base radius.
-  s.parameters.base_radius = 0.0f;
-  EXPECT_THROW(run(s), std::runtime_error);
-}
-
-TEST(DaspSuperpixels, TinyAndEmptyImages) {
-  const auto one = run(flat_scene(1, 1, 10, 1000, 1000));
-  ASSERT_EQ(one.clusters.size(), 1u);
-  EXPECT_EQ(one.clusters[0].pixel_ids, std::vector<unsigned>{0});
-  const auto none = run(flat_scene(0, 0, 10, 1000, 1000));
-  EXPECT_TRUE(none.clusters.empty() && none.labels.empty());
-}
-
 TEST(DaspSuperpixels, RejectsBadArguments) {
   Scene s = flat_scene(8, 6, 4, 1000, 1000);
   s.depth = slimage::Image1ui16(8, 5);

@@ -163,45 +163,6 @@ TEST_F(Device, AtomicsUnderContention) {
   EXPECT_EQ(cas_counter, n);
 }
 
-TEST_F(Device, CompareAndSwapReturnsTheOldValue) {
-  unsigned int u = 5;
-  EXPECT_EQ(atomicCAS(&u, 4u, 9u), 5u);
-  EXPECT_EQ(u, 5u);
-  EXPECT_EQ(atomicCAS(&u, 5u, 9u), 5u);
-  EXPECT_EQ(u, 9u);
-}
-
-namespace {
-
-// A 3 x 2 uchar4 image in pitched device memory; pixel (x, y) has red 100 x + 10 y.
-PitchedPtr image() {
-  PitchedPtr p;
-  allocatePitched(&p, makeExtent(3 * sizeof(uchar4), 2, 1));
-  for (int y = 0; y < 2; ++y)
-    for (int x = 0; x < 3; ++x)
-      reinterpret_cast<uchar4*>(static_cast<char*>(p.ptr) + y * p.pitch)[x] =
-          make_uchar4(static_cast<unsigned char>(100 * x + 10 * y), 255, 0, 51);
-  return p;
-}
-
-}  // namespace
-
-TEST_F(Device, TextureReadsNormalizeAndClamp) {
-  const PitchedPtr img = image();
-  Texture<uchar4, ReadMode::NormalizedFloat> tex;
-  std::size_t offset = 1;
-  ASSERT_EQ(bindTexture2D(&offset, tex, img.ptr, 3, 2, img.pitch), Success);
-  EXPECT_EQ(offset, 0u);
-  const float4 v = tex2D(tex, 1.5f, 1.5f);
-  EXPECT_FLOAT_EQ(v.x, 110.0f / 255.0f);
-  EXPECT_FLOAT_EQ(v.y, 1.0f);
-  EXPECT_FLOAT_EQ(v.w, 0.2f);
-  // (x, y, red in units of 1/255): inside, then clamped to the border.
-  const std::vector<std::array<float, 3>> point = {{1.99f, 0.0f, 100}, {-7.0f, -3.0f, 0}, {50.0f, 50.0f, 210}};
-  for (const auto& [x, y, red] : point) EXPECT_FLOAT_EQ(tex2D(tex, x, y).x, red / 255.0f) << x << ", " << y;
-  unbindTexture(tex);
-}
-
 TEST_F(Device, EventsMeasureInStreamOrder) {
   event_t start = nullptr, stop = nullptr;
   ASSERT_EQ(eventCreateWithFlags(&start, 0), Success);

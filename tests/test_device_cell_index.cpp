@@ -98,13 +98,6 @@ TEST_F(DeviceCellIndex, TableMatchesTheHostForm) {
   expect_same_table(with_invalid);
 }
 
-TEST_F(DeviceCellIndex, EmptyKeysFailTheLaunch) {
-  ketra::Array<unsigned long long, 1> keys{}, cell_keys{};
-  ketra::Array<unsigned int, 1> cell_starts{};
-  keys.device = 0;
-  EXPECT_THROW(create_cell_start_index_table(cell_keys, cell_starts, keys), std::runtime_error);
-}
-
 TEST_F(DeviceCellIndex, SortMatchesTheStableHostSort) {
   for (size_t n : {1, 300, 5000, 70000}) {
     std::vector<unsigned long long> keys(n);

@@ -57,29 +57,6 @@ TEST_F(SaveImage, InvertNegatesEachByte) {
   }
 }
 
-TEST_F(SaveImage, ExtensionChoosesTheFormatOrIsRefused) {
-  std::vector<unsigned char> bytes = planar_bytes(2, 1, 3, [](unsigned x, unsigned, unsigned c) {
-    return static_cast<unsigned char>(10 * x + c);
-  });
-  const ketra::Array<unsigned char, 3> a = ketra::arrayFromHostMemory(bytes.data(), 2, 1, 3);
-  ketra::saveImage<unsigned char>(a, scratch_path("image.PPM"), false);
-  EXPECT_EQ(read_bytes(scratch_path("image.PPM")), std::string("P6 \n2 1 \n255\n\x00\x01\x02\x0a\x0b\x0c", 19));
-  expect_runtime_error([&] { ketra::saveImage<unsigned char>(a, scratch_path("image.Png"), false); },
-                       "Image file format not supported");
-}
-
-TEST_F(SaveImage, DeviceAndHostArraysGiveTheSameFile) {
-  std::vector<unsigned char> bytes = planar_bytes(37, 5, 3, [](unsigned x, unsigned y, unsigned c) {
-    return static_cast<unsigned char>(x * 7 + y * 31 + c * 101);
-  });
-  const ketra::Array<unsigned char, 3> host = ketra::arrayFromHostMemory(bytes.data(), 37, 5, 3);
-  const ketra::Array<unsigned char, 3> device = device_array<3>(make_uint4(37, 5, 3, 1), bytes);
-  ASSERT_NE(device.pitch.y, 37u) << "the device copy should be pitched";
-  ketra::saveImage<unsigned char>(host, scratch_path("host.png"), true);
-  ketra::saveImage<unsigned char>(device, scratch_path("device.png"), true);
-  EXPECT_EQ(read_bytes(scratch_path("host.png")), read_bytes(scratch_path("device.png")));
-}
-
 TEST_F(SaveImageToPNG, ColourBytesAreWrittenAndAlphaDropped) {
   std::vector<uchar4> pixels(6 * 3);
   for (unsigned int k = 0; k < pixels.size(); ++k)

@@ -69,16 +69,6 @@ TEST_F(KetraTools, DimensionChanges) {
   EXPECT_EQ(b.device, 0);
 }
 
-TEST_F(KetraTools, HostMemoryWrapperIsPacked) {
-  std::vector<int> v(24);
-  Array<int, 3> b = arrayFromHostMemory(v.data(), make_uint3(2, 3, 4));
-  EXPECT_EQ(b.device, -1);
-  EXPECT_EQ(b.pitch.z, 24u);
-  element(b, 1, 2, 3) = 9;
-  EXPECT_EQ(v[23], 9);
-
-}
-
 TEST_F(KetraTools, Ranges) {
   EXPECT_EQ(message_of([] { Range(1, -1); }),
             "Range(): the first element must be <= than the last element. first = 1,  last = -1\n");
@@ -154,27 +144,6 @@ TEST_F(KetraTools, BlocksNarrowingXCopyAndNarrowingYWorkInKernels) {
   EXPECT_EQ(message_of([&] { download(rows); }), "ketra::arrayCopy: memory layout of src array is incompatible");
   set(rows, 5.0f);
   EXPECT_EQ(download(e), (std::vector<float>{0, 0, 0, 5, 5, 5, 0, 0, 0, 0, 0, 0, 5, 5, 5, 0, 0, 0}));
-}
-
-TEST_F(KetraTools, CopyIntoTextureArray) {
-  Array<float, 3> d = device_array<3>(make_uint4(3, 2, 2, 1), download(counting_host(make_uint4(3, 2, 2, 1))));
-  device::TextureArray *layered = nullptr, *flat = nullptr, *bytes = nullptr;
-  device::ChannelFormatDesc f = device::channelDescOf<float>(), b = device::channelDescOf<uchar4>();
-  device::allocateArray3D(&layered, &f, device::makeExtent(3, 2, 2), device::kArrayLayered);
-  arrayCopy(layered, d);
-  device::allocateArray(&flat, &f, 3, 2);
-  EXPECT_EQ(message_of([&] { arrayCopy(flat, d); }),
-            "arrayCopy: extents mismatch\n src extents are (3, 2, 2) dst extents are (3, 2, 1)\n");
-  device::allocateArray3D(&bytes, &b, device::makeExtent(3, 2, 2), device::kArrayLayered);
-  EXPECT_EQ(message_of([&] { arrayCopy(bytes, d); }),
-            "arrayCopy: cudaChannelFormatDesc mismatch\n"
-            "src channel format desc is (f=cudaChannelFormatKindFloat, x=32, y=0, z=0, w=0)"
-            "dst channel format desc is (f=cudaChannelFormatKindUnsigned, x=8, y=8, z=8, w=8)");
-  device::releaseArray(flat);
-  EXPECT_EQ(message_of([&] { arrayCopy(static_cast<device::TextureArray*>(nullptr), d); }),
-            "ketra::arrayCopy: dst is null");
-  device::releaseArray(layered);
-  device::releaseArray(bytes);
 }
 
 TEST_F(KetraTools, LaunchErrorsSurfaceThroughTheCheck) {

@@ -43,9 +43,6 @@ Particle make_particle(uchar4 color, float radius) {
   return p;
 }
 
-std::vector<std::string> errors;
-void collect(p_ply, const char* message) { errors.emplace_back(message); }
-
 }  // namespace
 
 TEST(ModelOutput, WritesHeaderAndVerticesAtTheirCurrentPositions) {
@@ -70,15 +67,4 @@ TEST(ModelOutput, EmptyModelIsHeaderOnly) {
   io_test::write_bytes(path, std::string(1000, 'x'));  // an existing file is replaced
   writeParticlesToPLY({}, {}, {}, path);
   EXPECT_EQ(read_bytes(path), model_header(0));
-}
-
-TEST(PlyWriter, FailuresGoToTheCallbackAndNullHandlesDoNothing) {
-  errors.clear();
-  const std::string nowhere = scratch_path("no/such/dir.ply");
-  p_ply ply = ply_create(nowhere.c_str(), PLY_DEFAULT, collect);
-  EXPECT_EQ(ply, nullptr);
-  EXPECT_EQ(errors, std::vector<std::string>{"ply_create: cannot open file " + nowhere});
-  EXPECT_EQ(std::vector<int>({ply_add_element(ply, "vertex", 1), ply_write_header(ply), ply_write(ply, 1.0),
-                               ply_close(ply)}),
-            std::vector<int>(4, 0));
 }

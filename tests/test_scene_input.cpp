@@ -125,20 +125,6 @@ TEST_F(SceneInput, EightBitDepthIsThousandths) {
   EXPECT_EQ(depthmaps_[0](3, 2), 0.255f);
 }
 
-TEST_F(SceneInput, AverageDepthFromCentralWindowsWhenNotGiven) {
-  // For 4 x 3 maps the window is x 1..2, y 0..1; outside it every pixel is far.
-  std::vector<unsigned short> a(12, 60000), b(12, 60000);
-  const int window[] = {1, 2, 5, 6};
-  for (int k = 0; k < 4; ++k) {
-    a[window[k]] = static_cast<unsigned short>(1000 + k);
-    b[window[k]] = static_cast<unsigned short>(2000 + k);
-  }
-  const std::string v0 = make_view("a", a), v1 = make_view("b", b);
-  EXPECT_EQ(read({v0, v1}, false),
-            "Reading file " + v0 + "\nReading file " + v1 + "\nmaximum depth = 60\naverage depth = 2\n");
-  EXPECT_EQ(average_depth, 2.0f);  // element 4 of the 8 sorted window values
-}
-
 TEST_F(SceneInput, UnreadableInputFailsInTheReaders) {
   const std::string short_view = scratch_path("short.txt");
   std::ofstream(short_view) << "500 0 1.5 0 510 0.75 0 0 1 1 0 0 0 1 0 0 0 1 1 2 3 4 3";  // no paths
