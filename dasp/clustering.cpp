@@ -85,8 +85,8 @@ void assign(const PixelFeatures& f, const std::vector<ClusterCenter>& centers, f
 }
 
 struct Sums {
-  double count = 0, x = 0, y = 0, r = 0, g = 0, b = 0;
-  double valid = 0, px = 0, py = 0, pz = 0, nx = 0, ny = 0, nz = 0;
+  GeometrySums geometry;
+  double r = 0, g = 0, b = 0;
 };
 
 // Moves each centre to the mean of its pixels and drops centres without pixels; labels are
@@ -96,40 +96,25 @@ void update(const PixelFeatures& f, std::vector<ClusterCenter>& centers, std::ve
   for (std::size_t i = 0; i < labels.size(); ++i) {
     if (labels[i] < 0) continue;
     Sums& s = sums[static_cast<std::size_t>(labels[i])];
-    s.count += 1;
-    s.x += static_cast<double>(i % f.width);
-    s.y += static_cast<double>(i / f.width);
+    s.geometry.add(f, i);
     s.r += f.color[i].x;
     s.g += f.color[i].y;
     s.b += f.color[i].z;
-    if (f.valid[i]) {
-      s.valid += 1;
-      s.px += f.position[i].x;
-      s.py += f.position[i].y;
-      s.pz += f.position[i].z;
-      s.nx += f.normal[i].x;
-      s.ny += f.normal[i].y;
-      s.nz += f.normal[i].z;
-    }
   }
   std::vector<int> renumber(centers.size(), -1);
   std::size_t kept = 0;
   for (std::size_t k = 0; k < centers.size(); ++k) {
     const Sums& s = sums[k];
-    if (s.count == 0) continue;
+    const GeometrySums& g = s.geometry;
+    if (g.count == 0) continue;
     ClusterCenter c = centers[k];
-    c.x = static_cast<float>(s.x / s.count);
-    c.y = static_cast<float>(s.y / s.count);
-    c.color = float3{static_cast<float>(s.r / s.count), static_cast<float>(s.g / s.count),
-                     static_cast<float>(s.b / s.count)};
-    if (s.valid > 0) {
-      c.position = float3{static_cast<float>(s.px / s.valid), static_cast<float>(s.py / s.valid),
-                          static_cast<float>(s.pz / s.valid)};
+    c.x = static_cast<float>(g.x / g.count);
+    c.y = static_cast<float>(g.y / g.count);
+    c.color = float3{static_cast<float>(s.r / g.count), static_cast<float>(s.g / g.count),
+                     static_cast<float>(s.b / g.count)};
+    if (g.valid > 0) {
+      g.surface(c.position, c.normal);
       c.depth = c.position.z;
-      const float3 n{static_cast<float>(s.nx), static_cast<float>(s.ny), static_cast<float>(s.nz)};
-      const float len = length(n);
-      // Opposed normals can cancel; then the cluster faces the camera.
-      c.normal = len > 1e-6f ? n / len : -c.position / length(c.position);
     } else {
       c.depth = 0.0f;
     }

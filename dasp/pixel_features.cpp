@@ -135,4 +135,25 @@ PixelFeatures compute_pixel_features(const slimage::Image3ub& color, const slima
   return f;
 }
 
+void GeometrySums::add(const PixelFeatures& f, std::size_t i) {
+  count += 1;
+  x += static_cast<double>(i % f.width);
+  y += static_cast<double>(i / f.width);
+  if (!f.valid[i]) return;
+  valid += 1;
+  px += f.position[i].x;
+  py += f.position[i].y;
+  pz += f.position[i].z;
+  nx += f.normal[i].x;
+  ny += f.normal[i].y;
+  nz += f.normal[i].z;
+}
+
+void GeometrySums::surface(float3& position, float3& normal) const {
+  position = float3{static_cast<float>(px / valid), static_cast<float>(py / valid), static_cast<float>(pz / valid)};
+  const float3 sum{static_cast<float>(nx), static_cast<float>(ny), static_cast<float>(nz)};
+  const float len = length(sum);
+  normal = len > 1e-6f ? sum / len : -position / length(position);
+}
+
 }  // namespace dasp

@@ -26,4 +26,16 @@ struct PixelFeatures {
 PixelFeatures compute_pixel_features(const slimage::Image3ub& color, const slimage::Image1ui16& depth,
                                      const Parameters& parameters);
 
+// Running sums over a cluster's pixels: the image position over all of them, the 3-D point and the
+// normal over those with depth.
+struct GeometrySums {
+  double count = 0, x = 0, y = 0;
+  double valid = 0, px = 0, py = 0, pz = 0, nx = 0, ny = 0, nz = 0;
+
+  void add(const PixelFeatures& f, std::size_t i);
+  // Mean 3-D point and unit mean normal of the pixels with depth (valid must be above 0). Opposed
+  // normals can cancel; then the normal faces the camera.
+  void surface(float3& position, float3& normal) const;
+};
+
 }  // namespace dasp

@@ -53,8 +53,8 @@ float choose_radius(const PixelFeatures& f, const Parameters& p) {
 }
 
 struct ClusterSums {
-  double r = 0, g = 0, b = 0, x = 0, y = 0;
-  double px = 0, py = 0, pz = 0, nx = 0, ny = 0, nz = 0;
+  GeometrySums geometry;
+  double r = 0, g = 0, b = 0;
 };
 
 // Final clusters from the labels: means over exactly the pixels of each cluster. Clusters that
@@ -71,17 +71,7 @@ std::vector<Cluster> collect_clusters(const slimage::Image3ub& color, const Pixe
     s.r += color[i][0];
     s.g += color[i][1];
     s.b += color[i][2];
-    s.x += static_cast<double>(i % f.width);
-    s.y += static_cast<double>(i / f.width);
-    if (f.valid[i]) {
-      ++c.valid_count;
-      s.px += f.position[i].x;
-      s.py += f.position[i].y;
-      s.pz += f.position[i].z;
-      s.nx += f.normal[i].x;
-      s.ny += f.normal[i].y;
-      s.nz += f.normal[i].z;
-    }
+    s.geometry.add(f, i);
   }
   std::vector<int> renumber(label_count, -1);
   std::vector<Cluster> kept;
@@ -89,21 +79,18 @@ std::vector<Cluster> collect_clusters(const slimage::Image3ub& color, const Pixe
     Cluster& c = clusters[k];
     const ClusterSums& s = sums[k];
     if (c.pixel_ids.empty()) continue;
-    const double n = static_cast<double>(c.pixel_ids.size());
+    const GeometrySums& g = s.geometry;
+    const double n = g.count;
     c.color = {static_cast<float>(s.r / n / 255.0), static_cast<float>(s.g / n / 255.0),
                static_cast<float>(s.b / n / 255.0)};
-    c.center = float2{static_cast<float>(s.x / n), static_cast<float>(s.y / n)};
+    c.center = float2{static_cast<float>(g.x / n), static_cast<float>(g.y / n)};
+    c.valid_count = static_cast<unsigned>(g.valid);
     c.position = float3{0, 0, 0};
     c.normal = float3{0, 0, -1};
     c.depth = 0.0f;
-    if (c.valid_count > 0) {
-      const double v = c.valid_count;
-      c.position = float3{static_cast<float>(s.px / v), static_cast<float>(s.py / v), static_cast<float>(s.pz / v)};
+    if (g.valid > 0) {
+      g.surface(c.position, c.normal);
       c.depth = c.position.z;
-      const float3 sum{static_cast<float>(s.nx), static_cast<float>(s.ny), static_cast<float>(s.nz)};
-      const float len = length(sum);
-      // Opposed normals can cancel; then the cluster faces the camera.
-      c.normal = len > 1e-6f ? sum / len : -c.position / length(c.position);
     }
     renumber[k] = static_cast<int>(kept.size());
     kept.push_back(std::move(c));
