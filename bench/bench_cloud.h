@@ -9,7 +9,7 @@
 #include <iostream>
 #include <sstream>
 
-#include "tests/particle_cloud.h"
+#include "tests/support/particle_cloud.h"
 
 namespace bench_cloud {
 

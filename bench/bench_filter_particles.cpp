@@ -8,7 +8,7 @@
 #include <map>
 
 #include "bench/bench_cloud.h"
-#include "src/filter_particles.h"
+#include "src/filter/filter_particles.h"
 
 namespace {
 

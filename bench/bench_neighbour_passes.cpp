@@ -5,13 +5,13 @@
 #include <omp.h>
 
 #include "bench/bench_cloud.h"
-#include "src/cell_index.h"
-#include "src/density.h"
-#include "src/filter_particles.h"
-#include "src/hash_map.h"
-#include "src/iterate_particles_cells.h"
-#include "src/normals.h"
-#include "src/position_update.h"
+#include "src/spatial/cell_index.h"
+#include "src/filter/density.h"
+#include "src/filter/filter_particles.h"
+#include "src/spatial/hash_map.h"
+#include "src/spatial/iterate_particles_cells.h"
+#include "src/filter/normals.h"
+#include "src/filter/position_update.h"
 
 namespace {
 

@@ -1,0 +1,118 @@
+#include "src/app/command_line.h"
+
+#include <unistd.h>
+
+#include <boost/filesystem.hpp>
+#include <cstdlib>
+#include <cstring>
+#include <iostream>
+
+#include "src/app/my_arg.h"
+#include "src/app/option_usage.h"
+#include "src/core/settings.h"
+#include "src/app/string_to.h"
+
+using option::Arg::None;
+using namespace option_index;
+
+const option::Descriptor usage[] = {
+    {UNKNOWN, 0, "", "", None, "Usage: quillara [options] -- camera_00 camera_01 ... \n"},
+    {HELP, 0, "h", "help", None, "  -h, --help \tPrint this help."},
+    {OUT_DIR, 0, "o", "out-dir", MyArg::NonEmpty, "  -o, --out-dir \tThe output directory."},
+    {DEPTH_AVG, 0, "", "depth-avg", MyArg::Double,
+     "      --depth-avg \tThe average depth of the scene. This defines the radius of the smoothing kernel."},
+    {ALPHA_SP, 0, "", "alpha-sp", MyArg::Double,
+     "      --alpha-sp \tThe strength of the data term on the superpixel level. Default is 0.1"},
+    {BETA_SP, 0, "", "beta-sp", MyArg::Double,
+     "      --beta-sp \tThe strength of the collision term on the superpixel level. Default is 1"},
+    {ALPHA, 0, "", "alpha", MyArg::Double, "      --alpha \tThe strength of the data term. Default is 0.001"},
+    {BETA, 0, "", "beta", MyArg::Double, "      --beta \tThe strength of the collision term. Default is 1"},
+    {MIN_SUPPORT_SP, 0, "", "min-support-sp", MyArg::Double,
+     "      --min-support-sp \tThe minimum support of a point in the superpixel level. Points with less support "
+     "will be removed from the reconstruction. Default is 2.0"},
+    {MIN_SUPPORT, 0, "", "min-support", MyArg::Double,
+     "      --min-support \tThe minimum support of a point. Points with less support will be removed from the "
+     "reconstruction. Default is 3.0"},
+    {SUPERPIXELS, 0, "", "superpixels", MyArg::Integer,
+     "      --superpixels \tThe number of superpixels generated per image. Default is 5000"},
+    {0, 0, nullptr, nullptr, nullptr, nullptr},
+};
+
+const unsigned required_options[] = {DEPTH_AVG, OUT_DIR, 0};
+
+namespace {
+
+// The path in double quotes; an inner double quote or ampersand is escaped with an ampersand.
+std::string quoted_path(const std::string& path) {
+  std::string text = "\"";
+  for (char c : path) {
+    if (c == '"' || c == '&') text += '&';
+    text += c;
+  }
+  return text + "\"";
+}
+
+}  // namespace
+
+std::optional<int> set_up_run(int argc, char* argv[], std::vector<std::string>& view_files) {
+  // Skip the program's own name; an empty vector leaves nothing to parse.
+  const int numargs = argc > 0 ? argc - 1 : 0;
+  const char* const* args = argc > 0 ? argv + 1 : argv;
+
+  option::Stats stats(false, usage, numargs, args);
+  std::vector<option::Option> options(stats.options_max);
+  std::vector<option::Option> buffer(stats.buffer_max);
+  option::Parser parser(false, usage, numargs, args, options.data(), buffer.data(),
+                        static_cast<int>(stats.buffer_max));
+  if (parser.error) return 1;  // the check function has said why
+
+  if (options[HELP] || argc <= 1) {
+    option::PrintUsageImplementation::printUsage([](std::string_view text) { std::cout << text; }, usage, 80, 50,
+                                                 75);
+    return 0;
+  }
+
+  // A missing required option ends the run with status 0 on purpose.
+  if (MyArg::testForMissingOptions(required_options, options.data(), usage, false)) return 0;
+
+  // Unquoted and unchecked: an existing directory and a failing command both pass.
+  output_directory = options[OUT_DIR].arg;
+  const int mkdir_status = std::system(("mkdir -p " + output_directory).c_str());
+  (void)mkdir_status;
+
+  // The first occurrence of each option is the one that counts.
+  float* const float_settings[] = {&average_depth, &alpha_sp,       &beta_sp,    &alpha,
+                                   &beta,          &min_support_sp, &min_support};
+  for (unsigned index = DEPTH_AVG; index <= MIN_SUPPORT; ++index)
+    if (options[index]) *float_settings[index - DEPTH_AVG] = static_cast<float>(stringTo<double>(options[index].arg));
+  if (options[SUPERPIXELS]) superpixel_count = stringTo<int>(options[SUPERPIXELS].arg);
+
+  use_NCC = true;
+  char host_name[2048] = {};
+  gethostname(host_name, sizeof(host_name) - 1);
+  debug_processor_name = host_name;
+  USE_GPU = true;
+  // A device report would go here with improve_cameras on; the command line never turns it on.
+
+  // Everything behind the first "--" of the whole vector is a view file, whatever it looks like.
+  view_files.clear();
+  for (int i = 0; i < argc; ++i) {
+    if (std::strcmp(argv[i], "--") != 0) continue;
+    view_files.assign(argv + i + 1, argv + argc);
+    break;
+  }
+
+  // Only existence counts (a directory passes); other status failures throw.
+  for (const std::string& file : view_files) {
+    if (!boost::filesystem::exists(boost::filesystem::status(file))) {
+      std::cerr << "file " << quoted_path(file) << " does not exist\n";
+      return 1;
+    }
+  }
+  if (view_files.size() < 2) {
+    std::cerr << "not enough files\n";
+    return 1;
+  }
+  n_keyframes = static_cast<int>(view_files.size());
+  return std::nullopt;
+}

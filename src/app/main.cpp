@@ -1,0 +1,99 @@
+#include <cfloat>
+#include <iostream>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "device/memory.h"
+#include "image/CMatrix.h"
+#include "src/core/camera.h"
+#include "src/app/command_line.h"
+#include "src/seed/create_particles_from_superpixels.h"
+#include "src/seed/create_superpixels.h"
+#include "src/filter/density.h"
+#include "src/filter/filter_particles.h"
+#include "src/io/model_output.h"
+#include "src/particles/particles_from_depthmap.h"
+#include "src/seed/particles_to_images.h"
+#include "src/app/scene_input.h"
+#include "src/core/settings.h"
+#include "src/seed/superpixel.h"
+#include "src/particles/threshold_particles.h"
+#include "src/core/viewer_hooks.h"
+
+namespace {
+
+// Removes the particles whose support from other views is below `level`.
+void support_filter(std::vector<Particle>& particles, std::vector<float>& offsets, std::vector<float3>& normals,
+                    float radius, float level) {
+  std::vector<float> support;
+  compute_particle_support(support, particles, offsets, normals, radius, level);
+  threshold_particles<float>(support, particles, offsets, normals, level, FLT_MAX);
+}
+
+void print_filter_header(float radius, size_t count) {
+  std::cout << " Filter particles,     radius = " << radius << "\n";
+  std::cout << "                   #particles = " << count << "\n";
+}
+
+}  // namespace
+
+int main(int argc, char* argv[]) {
+  std::vector<std::string> view_files;
+  if (std::optional<int> status = set_up_run(argc, argv, view_files)) return *status;
+
+  std::vector<Camera> cameras;
+  std::vector<Camera*> camera_ptrs;
+  std::vector<CMatrix<float>> depthmaps;
+  read_views(view_files, cameras, camera_ptrs, depthmaps, /*average_depth_given=*/true);  // --depth-avg is required
+
+  // Superpixel-level model: one particle per superpixel, filtered on the union of all views.
+  std::vector<std::vector<Superpixel>> superpixels(n_keyframes);
+  std::vector<Particle> sp_particles, particles;
+  std::vector<float> sp_offsets, offsets;
+  std::vector<float3> sp_normals, normals;
+  for (int i = 0; i < n_keyframes; ++i) {
+    const Camera& cam = *camera_ptrs[i];
+    create_superpixels(superpixels[i], depthmaps[i], cam.image, cam, average_depth, superpixel_count);
+    create_particles_from_superpixels(sp_particles, sp_offsets, sp_normals, superpixels[i], CMatrix<float>(),
+                                      CMatrix<float3>(), depthmaps[i], cam);
+  }
+  const float s = superpixel_radius(cameras[0].width, cameras[0].height, superpixel_count);
+  const float r9 = (s * 9.0f) * average_depth / cameras[0].K[0];
+  const float rs = s * average_depth / cameras[0].K[0];
+  print_filter_header(r9, sp_particles.size());
+  filter_particles(sp_particles, sp_offsets, sp_normals, alpha_sp, beta_sp, r9, 50, 50, gradient_descent_timestep_sp,
+                   50, "particles");
+  support_filter(sp_particles, sp_offsets, sp_normals, rs, min_support_sp);
+  sendParticlesToLumvik(sp_particles, sp_offsets, {}, "particles", debug_lumvik_particle_iteration++);
+  writeParticlesToPLY(sp_particles, sp_offsets, sp_normals, output_directory + "/model_superpixel.ply");
+
+  // Fine model: one particle per pixel on the scaffold of the superpixel-level model.
+  for (int i = 0; i < n_keyframes; ++i) {
+    const Camera& cam = *camera_ptrs[i];
+    CMatrix<float> depth;
+    CMatrix<float3> normal_map;
+    particles_to_images(depth, normal_map, sp_particles, sp_offsets, sp_normals, superpixels[i], cam,
+                        depth_range_min, depth_range_max);
+    create_particles_from_depthmap(particles, offsets, normals, depth, normal_map, depthmaps[i], cam.image, cam,
+                                   depth_range_min, depth_range_max);
+  }
+  sp_particles.clear();
+  sp_offsets.clear();
+  sp_normals.clear();
+  float r1 = average_depth / cameras[0].K[0];
+  const float r5 = (5.0f * average_depth) / cameras[0].K[0];
+  support_filter(particles, offsets, normals, r1, min_support);
+
+  int pass = 0;
+  print_filter_header(r5, particles.size());
+  filter_particles(particles, offsets, normals, alpha, beta, r5, 2, 10, gradient_descent_timestep, 5, "particles");
+  const std::string pass_model_name = output_directory + "/model_" + std::to_string(pass) + ".ply";  // not written
+  ++pass;
+
+  r1 = average_depth / cameras[0].K[0];
+  support_filter(particles, offsets, normals, r1, min_support);
+  writeParticlesToPLY(particles, offsets, normals, output_directory + "/model.ply");
+  device::reset();
+  return 0;
+}

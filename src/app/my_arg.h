@@ -1,0 +1,23 @@
+#pragma once
+
+#include "src/app/option_parser.h"
+
+// Check functions for the program's options and the test for required options. Messages go to
+// standard error, and only when msg is true.
+namespace MyArg {
+
+// Writes prefix, the option as typed and suffix to standard error.
+void printError(const char* prefix, const option::Option& option, const char* suffix);
+
+// Accepts an argument of at least one character.
+option::ArgStatus NonEmpty(const option::Option& option, bool msg);
+// Accept text that strtod / strtol (base 10) read completely; no range is checked.
+option::ArgStatus Double(const option::Option& option, bool msg);
+option::ArgStatus Integer(const option::Option& option, bool msg);
+
+// required: zero-terminated list of indices. Returns true when one of them was not given; unless
+// quiet, lists the missing ones on standard error under a header.
+bool testForMissingOptions(const unsigned* required, const option::Option* options,
+                           const option::Descriptor usage[], bool quiet);
+
+}  // namespace MyArg

@@ -1,0 +1,133 @@
+#include "src/app/scene_input.h"
+
+#include <algorithm>
+#include <cmath>
+#include <fstream>
+#include <iostream>
+
+#include "src/core/settings.h"
+
+namespace {
+
+// The command line has no switches for the depth limits: the minimum counts as given in every
+// run (so its statistic never replaces the -1 that the lower depth limit relies on), the
+// maximum as never given.
+constexpr bool kMinimumDepthGiven = true;
+constexpr bool kMaximumDepthGiven = false;
+
+float smallest_pixel(const CMatrix<float>& m) {
+  if (m.size() == 0) return 0.0f;
+  float v = m.data[0];
+  for (std::size_t i = 1; i < m.size(); ++i)
+    if (m.data[i] < v) v = m.data[i];
+  return v;
+}
+
+float largest_pixel(const CMatrix<float>& m) {
+  if (m.size() == 0) return 0.0f;
+  float v = m.data[0];
+  for (std::size_t i = 1; i < m.size(); ++i)
+    if (m.data[i] > v) v = m.data[i];
+  return v;
+}
+
+// Element at position size / 2 of the sorted order; the vector is partly reordered.
+float middle_element(std::vector<float>& values) {
+  std::nth_element(values.begin(), values.begin() + values.size() / 2, values.end());
+  return values[values.size() / 2];
+}
+
+float median_of(const std::vector<CMatrix<float>>& depthmaps, float (*per_view)(const CMatrix<float>&)) {
+  std::vector<float> values;
+  values.reserve(depthmaps.size());
+  for (const CMatrix<float>& m : depthmaps) values.push_back(per_view(m));
+  return middle_element(values);
+}
+
+// Median of the central windows of all depth maps, the window taken from the first map's size.
+// Pixels that a smaller map does not have are left out.
+float central_median_depth(const std::vector<CMatrix<float>>& depthmaps) {
+  const int x0 = static_cast<int>(0.33 * depthmaps[0].xSize);
+  const int x1 = static_cast<int>(0.66 * depthmaps[0].xSize);
+  const int y0 = static_cast<int>(0.33 * depthmaps[0].ySize);
+  const int y1 = static_cast<int>(0.66 * depthmaps[0].ySize);
+  std::vector<float> values;
+  values.reserve(depthmaps.size() * static_cast<std::size_t>(x1 - x0 + 1) * static_cast<std::size_t>(y1 - y0 + 1));
+  float result = average_depth;
+  for (const CMatrix<float>& m : depthmaps) {
+    for (int y = y0; y <= y1; ++y)
+      for (int x = x0; x <= x1; ++x)
+        if (x < m.xSize && y < m.ySize) values.push_back(m(x, y));
+    if (!values.empty()) result = middle_element(values);
+  }
+  return result;
+}
+
+}  // namespace
+
+void read_view(const std::string& file, int index, Camera& camera, CMatrix<float>& depthmap) {
+  std::ifstream in(file);
+  // K and R are written row by row and stored by columns.
+  for (int r = 0; r < 3; ++r)
+    for (int c = 0; c < 3; ++c) in >> camera.K[3 * c + r];
+  for (int r = 0; r < 3; ++r)
+    for (int c = 0; c < 3; ++c) in >> camera.R[3 * c + r];
+  in >> camera.t[0] >> camera.t[1] >> camera.t[2];
+  in >> camera.width >> camera.height;
+  camera.index = index;
+  camera.image_coordinates = false;
+
+  const float* R = camera.R;
+  const float* t = camera.t;
+  camera.center[0] = -R[0] * t[0] - R[1] * t[1] - R[2] * t[2];
+  camera.center[1] = -R[3] * t[0] - R[4] * t[1] - R[5] * t[2];
+  camera.center[2] = -R[6] * t[0] - R[7] * t[1] - R[8] * t[2];
+
+  // Calibration files give the principal point of the unmirrored image.
+  camera.K[6] = static_cast<float>(camera.width - 1) - camera.K[6];
+  camera.K[7] = static_cast<float>(camera.height - 1) - camera.K[7];
+
+  std::string depth_filename;
+  in >> camera.image_filename >> depth_filename;
+  CMatrix<unsigned short> raw;
+  raw.readFromPNG(depth_filename.c_str());
+  depthmap.setSize(raw.xSize, raw.ySize);
+  for (std::size_t i = 0; i < raw.size(); ++i) depthmap.data[i] = static_cast<float>(raw.data[i] / 1000.0);
+
+  camera.loadImage();
+}
+
+void read_views(const std::vector<std::string>& files, std::vector<Camera>& cameras,
+                std::vector<Camera*>& camera_ptrs, std::vector<CMatrix<float>>& depthmaps,
+                bool average_depth_given) {
+  cameras.assign(files.size(), Camera());
+  camera_ptrs.assign(files.size(), nullptr);
+  depthmaps.assign(files.size(), CMatrix<float>());
+  for (std::size_t i = 0; i < files.size(); ++i) {
+    std::cout << "Reading file " << files[i] << std::endl;
+    camera_ptrs[i] = &cameras[i];
+    read_view(files[i], static_cast<int>(i), cameras[i], depthmaps[i]);
+  }
+  if (files.empty()) return;
+
+  if (!kMinimumDepthGiven) {
+    depth_range_min = median_of(depthmaps, smallest_pixel);
+    std::cout << "minimum depth = " << static_cast<double>(depth_range_min) << std::endl;
+  }
+  if (!kMaximumDepthGiven) {
+    depth_range_max = median_of(depthmaps, largest_pixel);
+    std::cout << "maximum depth = " << static_cast<double>(depth_range_max) << std::endl;
+  }
+  if (!average_depth_given) {
+    average_depth = central_median_depth(depthmaps);
+    std::cout << "average depth = " << static_cast<double>(average_depth) << std::endl;
+  }
+}
+
+float superpixel_radius(int width, int height, int count) {
+  const int area = width * height;
+  const float per_superpixel = static_cast<float>(area) / static_cast<float>(count);
+  return static_cast<float>(std::sqrt(static_cast<double>(per_superpixel) / 3.141592653589793));
+}
+
+float pixel_radius(float k, float avg_depth, float fx) { return k * avg_depth / fx; }

@@ -1,0 +1,28 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "image/CMatrix.h"
+#include "src/core/camera.h"
+
+// Reads every view file in order into the three parallel containers (resized to the number of
+// files): cameras, pointers to them, and the input depth maps in the scene's length unit. Then
+// derives the depth statistics into depth_range_min, depth_range_max and, when no average depth
+// was given on the command line, average_depth. Prints progress and statistics on standard
+// output. Failures of the image readers propagate as they are.
+void read_views(const std::vector<std::string>& files, std::vector<Camera>& cameras,
+                std::vector<Camera*>& camera_ptrs, std::vector<CMatrix<float>>& depthmaps,
+                bool average_depth_given);
+
+// Reads one view file into camera (index and the pose, intrinsics, sizes and paths) and its
+// depth PNG into depthmap, then loads the colour image. Nothing of the view file is checked:
+// an unreadable or short file leaves zeros and empty paths, and the image readers fail.
+void read_view(const std::string& file, int index, Camera& camera, CMatrix<float>& depthmap);
+
+// Radius in pixels of a disc with the area of one of `count` superpixels of a width x height
+// image.
+float superpixel_radius(int width, int height, int count);
+
+// World size of k pixels at the average depth of a camera with focal length fx.
+float pixel_radius(float k, float avg_depth, float fx);

@@ -1,8 +1,0 @@
-#include "src/viewer_hooks.h"
-
-void sendParticlesToLumvik(const std::vector<Particle>&, const std::vector<float>&,
-                           const std::vector<float3>&, const std::string&, int) {}
-
-void sendDepthmapToLumvik(const CMatrix<float>&, const Camera&, const std::string&, int, int) {}
-
-void sendCameraToLumvik(const Camera&, const std::string&, int) {}

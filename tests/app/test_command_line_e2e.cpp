@@ -1,0 +1,115 @@
+#include <gtest/gtest.h>
+
+#include <boost/filesystem.hpp>
+#include <fstream>
+#include <string>
+#include <vector>
+
+#include "tests/support/expected_usage.h"
+#include "tests/support/run_process.h"
+
+// Runs the quillara binary and checks its streams and exit status for every way the command line
+// can end a run before any scene work.
+
+namespace {
+
+namespace fs = boost::filesystem;
+
+using e2e::Result;
+
+class CommandLine : public testing::Test {
+ protected:
+  void SetUp() override {
+    dir_ = fs::path(QUILLARA_TEST_TMP) / "e2e" / testing::UnitTest::GetInstance()->current_test_info()->name();
+    fs::remove_all(dir_);
+    fs::create_directories(dir_);
+  }
+  Result run(const std::vector<std::string>& args) { return e2e::run(QUILLARA_BIN, dir_.string(), args); }
+  void touch(const std::string& name) { std::ofstream(dir_ / name) << "view\n"; }
+  bool exists(const std::string& name) { return fs::exists(dir_ / name); }
+
+  fs::path dir_;
+};
+
+const std::string required_header = "The following options are required:\n";
+const std::string out_dir_row = "  -o, --out-dir \tThe output directory.\n";
+const std::string depth_avg_row =
+    "      --depth-avg \tThe average depth of the scene. This defines the radius of the smoothing kernel.\n";
+
+TEST_F(CommandLine, UsageWithoutArgumentsOrWithHelp) {
+  const Result usage{expected_usage, "", 0};
+  EXPECT_EQ(run({}), usage);
+  EXPECT_EQ(run({"-xh", "--bogus", "-o", "out"}), usage);  // unknown options pass without a word
+  EXPECT_FALSE(exists("out"));
+  // Parsing comes first: a bad argument wins over --help.
+  EXPECT_EQ(run({"--help", "--depth-avg", "x"}),
+            (Result{"", "Option '--depth-avg' requires a numeric argument\n", 1}));
+}
+
+TEST_F(CommandLine, MissingRequiredOptionsEndWithStatusZero) {
+  EXPECT_EQ(run({"--depth-avg", "2", "--", "a", "b"}), (Result{"", required_header + out_dir_row, 0}));
+  EXPECT_EQ(run({"-o", "out"}), (Result{"", required_header + depth_avg_row, 0}));
+  EXPECT_EQ(run({"--bogus"}), (Result{"", required_header + depth_avg_row + out_dir_row, 0}));
+  // Options behind the first non-option are not parsed.
+  EXPECT_EQ(run({"--depth-avg", "2", "a", "-o", "out"}), (Result{"", required_header + out_dir_row, 0}));
+  EXPECT_FALSE(exists("out"));
+}
+
+TEST_F(CommandLine, BadArgumentsFailBeforeAnythingIsCreated) {
+  struct Case {
+    std::vector<std::string> args;
+    std::string err;
+  };
+  const std::string empty_o = "Option 'o' requires a non-empty argument\n";
+  const Case cases[] = {
+      {{"-o", "out", "--depth-avg", "x", "--", "a", "b"}, "Option '--depth-avg' requires a numeric argument\n"},
+      {{"-o", "out", "--depth-avg", "2", "--superpixels", "1.5", "--", "a", "b"},
+       "Option '--superpixels' requires a numeric argument\n"},
+      {{"-o", "", "--depth-avg", "2"}, empty_o},
+      {{"--depth-avg", "2", "-ho"}, empty_o},
+      {{"--out-dir=", "--depth-avg", "2"}, "Option '--out-dir' requires a non-empty argument\n"},
+      {{"-o", "out", "--depth-avg"}, "Option '--depth-avg' requires a non-empty argument\n"},
+      {{"-o", "out", "--min-support", "", "--depth-avg", "2"}, "Option '--min-support' requires a non-empty argument\n"},
+  };
+  for (const Case& c : cases) EXPECT_EQ(run(c.args), (Result{"", c.err, 1})) << c.args[1];
+  EXPECT_FALSE(exists("out"));
+}
+
+TEST_F(CommandLine, TooFewViewFiles) {
+  const Result not_enough{"", "not enough files\n", 1};
+  // Without "--" nothing is a view file, but the output directory is made first.
+  EXPECT_EQ(run({"-o", "out", "--depth-avg", "2", "a", "b"}), not_enough);
+  EXPECT_TRUE(fs::is_directory(dir_ / "out"));
+
+  touch("a");
+  EXPECT_EQ(run({"-o", "out2/deeper", "--depth-avg", "2", "--", "a"}), not_enough);
+  EXPECT_TRUE(fs::is_directory(dir_ / "out2/deeper"));
+  EXPECT_EQ(run({"-o", "out", "--depth-avg", "2", "--"}), not_enough);
+}
+
+TEST_F(CommandLine, MissingViewFileIsNamedQuoted) {
+  touch("a");
+  EXPECT_EQ(run({"-o", "out", "--depth-avg", "2", "--", "a", "we\"ird & name", "missing"}),
+            (Result{"", "file \"we&\"ird && name\" does not exist\n", 1}));
+  EXPECT_TRUE(exists("out"));
+  // The output directory may already exist.
+  EXPECT_EQ(run({"-o", "out", "--depth-avg", "2", "--", "sub/none", "a"}),
+            (Result{"", "file \"sub/none\" does not exist\n", 1}));
+}
+
+TEST_F(CommandLine, EverythingBehindTheFirstDoubleDashIsAFile) {
+  touch("a");
+  fs::create_directories(dir_ / "folder");
+  EXPECT_EQ(run({"-o", "out", "--depth-avg", "2", "--", "-h"}), (Result{"", "file \"-h\" does not exist\n", 1}));
+  EXPECT_EQ(run({"-o", "out", "--depth-avg", "2", "--", "a", "--"}), (Result{"", "file \"--\" does not exist\n", 1}));
+  // A directory passes the existence test; the next name is the one reported.
+  EXPECT_EQ(run({"-o", "out", "--depth-avg", "2", "--", "folder", "a", "gone"}),
+            (Result{"", "file \"gone\" does not exist\n", 1}));
+  // The first "--" may be an option's argument: the view files still start behind it. The output
+  // directory is then "--", and "mkdir -p --" fails with its own words, which the run ignores.
+  Result odd = run({"--depth-avg", "2", "-o", "--", "--", "a"});
+  EXPECT_EQ(odd.status, 1);
+  EXPECT_TRUE(odd.err.ends_with("\nfile \"--\" does not exist\n")) << odd;
+}
+
+}  // namespace

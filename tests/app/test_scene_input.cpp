@@ -1,0 +1,179 @@
+#include <gtest/gtest.h>
+#include <png.h>
+
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "image/CTensor.h"
+#include "src/core/camera.h"
+#include "src/app/scene_input.h"
+#include "src/core/settings.h"
+#include "tests/support/io_test_support.h"
+
+using io_test::expect_runtime_error;
+using io_test::scratch_path;
+
+namespace {
+
+class SceneInput : public testing::Test {
+ protected:
+  void SetUp() override { saved_ = {depth_range_min, depth_range_max, average_depth}; }
+  void TearDown() override {
+    depth_range_min = saved_[0];
+    depth_range_max = saved_[1];
+    average_depth = saved_[2];
+  }
+
+  // A view with identity rotation, t (1, 2, 3), fx 500, fy 510, principal point (1.5, 0.75) in
+  // the file, declared size 4 x 3, an RGB image of image_w x image_h and a 4 x 3 depth map of
+  // 16-bit samples (or the given depth PNG).
+  std::string make_view(const std::string& name, const std::vector<unsigned short>& depth, int image_w = 4,
+                        int image_h = 3, std::string depth_png = "") {
+    if (depth_png.empty()) {
+      depth_png = scratch_path(name + "_depth.png");
+      io_test::write_grey16_png(depth_png, 4, 3, depth);
+    }
+    const std::string image_png = scratch_path(name + "_image.png");
+    CTensor<unsigned char>(image_w, image_h, 3).writeToPNG(image_png.c_str());
+    const std::string view = scratch_path(name + ".txt");
+    std::ofstream(view) << "500 0 1.5\n0 510 0.75\n0 0 1\n1 0 0\n0 1 0\n0 0 1\n1 2 3\n4 3\n" << image_png << "\n"
+                        << depth_png << "\n";
+    return view;
+  }
+
+  // Reads the views and returns what was printed.
+  std::string read(const std::vector<std::string>& files, bool average_given) {
+    testing::internal::CaptureStdout();
+    read_views(files, cameras_, camera_ptrs_, depthmaps_, average_given);
+    return testing::internal::GetCapturedStdout();
+  }
+
+  std::vector<Camera> cameras_;
+  std::vector<Camera*> camera_ptrs_;
+  std::vector<CMatrix<float>> depthmaps_;
+  std::vector<float> saved_;
+};
+
+std::vector<unsigned short> constant(unsigned short v) { return std::vector<unsigned short>(12, v); }
+
+}  // namespace
+
+TEST_F(SceneInput, ReadsPoseIntrinsicsDepthAndImage) {
+  const std::string depth_png = scratch_path("depth.png"), image_png = scratch_path("image.png");
+  io_test::write_grey16_png(depth_png, 2, 1, {1234, 65535});
+  CTensor<unsigned char> rgb(3, 2, 3);
+  for (std::size_t i = 0; i < rgb.size(); ++i) rgb.data[i] = static_cast<unsigned char>(10 + i);
+  rgb.writeToPNG(image_png.c_str());
+  // Rotation by 90 degrees about z, row by row; line structure does not matter.
+  const std::string view = scratch_path("view.txt");
+  std::ofstream(view) << "500 0.5 1.25 0 510 0.75 0 0 1   0 -1 0 1 0 0 0 0 1  1 2 3  3 2 " << image_png << " "
+                      << depth_png << " trailing words are ignored";
+  Camera c;
+  CMatrix<float> depth;
+  read_view(view, 7, c, depth);
+  EXPECT_EQ(c.index, 7);
+  EXPECT_FALSE(c.image_coordinates);
+  const std::vector<float> K(c.K, c.K + 9), R(c.R, c.R + 9), center(c.center, c.center + 3);
+  EXPECT_EQ(K, (std::vector<float>{500, 0, 0, 0.5f, 510, 0, 2.0f - 1.25f, 1.0f - 0.75f, 1}));  // mirrored cx, cy
+  EXPECT_EQ(R, (std::vector<float>{0, 1, 0, -1, 0, 0, 0, 0, 1}));                              // by columns
+  EXPECT_EQ(center, (std::vector<float>{-2, 1, -3}));                                          // -R^T t
+  EXPECT_EQ(depth(0, 0), 1.234f);
+  EXPECT_EQ(depth(1, 0), 65.535f);
+  ASSERT_EQ(c.image.xSize, 3);
+  const uchar4 p = c.image(1, 1);
+  EXPECT_EQ(std::vector<int>({p.x, p.y, p.z, p.w}), std::vector<int>({14, 20, 26, 255}));
+}
+
+TEST_F(SceneInput, LargerImageScalesIntrinsicsNotDepth) {
+  read({make_view("big", constant(1000), 8, 6)}, true);
+  const Camera& c = cameras_[0];
+  EXPECT_EQ(std::vector<float>({c.K[0], c.K[4], c.K[6], c.K[7]}),
+            std::vector<float>({1000.0f, 1020.0f, 2.0f * (3.0f - 1.5f), 2.0f * (2.0f - 0.75f)}));
+  EXPECT_EQ(std::vector<int>({c.width, c.height, depthmaps_[0].xSize, depthmaps_[0].ySize}),
+            std::vector<int>({8, 6, 4, 3}));
+}
+
+TEST_F(SceneInput, TwoViewsTakeTheLargerMaximum) {
+  std::vector<unsigned short> a = constant(100);
+  a[5] = 500;
+  const std::string v0 = make_view("a", a), v1 = make_view("b", constant(2000));
+  average_depth = 7.5f;
+  EXPECT_EQ(read({v0, v1}, true), "Reading file " + v0 + "\nReading file " + v1 + "\nmaximum depth = 2\n");
+  EXPECT_EQ(depth_range_max, 2.0f);
+  EXPECT_EQ(depth_range_min, -1.0f);  // the minimum statistic never runs
+  EXPECT_EQ(average_depth, 7.5f);     // given on the command line
+  EXPECT_EQ(camera_ptrs_[1], &cameras_[1]);
+  EXPECT_EQ(cameras_[1].index, 1);
+}
+
+TEST_F(SceneInput, ThreeViewsTakeTheMiddleMaximum) {
+  // Largest, smallest, middle: the statistic is neither the first, the last nor an extreme.
+  read({make_view("a", constant(3000)), make_view("b", constant(1000)), make_view("c", constant(2000))}, true);
+  EXPECT_EQ(depth_range_max, 2.0f);
+  // All-zero maps count with a maximum of 0.
+  read({make_view("z0", constant(0)), make_view("b", constant(1000)), make_view("z1", constant(0))}, true);
+  EXPECT_EQ(depth_range_max, 0.0f);
+}
+
+TEST_F(SceneInput, EightBitDepthIsThousandths) {
+  const std::string depth_png = scratch_path("depth8.png");
+  io_test::write_raw_png(depth_png, 4, 3, PNG_COLOR_TYPE_GRAY, 8, std::vector<unsigned char>(12, 255));
+  const std::string view = make_view("v", {}, 4, 3, depth_png);
+  EXPECT_EQ(read({view}, true), "Reading file " + view + "\nmaximum depth = 0.255\n");
+  EXPECT_EQ(depthmaps_[0](3, 2), 0.255f);
+}
+
+TEST_F(SceneInput, UnreadableInputFailsInTheReaders) {
+  const std::string short_view = scratch_path("short.txt");
+  std::ofstream(short_view) << "500 0 1.5 0 510 0.75 0 0 1 1 0 0 0 1 0 0 0 1 1 2 3 4 3";  // no paths
+  testing::internal::CaptureStdout();
+  expect_runtime_error([&] { read_views({short_view}, cameras_, camera_ptrs_, depthmaps_, true); },
+                       "CMatrix::readFromPNG: Cannot open file ");
+  EXPECT_EQ(testing::internal::GetCapturedStdout(), "Reading file " + short_view + "\n");
+  Camera c;
+  CMatrix<float> d;
+  expect_runtime_error([&] { read_view(scratch_path("no_such_view.txt"), 0, c, d); },
+                       "CMatrix::readFromPNG: Cannot open file ");
+  EXPECT_EQ(c.K[0], 0.0f);
+
+  const std::string grey = scratch_path("grey.pgm");
+  CTensor<unsigned char>(2, 2, 1).writeToPGM(grey.c_str());
+  expect_runtime_error([&] { loadImage(grey); },
+                       "loadImage: expected an image with 3 or 4 planes and a non-zero size, got (2, 2, 1)");
+}
+
+TEST(WorkingRadii, SuperpixelAndPixelRadius) {
+  EXPECT_FLOAT_EQ(superpixel_radius(640, 480, 5000), 4.4223251f);  // sqrt(61.44 / pi)
+  EXPECT_FLOAT_EQ(superpixel_radius(100, 100, 7), 21.324362f);
+  EXPECT_FLOAT_EQ(pixel_radius(5.0f, 2.0f, 500.0f), 0.02f);
+}
+
+TEST(KeyframeDepthRange, SearchesAlongTheAxis) {
+  Camera c;
+  c.R[0] = c.R[4] = c.R[8] = 1.0f;  // looks along +z
+  std::vector<Camera> n(4);
+  const float around[4][2] = {{1, 0}, {-1, 0}, {0, 1}, {0, -1}};
+  for (int i = 0; i < 4; ++i) {
+    n[i].center[0] = around[i][0];
+    n[i].center[1] = around[i][1];
+    c.neighbours.push_back(&n[i]);
+  }
+  auto estimate = [](Camera& camera) {
+    testing::internal::CaptureStdout();
+    estimate_keyframe_depth_range(camera);
+    return testing::internal::GetCapturedStdout();
+  };
+  const std::string printed = estimate(c);
+  std::ostringstream expected;
+  expected << " max_depth = " << c.max_depth << "  min_depth = 3\n";
+  EXPECT_EQ(printed, expected.str());
+  EXPECT_NEAR(c.max_depth, 286.3f, 2.0f);  // where d / sqrt(d^2 + 1) reaches 0.9999939
+
+  // With fewer than 3 neighbours the depth only shrinks, down to the last step.
+  c.neighbours.resize(2);
+  EXPECT_EQ(estimate(c), " max_depth = 0.000976562  min_depth = 3\n");
+  Camera lonely;
+  EXPECT_EQ(estimate(lonely), "");
+}

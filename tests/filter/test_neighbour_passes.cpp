@@ -1,0 +1,437 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <vector>
+
+#include "tests/support/particle_cloud.h"
+#include "src/spatial/cell_index.h"
+#include "src/filter/density.h"
+#include "src/spatial/hash_map.h"
+#include "src/spatial/iterate_particles_cells.h"
+#include "src/spatial/morton.h"
+#include "src/filter/normals.h"
+#include "src/filter/position_update.h"
+#include "src/core/settings.h"
+
+namespace {
+
+// The cell index of a particle set as a filter step builds it (handles in index order).
+struct Index {
+  std::vector<unsigned int> handles;
+  std::vector<unsigned long long> keys, cell_keys;
+  std::vector<unsigned int> cell_starts;
+  std::vector<int> prefix;
+  HashMap map;
+  float3 grid_min;
+};
+
+Index build_index(const cloud::ParticleSet& set, float radius) {
+  Index index;
+  float3 lo;
+  particles_bounding_box(&lo, nullptr, set.particles, set.offsets);
+  index.grid_min = {lo.x - 10.0f * radius, lo.y - 10.0f * radius, lo.z - 10.0f * radius};
+  index.handles.resize(set.size());
+  for (size_t k = 0; k < set.size(); ++k) index.handles[k] = static_cast<unsigned int>(k);
+  compute_cell_keys(index.keys, index.handles, set.particles, set.offsets, index.grid_min, 1.0f / radius);
+  sort_particle_handles(index.handles, index.keys);
+  create_cell_start_index_table(index.cell_keys, index.cell_starts, index.keys);
+  create_cell_size_prefix_sum(index.prefix, index.cell_starts, static_cast<int>(set.size()));
+  index.map = create_hash_map(index.cell_keys, index.cell_starts, 0.8f);
+  return index;
+}
+
+template <typename Functor, bool with_self>
+std::vector<typename Functor::Out_t> run_pass(const cloud::ParticleSet& set, const Index& index, float radius,
+                                              const std::vector<float>& density, int stride, float alpha = 0.01f,
+                                              float beta = 0.5f, int max_cell_length = 16) {
+  Functor functor;
+  std::vector<std::pair<int, typename Functor::Out_t>> results;
+  iterate_particles_cells<Functor, with_self>(functor, results, index.cell_keys, index.prefix, density, set.offsets,
+                                              set.normals, set.particles, index.handles, index.map, index.map,
+                                              index.grid_min, max_cell_length, radius, alpha, beta, stride);
+  std::vector<typename Functor::Out_t> merged(set.size());
+  merge_results(merged, results);
+  return merged;
+}
+
+// Brute force, O(n^2): the neighbours of particle i in the order a pass must deliver them (the 27
+// cells in offset order, each in handle order, every stride-th), found by scanning all particles.
+std::vector<int> reference_neighbours(const Index& index, const std::vector<unsigned long long>& key_of, int i,
+                                      int stride, bool with_self) {
+  unsigned int x, y, z;
+  decode(key_of[i], x, y, z);
+  std::vector<int> order;
+  bool self = false;
+  for (int m = 0; m < 27; ++m) {
+    const unsigned long long cell = encode(x + (m % 3 - 1LL), y + (m / 3 % 3 - 1LL), z + (m / 9 - 1LL));
+    int position = 0;
+    for (unsigned int j : index.handles) {
+      if (key_of[j] != cell) continue;
+      if (position++ % stride != 0) continue;
+      if (static_cast<int>(j) == i) {
+        if (!with_self) continue;
+        self = true;
+      }
+      order.push_back(static_cast<int>(j));
+    }
+  }
+  if (with_self && !self) order.push_back(i);
+  return order;
+}
+
+template <typename Functor, bool with_self>
+std::vector<typename Functor::Out_t> run_reference(const cloud::ParticleSet& set, const Index& index, float radius,
+                                                   const std::vector<float>& density, int stride,
+                                                   float alpha = 0.01f, float beta = 0.5f, int max_cell_length = 16) {
+  std::vector<unsigned long long> key_of(set.size());
+  for (size_t k = 0; k < set.size(); ++k) key_of[index.handles[k]] = index.keys[k];
+  NeighbourPass pass{set.particles.data(), set.offsets.data(), set.normals.data(),
+                     density.empty() ? nullptr : density.data(), radius, alpha, beta, max_cell_length};
+  Functor functor;
+  functor.setup(pass);
+  std::vector<typename Functor::Out_t> out(set.size());
+  for (int i = 0; i < static_cast<int>(set.size()); ++i) {
+    functor.start(i, particle_position(set.particles[i], set.offsets[i]));
+    for (int j : reference_neighbours(index, key_of, i, stride, with_self))
+      functor.pair(j, particle_position(set.particles[j], set.offsets[j]));
+    out[i] = functor.finish();
+  }
+  return out;
+}
+
+bool same_bits(float a, float b) { return std::memcmp(&a, &b, sizeof a) == 0; }
+bool same_bits(float3 a, float3 b) { return std::memcmp(&a, &b, sizeof a) == 0; }
+
+template <typename T>
+void expect_same_bits(const std::vector<T>& a, const std::vector<T>& b) {
+  ASSERT_EQ(a.size(), b.size());
+  for (size_t k = 0; k < a.size(); ++k) ASSERT_TRUE(same_bits(a[k], b[k])) << "particle " << k;
+}
+
+constexpr float kRadius = 0.12f;
+
+}  // namespace
+
+template <typename Functor, bool with_self>
+void expect_pass_as_reference(const cloud::ParticleSet& set, const Index& index, const std::vector<float>& density,
+                              int stride) {
+  expect_same_bits(run_pass<Functor, with_self>(set, index, kRadius, density, stride),
+                   run_reference<Functor, with_self>(set, index, kRadius, density, stride));
+}
+
+// Every functor gets exactly the pairs of a brute-force scan, in the same order, with stride 1 and
+// with a stride that thins the runs.
+TEST(NeighbourPasses, MatchBruteForceForEveryFunctor) {
+  const cloud::ParticleSet set = cloud::random_cloud(1200, 1.0f, 7);
+  const Index index = build_index(set, kRadius);
+  for (int stride : {1, 3}) {
+    SCOPED_TRACE(stride);
+    const auto density = run_pass<ComputeDensityFunctor, true>(set, index, kRadius, {}, stride);
+    expect_same_bits(density, run_reference<ComputeDensityFunctor, true>(set, index, kRadius, {}, stride));
+    ComputeParticleSupportFunctor::min_support = 1.5f;
+    expect_pass_as_reference<ComputeParticleSupportFunctor, true>(set, index, {}, stride);
+    expect_pass_as_reference<ComputeNormalsFunctor<true, false>, true>(set, index, {}, stride);
+    expect_pass_as_reference<ComputeNormalsFunctor<false, true>, true>(set, index, {}, stride);
+    expect_pass_as_reference<ComputeGradientFunctor<true>, false>(set, index, density, stride);
+    expect_pass_as_reference<ComputeGradientFunctor<false>, false>(set, index, density, stride);
+    UpdateParticlePosFunctor<true>::omega = 0.75f;
+    expect_pass_as_reference<UpdateParticlePosFunctor<true>, false>(set, index, density, stride);
+    UpdateParticlePosFunctor<true>::omega = 1.0f;
+    expect_pass_as_reference<UpdateParticlePosFunctor<false>, false>(set, index, density, stride);
+  }
+}
+
+// With stride 1 the cells hold every particle within the radius: the density is the plain sum of
+// the kernel over all particles.
+TEST(NeighbourPasses, DensityEqualsTheSumOverAllParticles) {
+  const cloud::ParticleSet set = cloud::random_cloud(800, 1.0f, 11);
+  const Index index = build_index(set, kRadius);
+  const auto density = run_pass<ComputeDensityFunctor, true>(set, index, kRadius, {}, 1);
+  for (size_t i = 0; i < set.size(); ++i) {
+    double sum = 0.0;
+    const float3 p_i = particle_position(set.particles[i], set.offsets[i]);
+    for (size_t j = 0; j < set.size(); ++j)
+      sum += W(length(particle_position(set.particles[j], set.offsets[j]) - p_i), kRadius);
+    ASSERT_NEAR(density[i], sum, 1e-5 * sum);
+    ASSERT_GE(density[i], W(0.0f, kRadius));
+  }
+}
+
+TEST(NeighbourPasses, SelfPairOnceForEveryStride) {
+  // Five particles at one place: with stride 3 the run is sampled at positions 0 and 3, and the
+  // particles at positions 1, 2 and 4 still meet themselves once.
+  cloud::ParticleSet set = cloud::random_cloud(5, 0.01f, 3);
+  for (auto& p : set.particles) p.pos = {0.5f, 0.5f, 0.5f};
+  for (auto& t : set.offsets) t = 0.0f;
+  const Index index = build_index(set, kRadius);
+  const auto density = run_pass<ComputeDensityFunctor, true>(set, index, kRadius, {}, 3);
+  const float w0 = W(0.0f, kRadius);
+  for (size_t k = 0; k < 5; ++k) {
+    const int i = static_cast<int>(index.handles[k]);
+    EXPECT_EQ(density[i], k % 3 == 0 ? w0 + w0 : w0 + w0 + w0) << "run position " << k;
+  }
+}
+
+TEST(NeighbourPasses, InvalidParticlesKeepTheirSlotEmpty) {
+  cloud::ParticleSet set = cloud::random_cloud(50, 1.0f, 5);
+  set.offsets[7] = std::nanf("");
+  const Index index = build_index(set, kRadius);
+  ComputeDensityFunctor functor;
+  std::vector<std::pair<int, float>> results;
+  iterate_particles_cells<ComputeDensityFunctor, true>(functor, results, index.cell_keys, index.prefix, {}, set.offsets,
+                                                       set.normals, set.particles, index.handles, index.map,
+                                                       index.map, index.grid_min, 0, kRadius, 0, 0, 1);
+  ASSERT_EQ(results.size(), 50u);
+  EXPECT_EQ(results.back().first, 0);
+  EXPECT_EQ(results.back().second, 0.0f);
+  for (size_t s = 0; s + 1 < results.size(); ++s) EXPECT_NE(results[s].first, 7);
+}
+
+TEST(NeighbourPassesDeathTest, MissingCellEndsTheProcess) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  const cloud::ParticleSet set = cloud::random_cloud(40, 1.0f, 9);
+  Index index = build_index(set, kRadius);
+  std::vector<unsigned long long> fewer(index.cell_keys.begin() + 1, index.cell_keys.end());
+  std::vector<unsigned int> starts(index.cell_starts.begin() + 1, index.cell_starts.end());
+  index.map = create_hash_map(fewer, starts, 0.8f);
+  const std::string expected = "cell_start is invalid!  key " + std::to_string(index.cell_keys[0]) + "   value 4294967295";
+  EXPECT_DEATH((run_pass<ComputeDensityFunctor, true>(set, index, kRadius, {}, 1)), expected);
+}
+
+// ---- worked cases of the functors ----
+
+namespace {
+
+Particle ray_particle(float3 pos, float3 dir, int camera) {
+  Particle p{};
+  p.pos = pos;
+  p.dir = dir;
+  p.init_normal = dir;
+  p.camera_index = camera;
+  p.radius = 0.05f;
+  return p;
+}
+
+cloud::ParticleSet two_particles(float3 second_pos, float3 second_normal) {
+  cloud::ParticleSet set;
+  set.particles = {ray_particle({0, 0, 0}, {0, 0, 1}, 0), ray_particle(second_pos, {0, 0, 1}, 1)};
+  set.offsets = {0.0f, 0.0f};
+  set.normals = {{0, 0, 1}, second_normal};
+  return set;
+}
+
+}  // namespace
+
+TEST(ParticleFunctors, IsolatedParticle) {
+  cloud::ParticleSet set = two_particles({5, 5, 5}, {0, 0, 1});
+  set.offsets[0] = 0.25f;
+  const Index index = build_index(set, 1.0f);
+  const auto density = run_pass<ComputeDensityFunctor, true>(set, index, 1.0f, {}, 1);
+  EXPECT_EQ((run_pass<UpdateParticlePosFunctor<true>, false>(set, index, 1.0f, density, 1)[0]), 0.25f);
+  EXPECT_EQ((run_pass<ComputeGradientFunctor<true>, false>(set, index, 1.0f, density, 1)[0].y), 0.0f);
+}
+
+TEST(ParticleFunctors, KernelValues) {
+  EXPECT_FLOAT_EQ(W(0.0f, 1.0f), 315.0f / (64.0f * 3.14159265f));
+  EXPECT_EQ(W(1.0f, 1.0f), 0.0f);
+  EXPECT_EQ(W(1.0001f, 1.0f), 0.0f);
+  const SphKernel kernel(0.37f);
+  for (float r = 0.0f; r < 0.4f; r += 0.0137f) EXPECT_TRUE(same_bits(kernel(r), W(r, 0.37f)));
+  // The squared-distance test agrees with the square root at the boundary.
+  EXPECT_LE(std::sqrt(kernel.r2_limit), 0.37f);
+  EXPECT_GT(std::sqrt(std::nextafter(kernel.r2_limit, 1.0f)), 0.37f);
+}
+
+// Piles of one view's particles at one place (as at a camera centre) are skipped whole by the
+// support pass; the values stay those of the full scan, also next to mixed cells.
+TEST(NeighbourPasses, SupportSkipsPilesOfOneViewWithoutChangingValues) {
+  cloud::ParticleSet set = cloud::random_cloud(600, 1.0f, 11);
+  for (int k = 0; k < 300; ++k) {
+    Particle p = set.particles[k];
+    p.pos = {k < 200 ? 0.5f : 0.65f, 0.5f, 0.5f};  // two piles in neighbouring cells
+    p.camera_index = k < 200 ? 1 : 2;
+    p.radius = 0.0f;
+    set.particles.push_back(p);
+    set.offsets.push_back(0.0f);
+    set.normals.push_back(set.normals[k]);
+  }
+  ComputeParticleSupportFunctor::min_support = 1.5f;
+  expect_pass_as_reference<ComputeParticleSupportFunctor, true>(set, build_index(set, kRadius), {}, 1);
+}
+
+TEST(ParticleFunctors, SupportStopsAboveTheLevel) {
+  use_normal_dot_weight = false;
+  cloud::ParticleSet set;
+  for (int k = 0; k < 7; ++k) {
+    set.particles.push_back(ray_particle({0.3f, 0.3f, 0.3f}, {0, 0, 1}, k));
+    set.offsets.push_back(0.0f);
+    set.normals.push_back({0, 0, 1});
+  }
+  set.particles[6].camera_index = 0;  // same view as particle 0: no support between them
+  std::vector<float> support;
+  compute_particle_support(support, set.particles, set.offsets, set.normals, 0.1f, 3.0f);
+  for (float s : support) EXPECT_EQ(s, 4.0f);
+  compute_particle_support(support, set.particles, set.offsets, set.normals, 0.1f, 100.0f);
+  for (size_t i = 0; i < 7; ++i) EXPECT_EQ(support[i], set.particles[i].camera_index == 0 ? 5.0f : 6.0f);
+  use_normal_dot_weight = true;
+}
+
+TEST(ParticleFunctors, SupportByNormalsAndFootprint) {
+  std::vector<float> support;
+  auto support_of_i = [&](float3 pos_j, float3 normal_j) {
+    cloud::ParticleSet set = two_particles(pos_j, normal_j);
+    compute_particle_support(support, set.particles, set.offsets, set.normals, 0.1f, 10.0f);
+    return support[0];
+  };
+  for (bool weight : {false, true}) {
+    use_normal_dot_weight = weight;
+    // j at a right angle: 1 minus the plane distance without the weight, nothing with it.
+    EXPECT_EQ(support_of_i({0.01f, 0, 0}, {0, 1, 0}), weight ? 0.0f : 1.0f);
+    EXPECT_EQ(support_of_i({0.01f, 0, 0}, {0, 0, -1}), 0.0f);          // anti-parallel
+    EXPECT_EQ(support_of_i({0.06f, 0, 0}, {0, 0, 1}), 0.0f);           // beyond j's footprint of 0.05
+    EXPECT_FLOAT_EQ(support_of_i({0.03f, 0, 0.01f}, {0, 0, 1}), 0.8f);  // 0.2 footprints off j's plane
+  }
+  use_normal_dot_weight = true;
+}
+
+TEST(ParticleFunctors, NormalsNeedEightVisitsAndFaceTheCamera) {
+  // A flat patch in the plane x + z = 1 seen along -z: 7 particles keep their normals, 8 get the plane
+  // normal turned towards the camera; opposite normals count as visits only.
+  for (int count : {7, 8, 9}) {
+    cloud::ParticleSet set;
+    for (int k = 0; k < count; ++k) {
+      const float x = 0.05f * (k % 3), y = 0.05f * (k / 3);
+      set.particles.push_back(ray_particle({x, y, 1.0f - x}, {0, 0, -1}, 0));
+      set.offsets.push_back(0.0f);
+      set.normals.push_back(k == 4 ? float3{0, 0, 1} : float3{0, 0, -1});
+    }
+    const Index index = build_index(set, 0.5f);
+    const auto normals = run_pass<ComputeNormalsFunctor<true, false>, true>(set, index, 0.5f, {}, 1);
+    for (int k = 0; k < count; ++k) {
+      if (count < 8) {
+        EXPECT_TRUE(same_bits(normals[k], set.normals[k]));
+      } else if (k != 4) {
+        EXPECT_NEAR(normals[k].x, -0.70710678f, 1e-5f);
+        EXPECT_NEAR(normals[k].z, -0.70710678f, 1e-5f);
+        EXPECT_GT(dot(normals[k], set.particles[k].dir), 0.0f);
+      }
+    }
+  }
+  // A zero matrix still gives a unit vector, facing the camera; NaN falls back to init_normal.
+  const Particle p = ray_particle({0, 0, 0}, {0.6f, 0.0f, 0.8f}, 0);
+  const float zeros[6] = {};
+  const float3 e = normal_from_moments(zeros, p);
+  EXPECT_NEAR(length(e), 1.0f, 1e-6f);
+  EXPECT_GT(dot(e, p.dir), 0.0f);
+  const float nans[6] = {std::nanf(""), 0, 1, 0, 0, 1};
+  EXPECT_TRUE(same_bits(normal_from_moments(nans, p), p.init_normal));
+}
+
+TEST(ParticleFunctors, WeightedMedianTakesTheRightEndOfAFlatMinimum) {
+  using Minimum = UpdateParticlePosFunctor<true>::Minimum;
+  std::vector<Minimum> records = {{1.0f, 1.0f, 3}, {0.0f, 1.0f, 3}};
+  EXPECT_EQ(UpdateParticlePosFunctor<true>::records_minimiser(records), 1.0f);
+  records = {{2.0f, 1.0f, 3}, {0.0f, 3.0f, 3}, {1.0f, 1.0f, 3}};
+  EXPECT_EQ(UpdateParticlePosFunctor<true>::records_minimiser(records), 0.0f);
+  // One-sided terms: only slopes down below 1 and up above 3; flat in between.
+  records = {{1.0f, 2.0f, 2}, {3.0f, 2.0f, 1}, {0.0f, 0.0f, 3}, {5.0f, 0.0f, 1}};
+  EXPECT_EQ(UpdateParticlePosFunctor<true>::records_minimiser(records), 3.0f);
+
+  // Against sort-and-scan on random record sets.
+  for (uint64_t trial = 0; trial < 300; ++trial) {
+    const int m = 2 + static_cast<int>(cloud::mix(trial) % 40);
+    records.clear();
+    for (int k = 0; k < m; ++k) {
+      const uint64_t id = trial * 1000 + k;
+      records.push_back({std::floor(cloud::uniform01(1, id) * 16.0f) / 4.0f, std::floor(cloud::uniform01(2, id) * 8.0f) / 8.0f,
+                         1 + static_cast<int>(cloud::mix(id) % 3)});
+    }
+    std::vector<Minimum> sorted = records;
+    std::sort(sorted.begin(), sorted.end());
+    float slope = 0.0f;
+    for (const auto& r : sorted) slope -= (r.kind & 2) ? r.weight : 0.0f;
+    float expected = sorted[0].t;
+    for (int k = 0; k + 1 < m; ++k) {
+      slope += sorted[k].kind == 3 ? 2.0f * sorted[k].weight : sorted[k].weight;
+      if (slope <= 0.0f) expected = sorted[k + 1].t;
+    }
+    ASSERT_EQ(UpdateParticlePosFunctor<true>::records_minimiser(records), expected) << "trial " << trial;
+  }
+}
+
+TEST(ParticleFunctors, ExactStepOnACommonPlane) {
+  // j lies 0.2 above i's tangent plane and both face the camera along +z: both terms put i at 0.2.
+  cloud::ParticleSet set = two_particles({0.3f, 0, 0.2f}, {0, 0, 1});
+  const Index index = build_index(set, 1.0f);
+  const auto density = run_pass<ComputeDensityFunctor, true>(set, index, 1.0f, {}, 1);
+  for (float omega : {1.0f, 0.5f}) {
+    UpdateParticlePosFunctor<true>::omega = omega;
+    const auto t = run_pass<UpdateParticlePosFunctor<true>, false>(set, index, 1.0f, density, 1, 0.001f);
+    EXPECT_EQ(t[0], 0.2f * omega);
+  }
+  UpdateParticlePosFunctor<true>::omega = 1.0f;
+  // A strong data term keeps the particle on its measurement.
+  EXPECT_EQ((run_pass<UpdateParticlePosFunctor<true>, false>(set, index, 1.0f, density, 1, 100.0f)[0]), 0.0f);
+  // With beta 0, opposite normals give weightless records, and only the data term is left.
+  set.normals[1] = {0, 0, -1};
+  EXPECT_EQ((run_pass<UpdateParticlePosFunctor<false>, false>(set, index, 1.0f, density, 1, 0.001f, 0.0f)[0]), 0.0f);
+}
+
+namespace {
+
+// Runs one functor over the single pair (0, 1) of a two-particle set.
+template <typename Functor>
+Functor& one_pair(Functor& functor, const cloud::ParticleSet& set, const std::vector<float>& density) {
+  const NeighbourPass pass{set.particles.data(), set.offsets.data(), set.normals.data(), density.data(),
+                           1.0f, 0.0f, 1.0f, 4};
+  functor.setup(pass);
+  functor.start(0, set.particles[0].pos);
+  functor.pair(1, set.particles[1].pos);
+  return functor;
+}
+
+}  // namespace
+
+TEST(ParticleFunctors, PlaneParallelToTheRayGivesNoRecord) {
+  cloud::ParticleSet set = two_particles({0.3f, 0, 0.2f}, {0, 0, 1});
+  set.normals[0] = {1, 0, 0};  // n_i at a right angle to d_i
+  UpdateParticlePosFunctor<false> functor;
+  one_pair(functor, set, {1.0f, 1.0f});
+  ASSERT_EQ(functor.records.size(), 1u);
+  EXPECT_FLOAT_EQ(functor.records[0].t, 0.2f);
+}
+
+TEST(ParticleFunctors, CollisionTermIsOneSided) {
+  // Opposite normals: j below i's plane is on the safe side and exerts nothing; above it, it pushes.
+  for (float height : {-0.2f, 0.2f}) {
+    const cloud::ParticleSet set = two_particles({0.3f, 0, height}, {0, 0, -1});
+    ComputeGradientFunctor<false> gradient;
+    const float3 g = one_pair(gradient, set, {1.0f, 1.0f}).finish();
+    if (height < 0.0f) {
+      EXPECT_EQ(g.x, 0.0f);
+    } else {
+      EXPECT_LT(g.x, 0.0f);  // the energy falls as i moves up towards j
+    }
+    UpdateParticlePosFunctor<false> exact;
+    one_pair(exact, set, {1.0f, 1.0f});
+    ASSERT_EQ(exact.records.size(), 2u);
+    for (const auto& record : exact.records) EXPECT_NE(record.kind, 3);
+  }
+}
+
+TEST(ParticleFunctors, GradientStepIsClampedAndNormalsKeepFacingTheCamera) {
+  const float3 d = {0.6f, 0.0f, 0.8f};
+  std::vector<Particle> particles = {ray_particle({0, 0, 0}, d, 0), ray_particle({1, 0, 0}, d, 0)};
+  std::vector<float> offsets = {0.5f, 0.5f};
+  std::vector<float> new_offsets(2);
+  std::vector<float3> normals = {d, d};
+  // Particle 0: a huge step, cut to the radius; a small turn. Particle 1: a turn past the right angle.
+  std::vector<std::pair<int, float3>> results = {{0, {-1000.0f, 0.0f, 20.0f}}, {1, {1.0f, 0.0f, -400.0f}}};
+  gradient_step(new_offsets, offsets, normals, particles, results, 0.1f, 0.01f);
+  EXPECT_EQ(new_offsets[0], 0.5f + 0.1f);
+  EXPECT_EQ(new_offsets[1], 0.5f - 0.01f);
+  EXPECT_NEAR(dot(normals[0], d), std::cos(0.2f), 1e-5f);  // turned by 0.2 rad about the ray frame
+  EXPECT_TRUE(same_bits(normals[1], d));
+}

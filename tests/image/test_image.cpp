@@ -1,0 +1,216 @@
+#include <gtest/gtest.h>
+#include <png.h>
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "image/CMatrix.h"
+#include "image/CTensor.h"
+#include "image/EInvalidFileFormat.h"
+#include "tests/support/io_test_support.h"
+
+using io_test::expect_runtime_error;
+using io_test::read_bytes;
+using io_test::scratch_path;
+using io_test::write_bytes;
+using io_test::write_raw_png;
+
+namespace {
+
+const std::string kTensorRefusal =
+    "CTensor::readFromPNG: Format not supported.  Expected RGB(A) image with 8-bit per channel";
+const std::string kMatrixRefusal =
+    "CMatrix::readFromPNG: Format not supported.  Expected Greyscale image with 8 or 16 bit per channel";
+
+CTensor<float> read_tensor(const std::string& path, bool ignore_alpha = false) {
+  CTensor<float> t;
+  t.readFromPNG(path.c_str(), ignore_alpha);
+  return t;
+}
+
+CMatrix<unsigned short> read_matrix(const std::string& path) {
+  CMatrix<unsigned short> m;
+  m.readFromPNG(path.c_str());
+  return m;
+}
+
+template <typename T>
+std::vector<float> samples(const T& image) {
+  return std::vector<float>(image.data, image.data + image.size());
+}
+
+// Runs f, expects EInvalidFileFormat and returns what was printed on standard error.
+std::string invalid_format_output(const std::function<void()>& f) {
+  testing::internal::CaptureStderr();
+  EXPECT_THROW(f(), EInvalidFileFormat);
+  return testing::internal::GetCapturedStderr();
+}
+
+}  // namespace
+
+TEST(PngRead, EachReaderRefusesOtherFormats) {
+  const std::string palette = scratch_path("palette.png"), grey = scratch_path("grey.png"),
+                    rgb = scratch_path("rgb.png"), rgb16 = scratch_path("rgb16.png");
+  write_raw_png(palette, 2, 1, PNG_COLOR_TYPE_PALETTE, 8, {1, 2});
+  write_raw_png(grey, 2, 1, PNG_COLOR_TYPE_GRAY, 8, {1, 2});
+  write_raw_png(rgb, 1, 1, PNG_COLOR_TYPE_RGB, 8, {1, 2, 3});
+  write_raw_png(rgb16, 1, 1, PNG_COLOR_TYPE_RGB, 16, {0, 1, 0, 2, 0, 3});
+  for (const std::string& path : {palette, grey, rgb16}) expect_runtime_error([&] { read_tensor(path); }, kTensorRefusal);
+  for (const std::string& path : {palette, rgb, rgb16}) expect_runtime_error([&] { read_matrix(path); }, kMatrixRefusal);
+}
+
+TEST(PngRead, FileFailuresNameTheFile) {
+  const std::string missing = scratch_path("missing.png"), tiny = scratch_path("tiny.png"),
+                    text = scratch_path("text.png");
+  write_bytes(tiny, "\x89PNG");
+  write_bytes(text, "this is not an image at all");
+  expect_runtime_error([&] { read_tensor(missing); }, "CTensor::readFromPNG: Cannot open file " + missing);
+  expect_runtime_error([&] { read_matrix(""); }, "CMatrix::readFromPNG: Cannot open file ");
+  expect_runtime_error([&] { read_tensor(tiny); }, "CTensor::readFromPNG: Could not read header of file " + tiny);
+  expect_runtime_error([&] { read_matrix(text); }, "CMatrix::readFromPNG: File " + text + " is not a PNG");
+
+  // Truncated in the image header, then in the image data.
+  const std::string whole = scratch_path("whole.png"), cut = scratch_path("cut.png");
+  std::vector<unsigned char> pixels(64 * 64 * 3);
+  for (std::size_t i = 0; i < pixels.size(); ++i) pixels[i] = static_cast<unsigned char>(i * 7919 % 251);
+  write_raw_png(whole, 64, 64, PNG_COLOR_TYPE_RGB, 8, pixels);
+  const std::string bytes = read_bytes(whole);
+  testing::internal::CaptureStderr();  // libpng adds its own reason
+  write_bytes(cut, bytes.substr(0, 20));
+  expect_runtime_error([&] { read_tensor(cut); }, "CTensor::readFromPNG: png_init_io failed");
+  write_bytes(cut, bytes.substr(0, bytes.size() / 2));
+  expect_runtime_error([&] { read_tensor(cut); }, "CTensor::readFromPNG: png_read_image failed");
+  testing::internal::GetCapturedStderr();
+}
+
+TEST(PngRead, SamplesKeepTheirValues) {
+  const std::string g16 = scratch_path("g16.png"), g8 = scratch_path("g8.png"), rgba = scratch_path("rgba.png");
+  io_test::write_grey16_png(g16, 3, 1, {0x1234, 0xffff, 1});
+  EXPECT_EQ(samples(read_matrix(g16)), (std::vector<float>{0x1234, 0xffff, 1}));
+  write_raw_png(g8, 2, 1, PNG_COLOR_TYPE_GRAY, 8, {200, 7});
+  EXPECT_EQ(samples(read_matrix(g8)), (std::vector<float>{200, 7}));  // widened, not scaled
+
+  write_raw_png(rgba, 2, 1, PNG_COLOR_TYPE_RGBA, 8, {10, 20, 30, 40, 50, 60, 70, 80});
+  CTensor<float> t = read_tensor(rgba);
+  EXPECT_EQ(t.zSize, 4);
+  EXPECT_EQ(samples(t), (std::vector<float>{10, 50, 20, 60, 30, 70, 40, 80}));  // planar
+  t = read_tensor(rgba, true);
+  EXPECT_EQ(t.zSize, 3);
+  const std::vector<float> rgb_samples = {10, 50, 20, 60, 30, 70};
+  EXPECT_EQ(samples(t), rgb_samples);
+
+  // A failed read leaves the tensor as it was.
+  EXPECT_THROW(t.readFromPNG(scratch_path("missing.png").c_str(), false), std::runtime_error);
+  EXPECT_EQ(samples(t), rgb_samples);
+}
+
+TEST(ImageFiles, ExtensionChoosesTheFormat) {
+  io_test::WorkingDirectory cwd(io_test::scratch_dir());  // relative names without any full stop
+  CTensor<unsigned char> rgb(2, 1, 3);
+  for (int i = 0; i < 6; ++i) rgb.data[i] = static_cast<unsigned char>(i + 1);
+  rgb.writeToImage("png");  // the whole name is the extension
+  CTensor<float> back;
+  back.readFromImage("png");
+  EXPECT_EQ(samples(back), (std::vector<float>{1, 2, 3, 4, 5, 6}));
+  rgb.writeToImage("copy.PPM");
+  EXPECT_EQ(read_bytes("copy.PPM"), std::string("P6 \n2 1 \n255\n\x01\x03\x05\x02\x04\x06"));
+  rgb.writeToImage("tiles.pgm");
+  EXPECT_EQ(read_bytes("tiles.pgm").substr(0, 4), "P5 \n");
+  for (const char* name : {"photo.Png", "photo.jpg", "a.png.txt"}) {
+    expect_runtime_error([&] { rgb.writeToImage(name); }, "Image file format not supported");
+    expect_runtime_error([&] { back.readFromImage(name); }, "Image file format not supported");
+  }
+  EXPECT_FALSE(std::filesystem::exists("photo.Png"));
+}
+
+TEST(Netpbm, ReaderQuirksAreKept) {
+  const std::string path = scratch_path("file.ppm");
+  CTensor<float> t;
+  // Junk before the magic, comments and empty lines; P5 gives one plane.
+  write_bytes(path, "xxP5\n# made by hand\n\n2 2\n255\nABCD");
+  t.readFromPPM(path.c_str());
+  EXPECT_EQ(t.zSize, 1);
+  EXPECT_EQ(samples(t), (std::vector<float>{'A', 'B', 'C', 'D'}));
+  // Reads past the end give -1: pixel 1 has only its red byte.
+  write_bytes(path, "P6\n2 1\n255\n\x01\x02\x03\x04");
+  t.readFromPPM(path.c_str());
+  EXPECT_EQ(samples(t), (std::vector<float>{1, 4, 2, -1, 3, -1}));
+  // PGM has no step for the maximum value: its digits and line end become the first pixels.
+  write_bytes(path, "P5\n3 2\n255\n\x0a\x0b\x0c\x0d");
+  t.readFromPGM(path.c_str());
+  EXPECT_EQ(samples(t), (std::vector<float>{'2', '5', '5', '\n', 10, 11}));
+
+  write_bytes(path, "P3\n1 1\n255\n1 2 3\n");  // a text variant is refused
+  EXPECT_EQ(invalid_format_output([&] { t.readFromPPM(path.c_str()); }),
+            "Exception EInvalidFileFormat: File is not in PPM format\n");
+  EXPECT_EQ(invalid_format_output([&] { t.readFromPGM(path.c_str()); }),
+            "Exception EInvalidFileFormat: File is not in PGM format\n");
+  const std::string missing = scratch_path("missing.ppm");
+  EXPECT_EQ(invalid_format_output([&] { t.readFromPPM(missing.c_str()); }),
+            "File not found: " + missing + "\nException EInvalidFileFormat: File is not in PPM format\n");
+}
+
+TEST(Netpbm, PgmWriterTilesPlanes) {
+  const std::string path = scratch_path("tiles.pgm");
+  CTensor<unsigned char> t(2, 1, 5);  // 2 rows by 3 columns of tiles, the sixth tile black
+  for (int z = 0; z < 5; ++z) t(0, 0, z) = t(1, 0, z) = static_cast<unsigned char>('a' + z);
+  t.writeToPGM(path.c_str());
+  EXPECT_EQ(read_bytes(path), std::string("P5 \n6 2 \n255\naabbccddee\0\0", 25));
+}
+
+TEST(PngWrite, FloatSamplesWrapAndPlanesAreChecked) {
+  const std::string path = scratch_path("wrap.png");
+  CTensor<float> t(3, 1, 3);
+  const std::vector<float> values = {256.0f, -1.0f, 3.9f, 255.0f, -0.5f, 511.0f, 0.0f, 1000.0f, -256.0f};
+  std::copy(values.begin(), values.end(), t.data);
+  t.writeToPNG(path.c_str());
+  EXPECT_EQ(samples(read_tensor(path)), (std::vector<float>{0, 255, 3, 255, 0, 255, 0, 232, 0}));
+
+  const std::string grey = scratch_path("one_plane.png");
+  const std::string planes = "CTensor::writeToPNG: zSize must be 3 or 4";
+  expect_runtime_error([&] { CTensor<float>(2, 2, 1).writeToPNG(grey.c_str()); }, planes);
+  expect_runtime_error([&] { CTensor<unsigned char>(2, 2, 1).writeToPNG(grey.c_str()); }, planes);
+  EXPECT_FALSE(std::filesystem::exists(grey));
+  const std::string nowhere = scratch_path("no/such/dir.png");
+  expect_runtime_error([&] { t.writeToPNG(nowhere.c_str()); }, "CTensor::writeToPNG: Cannot open file " + nowhere);
+}
+
+// Every prefix of valid files and single corrupted bytes either read or throw; the sanitizer
+// build checks that no read goes out of bounds.
+TEST(MalformedFiles, ShortAndCorruptFilesFailCleanly) {
+  const std::string png_path = scratch_path("good.png"), g16_path = scratch_path("good16.png"),
+                    path = scratch_path("bad.img");
+  std::vector<unsigned char> pixels(4 * 3 * 4);
+  for (std::size_t i = 0; i < pixels.size(); ++i) pixels[i] = static_cast<unsigned char>(i * 37);
+  write_raw_png(png_path, 4, 3, PNG_COLOR_TYPE_RGBA, 8, pixels);
+  io_test::write_grey16_png(g16_path, 3, 2, {1, 2, 3, 4, 5, 6});
+  const std::string png = read_bytes(png_path), png16 = read_bytes(g16_path);
+  const std::string ppm = std::string("P6\n# c\n3 2\n255\n") + std::string(18, '\x7f');
+  int failures = 0;
+  auto attempt = [&](const std::string& bytes, const std::function<void()>& read) {
+    write_bytes(path, bytes);
+    try {
+      read();
+    } catch (const std::runtime_error&) {
+      ++failures;
+    } catch (const EInvalidFileFormat&) {
+      ++failures;
+    }
+  };
+  CTensor<float> t;
+  testing::internal::CaptureStderr();
+  for (std::size_t n = 0; n < png.size(); ++n) attempt(png.substr(0, n), [&] { read_tensor(path); });
+  for (std::size_t n = 0; n < png16.size(); ++n) attempt(png16.substr(0, n), [&] { read_matrix(path); });
+  for (std::size_t i = 8; i < png.size(); ++i) {
+    std::string bad = png;
+    bad[i] = static_cast<char>(bad[i] ^ 0x5a);
+    attempt(bad, [&] { read_tensor(path); });
+  }
+  for (std::size_t n = 0; n <= ppm.size(); ++n) {
+    attempt(ppm.substr(0, n), [&] { t.readFromPPM(path.c_str()); });
+    attempt(ppm.substr(0, n), [&] { t.readFromPGM(path.c_str()); });
+  }
+  testing::internal::GetCapturedStderr();
+  EXPECT_GT(failures, 0);
+}

@@ -1,0 +1,117 @@
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "image/CMatrix.h"
+#include "image/CTensor.h"
+#include "ketra/access.h"
+#include "ketra/image_export.h"
+#include "ketra/tools.h"
+#include "src/io/save_depthmap_stack.h"
+#include "tests/support/io_test_support.h"
+#include "tests/support/ketra_test_support.h"
+
+using io_test::expect_runtime_error;
+using io_test::read_bytes;
+using io_test::scratch_path;
+
+namespace {
+
+// A packed host array of x * y * z bytes with planes r, g, b, ...; byte (x, y, z) = f(x, y, z).
+template <class F>
+std::vector<unsigned char> planar_bytes(unsigned int x, unsigned int y, unsigned int z, F f) {
+  std::vector<unsigned char> v(x * y * z);
+  for (unsigned int c = 0; c < z; ++c)
+    for (unsigned int j = 0; j < y; ++j)
+      for (unsigned int i = 0; i < x; ++i) v[(c * y + j) * x + i] = f(i, j, c);
+  return v;
+}
+
+// Tests that make device arrays; their arrays are freed and checked for leaks at the end.
+using SaveImage = KetraTest;
+using SaveImageToPNG = KetraTest;
+
+CTensor<float> read_png(const std::string& path) {
+  CTensor<float> t;
+  t.readFromPNG(path.c_str(), false);
+  return t;
+}
+
+}  // namespace
+
+TEST_F(SaveImage, InvertNegatesEachByte) {
+  // One pixel per plane value: (0, 1, 255) and (128, 7, 200).
+  const unsigned char values[] = {0, 128, 1, 7, 255, 200};
+  std::vector<unsigned char> bytes(values, values + 6);
+  const ketra::Array<unsigned char, 3> a = ketra::arrayFromHostMemory(bytes.data(), 2, 1, 3);
+  for (bool invert : {false, true}) {
+    const std::string path = scratch_path(invert ? "inverted.png" : "plain.png");
+    ketra::saveImage<unsigned char>(a, path, invert);
+    const CTensor<float> t = read_png(path);
+    const std::vector<float> expected =
+        invert ? std::vector<float>{0, 128, 255, 249, 1, 56} : std::vector<float>{0, 128, 1, 7, 255, 200};
+    EXPECT_EQ(std::vector<float>(t.data, t.data + t.size()), expected);
+  }
+}
+
+TEST_F(SaveImageToPNG, ColourBytesAreWrittenAndAlphaDropped) {
+  std::vector<uchar4> pixels(6 * 3);
+  for (unsigned int k = 0; k < pixels.size(); ++k)
+    pixels[k] = make_uchar4(static_cast<unsigned char>(k), static_cast<unsigned char>(255 - k),
+                            static_cast<unsigned char>(k * 13), static_cast<unsigned char>(k + 100));
+  const ketra::Array<uchar4, 2> host = ketra::arrayFromHostMemory(pixels.data(), 6, 3);
+  const ketra::Array<uchar4, 2> device = device_array<2>(make_uint4(6, 3, 1, 1), pixels);
+  saveImageToPNG(host, scratch_path("host.png"));
+  saveImageToPNG(device, scratch_path("device.png"));
+  EXPECT_EQ(read_bytes(scratch_path("host.png")), read_bytes(scratch_path("device.png")));
+  const CTensor<float> t = read_png(scratch_path("device.png"));
+  ASSERT_EQ(t.zSize, 3);
+  ASSERT_EQ(t.xSize, 6);
+  ASSERT_EQ(t.ySize, 3);
+  std::vector<float> planes;  // red, green and blue planes, x fastest
+  for (int c = 0; c < 3; ++c)
+    for (const uchar4& p : pixels) planes.push_back(c == 0 ? p.x : c == 1 ? p.y : p.z);
+  EXPECT_EQ(std::vector<float>(t.data, t.data + t.size()), planes);
+}
+
+namespace {
+
+std::string float_bytes(const std::vector<float>& v) {
+  std::string s(v.size() * sizeof(float), '\0');
+  std::memcpy(s.data(), v.data(), s.size());
+  return s;
+}
+
+CMatrix<float> depth_map(int x, int y, float base) {
+  CMatrix<float> m(x, y);
+  for (int k = 0; k < x * y; ++k) m.data[k] = base + 0.25f * k;
+  return m;
+}
+
+}  // namespace
+
+TEST(SaveDepthmapStack, MapsBecomePlanesOfTheFirstMapsSize) {
+  // A larger map gives its first elements; a smaller one fills what it has and leaves zeros.
+  const std::vector<CMatrix<float>> maps = {depth_map(2, 2, 0.0f), depth_map(3, 2, 10.0f), depth_map(1, 3, 20.0f)};
+  const std::string path = scratch_path("mixed.dat");
+  testing::internal::CaptureStdout();
+  saveDepthmapStack(maps, path);
+  EXPECT_EQ(testing::internal::GetCapturedStdout(), "(2, 2, 3, 1) [4.57764e-05 MB] written to " + path + "\n");
+  EXPECT_EQ(read_bytes(path), float_bytes({0.0f, 0.25f, 0.5f, 0.75f, 10.0f, 10.25f, 10.5f, 10.75f,  //
+                                           20.0f, 20.25f, 20.5f, 0.0f}));
+  EXPECT_EQ(read_bytes(path + ".ketrainfo"), "2 2 3 1 2 32 0 0 0\n");
+}
+
+TEST(SaveDepthmapStack, MissingDirectoryWritesNothing) {
+  const std::string path = scratch_path("no_such_directory") + "/debug_rendered_depthmaps.dat";
+  testing::internal::CaptureStdout();
+  EXPECT_NO_THROW(saveDepthmapStack({depth_map(2, 1, 0.0f)}, path));
+  EXPECT_EQ(testing::internal::GetCapturedStdout(), "(2, 1, 1, 1) [7.62939e-06 MB] written to " + path + "\n");
+  EXPECT_FALSE(std::filesystem::exists(path));
+  EXPECT_FALSE(std::filesystem::exists(path + ".ketrainfo"));
+  expect_runtime_error([&] { saveDepthmapStack({}, scratch_path("none.dat")); },
+                       "ketra::mallocHostArray: all extents must be >= 1");
+}

@@ -1,0 +1,156 @@
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "device/memory.h"
+#include "ketra/algorithms/basic.h"
+#include "ketra/algorithms/conversion.h"
+#include "ketra/algorithms/transform.h"
+#include "ketra/dump.h"
+#include "ketra/filtering.h"
+#include "ketra/tools.h"
+#include "tests/support/ketra_test_support.h"
+
+using namespace ketra;
+
+namespace {
+
+class KetraAlgorithms : public KetraTest {};
+
+const Filter<float, 3> kCentralDifference = {{-0.5f, 0.0f, 0.5f}, 1};
+
+}  // namespace
+
+TEST_F(KetraAlgorithms, ElementWiseFamily) {
+  Array<float, 4> a = device_array<4>(make_uint4(3, 1, 1, 2), {1, 2, 3, 4, 5, 6});
+  Array<float, 4> b = device_array<4>(make_uint4(3, 1, 1, 2), {1, 1, 1, 2, 2, 2});
+  add(a, 1.0f);
+  mul(a, b);
+  sub(a, 0.5f);
+  EXPECT_EQ(download(a), (std::vector<float>{1.5, 2.5, 3.5, 9.5, 11.5, 13.5}));
+  set(a, b);
+  div(a, 2.0f);
+  EXPECT_EQ(download(a), (std::vector<float>{0.5, 0.5, 0.5, 1, 1, 1}));
+  Array<int, 4> i = device_array<4, int>(make_uint4(2, 1, 1, 1), {7, -8});
+  div(i, 0);  // as on a GPU: no trap
+  EXPECT_EQ(download(i), (std::vector<int>{-1, -1}));
+  Array<uchar4, 4> c = device_array<4, uchar4>(make_uint4(2, 2, 1, 1));
+  set(c, make_uchar4(1, 2, 3, 4));
+  EXPECT_EQ(download(c)[3].w, 4);
+}
+
+TEST_F(KetraAlgorithms, CentralDifferenceAtBorders) {
+  Array<float, 4> in = device_array<4>(make_uint4(5, 1, 1, 1), {1, 4, 9, 16, 25});
+  Array<float, 4> out = device_array<4>(in.extents);
+  filterX(out, in, kCentralDifference, BorderMirror);
+  EXPECT_EQ(download(out), (std::vector<float>{0, 4, 6, 8, 0}));
+  filterX(out, in, kCentralDifference, BorderZero);
+  EXPECT_EQ(download(out), (std::vector<float>{2, 4, 6, 8, -8}));
+  filterX(out, in, kCentralDifference, BorderClamp);
+  EXPECT_EQ(download(out), (std::vector<float>{1.5, 4, 6, 8, 4.5}));
+}
+
+TEST_F(KetraAlgorithms, FiltersAlongYAndZAndPerVolume) {
+  // Two volumes of 1 x 3 x 3; each volume holds y + 10 z + 100 w.
+  std::vector<float> v;
+  for (int w = 0; w < 2; ++w)
+    for (int z = 0; z < 3; ++z)
+      for (int y = 0; y < 3; ++y) v.push_back(static_cast<float>(y + 10 * z + 100 * w));
+  Array<float, 4> in = device_array<4>(make_uint4(1, 3, 3, 2), v);
+  Array<float, 4> out = device_array<4>(in.extents);
+  filterY(out, in, kCentralDifference, BorderClamp);
+  std::vector<float> r = download(out);
+  EXPECT_EQ(r[0], 0.5f);
+  EXPECT_EQ(r[1], 1.0f);
+  EXPECT_EQ(r[9 + 1], 1.0f);
+  filterZ(out, in, kCentralDifference, BorderZero);
+  r = download(out);
+  EXPECT_EQ(r[0], 5.0f);           // 0.5 * (10 - 0)
+  EXPECT_EQ(r[6 + 2], -6.0f);      // -0.5 * 12
+  EXPECT_EQ(r[9 + 6 + 2], -56.0f); // -0.5 * 112
+}
+
+TEST_F(KetraAlgorithms, DownsampleWeightsTheTapsAndFreesTheSource) {
+  Array<uchar4, 4> a = mallocDeviceArray<uchar4>(make_uint4(4, 1, 1, 1));
+  std::vector<uchar4> v = {make_uchar4(0, 255, 3, 1), make_uchar4(30, 255, 3, 1), make_uchar4(60, 255, 3, 1),
+                           make_uchar4(90, 255, 3, 1)};
+  arrayCopy(a, packed_host(v.data(), a.extents));
+  downsample(a, make_uint3(2, 1, 1));
+  EXPECT_EQ(a.extents.x, 2u);
+  std::vector<uchar4> r = download(a);
+  EXPECT_EQ(r[0].x, 10);  // taps 0..2 with weights 2, 1, 0
+  EXPECT_EQ(r[1].x, 60);  // taps 0..3 with weights 0, 1, 2, 1
+  EXPECT_EQ(r[0].y, 255);
+  EXPECT_EQ(r[1].z, 3);
+  EXPECT_EQ(device::liveAllocationCount(), 1u);  // the source is gone
+  freeArray(a);
+}
+
+TEST_F(KetraAlgorithms, Conversions) {
+  Array<uchar4, 2> in = device_array<2, uchar4>(make_uint4(2, 1, 1, 1), {make_uchar4(0, 51, 255, 7), make_uchar4(1, 2, 3, 4)});
+  Array<float, 3> out = device_array<3>(make_uint4(2, 1, 3, 1));
+  convert(out, in, true);
+  EXPECT_EQ(download(out), (std::vector<float>{0, 1.0f / 255, 0.2f, 2.0f / 255, 1, 3.0f / 255}));
+  Array<float, 3> rgba = device_array<3>(make_uint4(2, 1, 4, 1));
+  convert(rgba, in, false);
+  EXPECT_EQ(download(rgba), (std::vector<float>{0, 1, 51, 2, 255, 3, 7, 4}));
+  Array<uchar4, 2> back = device_array<2, uchar4>(make_uint4(2, 1, 1, 1));
+  convert(back, out, true, 9);
+  const std::vector<uchar4> b = download(back);
+  EXPECT_EQ(b[0].y, 51);
+  EXPECT_EQ(b[0].z, 255);
+  EXPECT_EQ(b[0].w, 9);
+  // A plain cast truncates.
+  Array<float, 4> f = device_array<4>(make_uint4(3, 1, 1, 1), {1.9f, -2.5f, 7.0f});
+  Array<int, 4> i = device_array<4, int>(f.extents);
+  convert(i, f);
+  EXPECT_EQ(download(i), (std::vector<int>{1, -2, 7}));
+}
+
+TEST_F(KetraAlgorithms, HostConversionTruncatesToTheLowByte) {
+  std::vector<float> planes = {300.7f, 255.9f, -1.5f, std::nanf(""), 12.0f, 0.2f};
+  std::vector<uchar4> pixels(2);
+  Array<uchar4, 2> out = arrayFromHostMemory(pixels.data(), 2, 1);
+  convert_host(out, arrayFromHostMemory(planes.data(), 2, 1, 3), false, 255);
+  // Planes are x, y, z in turn: pixel 0 has 300.7, -1.5, 12; pixel 1 has 255.9, NaN, 0.2.
+  EXPECT_EQ(pixels[0].x, 44);
+  EXPECT_EQ(pixels[0].y, 255);
+  EXPECT_EQ(pixels[0].z, 12);
+  EXPECT_EQ(pixels[0].w, 255);
+  EXPECT_EQ(pixels[1].x, 255);
+  EXPECT_EQ(pixels[1].y, 0);
+  EXPECT_EQ(pixels[1].z, 0);
+}
+
+namespace {
+
+std::string read_file(std::string const& path) {
+  std::ifstream in(path, std::ios::binary);
+  return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+std::string tmp(std::string const& name) {
+  std::filesystem::create_directories(QUILLARA_TEST_TMP);
+  return std::string(QUILLARA_TEST_TMP) + "/" + name;
+}
+
+}  // namespace
+
+TEST_F(KetraAlgorithms, DumpOfPitchedDeviceArrayEqualsPackedHostDump) {
+  std::vector<float> v(5 * 3 * 2);
+  for (std::size_t k = 0; k < v.size(); ++k) v[k] = static_cast<float>(k) * 0.25f;
+  testing::internal::CaptureStdout();
+  writeArrayToFile(arrayFromHostMemory(v.data(), 5, 3, 2), tmp("host.dat"));
+  writeArrayToFile(device_array<3>(make_uint4(5, 3, 2, 1), v), tmp("device.dat"));
+  testing::internal::GetCapturedStdout();
+  const std::string bytes = read_file(tmp("host.dat"));
+  EXPECT_EQ(bytes, std::string(reinterpret_cast<char*>(v.data()), 120));
+  EXPECT_EQ(read_file(tmp("device.dat")), bytes);
+  EXPECT_EQ(read_file(tmp("device.dat.ketrainfo")), "5 3 2 1 2 32 0 0 0\n");
+}

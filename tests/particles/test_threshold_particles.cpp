@@ -1,0 +1,75 @@
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <vector>
+
+#include "src/particles/threshold_particles.h"
+
+namespace {
+
+struct Set {
+  std::vector<Particle> particles;
+  std::vector<float> offsets;
+  std::vector<float3> normals;
+};
+
+// Particle i carries i in every array, so the survivors' order is visible in each of them.
+Set numbered(int n) {
+  Set s;
+  for (int i = 0; i < n; ++i) {
+    Particle p{};
+    p.pixel_index = i;
+    s.particles.push_back(p);
+    s.offsets.push_back(float(i));
+    s.normals.push_back({float(i), 0.0f, 0.0f});
+  }
+  return s;
+}
+
+std::vector<int> order(const Set& s) {
+  std::vector<int> ids;
+  for (size_t k = 0; k < s.particles.size(); ++k) {
+    EXPECT_EQ(s.offsets[k], float(s.particles[k].pixel_index));
+    EXPECT_EQ(s.normals[k].x, float(s.particles[k].pixel_index));
+    ids.push_back(s.particles[k].pixel_index);
+  }
+  return ids;
+}
+
+}  // namespace
+
+TEST(ThresholdParticles, HolesAreFilledByTheLastSurvivors) {
+  Set s = numbered(5);
+  std::vector<int> values{0, 5, 0, 5, 0};
+  threshold_particles<int>(values, s.particles, s.offsets, s.normals, 0, 1);
+  EXPECT_EQ(order(s), (std::vector<int>{0, 4, 2}));
+  EXPECT_EQ(values, (std::vector<int>{0, 5, 0, 5, 0}));
+}
+
+TEST(ThresholdParticles, AllInsideKeepsOrderAndBoundsAreInclusive) {
+  Set s = numbered(4);
+  std::vector<float> values{1.0f, 3.0f, 2.0f, 1.0f};
+  threshold_particles<float>(values, s.particles, s.offsets, s.normals, 1.0f, 3.0f);
+  EXPECT_EQ(order(s), (std::vector<int>{0, 1, 2, 3}));
+}
+
+TEST(ThresholdParticles, NanAndOutsideValuesAreRemoved) {
+  Set s = numbered(6);
+  std::vector<float> values{NAN, 2.0f, 0.5f, 4.0f, 2.5f, INFINITY};
+  threshold_particles<float>(values, s.particles, s.offsets, s.normals, 1.0f, 3.0f);
+  EXPECT_EQ(order(s), (std::vector<int>{4, 1}));
+}
+
+TEST(ThresholdParticles, EmptyAndAllRemoved) {
+  Set empty;
+  std::vector<float> none;
+  threshold_particles<float>(none, empty.particles, empty.offsets, empty.normals, 0.0f, 1.0f);
+  EXPECT_TRUE(empty.particles.empty());
+
+  Set s = numbered(3);
+  std::vector<int> values{7, 8, 9};
+  threshold_particles<int>(values, s.particles, s.offsets, s.normals, 0, 1);
+  EXPECT_TRUE(s.particles.empty());
+  EXPECT_TRUE(s.offsets.empty());
+  EXPECT_TRUE(s.normals.empty());
+}

@@ -1,0 +1,97 @@
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <filesystem>
+#include <iterator>
+#include <set>
+#include <sstream>
+
+#include "tests/support/io_test_support.h"
+#include "tests/support/run_process.h"
+#include "tools/scene/png_io.h"
+#include "tools/scene/scene_files.h"
+#include "tools/scene/surface_distance.h"
+
+namespace fs = std::filesystem;
+using io_test::read_bytes;
+using io_test::scratch_path;
+using namespace scene;
+
+namespace {
+
+SceneOptions small_options(const std::string& dir, int width, int height, int views = 8) {
+  SceneOptions o;
+  o.out_dir = scratch_path(dir);
+  o.width = width;
+  o.height = height;
+  o.views = views;
+  return o;
+}
+
+// Back-projects depth pixels of every written view with the values of its view file and checks
+// that they lie on the analytic surface within the millimetre quantisation along the ray.
+void expect_round_trip(const SceneOptions& o) {
+  const Scene s = make_default_scene();
+  write_scene(s, o);
+  for (int v = 0; v < o.views; ++v) {
+    const ViewFile view = read_view_file(o.out_dir + "/" + view_file_name(v));
+    const Png16 depth = read_png_gray16(view.depth_path);
+    ASSERT_EQ(depth.width, o.width);
+    ASSERT_EQ(depth.height, o.height);
+    int checked = 0;
+    for (int y = 0; y < depth.height; y += 2)
+      for (int x = 0; x < depth.width; x += 2) {
+        const uint16_t mm = depth.values[y * depth.width + x];
+        if (mm == 0) continue;
+        const Vec3 p = back_project(view, x, y, mm / 1000.0);
+        const double a = (view.K[2] - x) / view.K[0], b = (view.K[5] - y) / view.K[4];
+        const double bound = 0.0005 * std::sqrt(1 + a * a + b * b) + 1e-6;
+        ASSERT_LE(distance_to_surface(s, p), bound) << "view " << v << " pixel " << x << ", " << y;
+        ++checked;
+      }
+    EXPECT_GT(checked, depth.width * depth.height / 16) << "view " << v;
+  }
+}
+
+}  // namespace
+
+TEST(SceneGenerator, DepthPixelsBackProjectOntoTheSurface) {
+  expect_round_trip(small_options("round_trip", 120, 90));
+  // A tall image with the principal point away from the centre: a mirrored or swapped
+  // principal point would move most points off the surface.
+  SceneOptions o = small_options("round_trip_offset", 72, 128, 3);
+  o.principal_offset_x = 9.25;
+  o.principal_offset_y = -14.5;
+  expect_round_trip(o);
+}
+
+// The program writes the files of a scene, view files of 25 tokens with absolute paths, and is
+// deterministic: the same seed gives the same files, another seed other depths but the same images.
+TEST(SceneGeneratorProgram, WritesADeterministicScene) {
+  auto generate = [](const std::string& name, const std::string& seed) {
+    const std::string out = scratch_path(name);
+    fs::remove_all(out);
+    const e2e::Result r = e2e::run(QUILLARA_SCENE_BIN, io_test::scratch_dir(),
+                                   {"--out", out, "--views", "2", "--width", "48", "--height", "40", "--noise",
+                                    "0.004", "--seed", seed});
+    EXPECT_EQ(r.status, 0) << r.err;
+    return out;
+  };
+  const std::string a = generate("program_a", "5"), b = generate("program_b", "5"), c = generate("program_c", "6");
+
+  std::set<std::string> files;
+  for (const auto& e : fs::directory_iterator(a)) files.insert(e.path().filename().string());
+  EXPECT_EQ(files, (std::set<std::string>{"average_depth.txt", "depth_00.png", "depth_01.png", "ground_truth.ply",
+                                          "image_00.png", "image_01.png", "view_00.txt", "view_01.txt"}));
+  for (int v = 0; v < 2; ++v) {
+    std::istringstream in(read_bytes(a + "/" + view_file_name(v)));
+    const std::vector<std::string> tokens{std::istream_iterator<std::string>(in), {}};
+    ASSERT_EQ(tokens.size(), 25u);
+    EXPECT_EQ(tokens[23], fs::absolute(a + "/" + image_file_name(v)).lexically_normal().string());
+    EXPECT_EQ(tokens[24], fs::absolute(a + "/" + depth_file_name(v)).lexically_normal().string());
+    for (const std::string& name : {depth_file_name(v), image_file_name(v)})
+      EXPECT_EQ(read_bytes(a + "/" + name), read_bytes(b + "/" + name)) << name;
+    EXPECT_EQ(read_bytes(a + "/" + image_file_name(v)), read_bytes(c + "/" + image_file_name(v)));
+    EXPECT_NE(read_bytes(a + "/" + depth_file_name(v)), read_bytes(c + "/" + depth_file_name(v)));
+  }
+}
