@@ -1,14 +1,14 @@
 #include "image/jpeg_io.h"
 
-// jpeglib.h needs FILE and size_t declared before it.
+#include <csetjmp>
 #include <cstddef>
 #include <cstdio>
-#include <jpeglib.h>
-#include <jerror.h>
-
-#include <csetjmp>
 #include <stdexcept>
 #include <string>
+
+// After <cstddef> and <cstdio>: jpeglib.h needs FILE and size_t declared before it.
+#include <jerror.h>
+#include <jpeglib.h>
 
 namespace jpeg_io {
 namespace {
@@ -98,7 +98,9 @@ JpegPixels read_jpeg(const char* filename, const char* who) {
   s.err.base.emit_message = on_message;
   jpeg_create_decompress(&s.cinfo);
   s.created = true;
-  const auto unreadable = [&] { fail(who, std::string("Could not read file ") + filename + " (" + s.err.message + ")"); };
+  const auto unreadable = [&] {
+    fail(who, std::string("Could not read file ") + filename + " (" + s.err.message + ")");
+  };
   if (!read_header(&s.cinfo, &s.err, s.fp)) unreadable();
   if (s.cinfo.jpeg_color_space == JCS_CMYK || s.cinfo.jpeg_color_space == JCS_YCCK)
     fail(who, "Format not supported.  Expected greyscale or colour JPEG");

@@ -36,8 +36,8 @@ double mean_abs_difference(const CTensor<float>& t, const std::vector<uint8_t>& 
   for (int y = 0; y < t.ySize; ++y)
     for (int x = 0; x < t.xSize; ++x)
       for (int z = 0; z < t.zSize; ++z)
-        sum += std::abs(t(x, y, z) - interleaved[(static_cast<size_t>(y) * t.xSize + x) * components +
-                                                 (components == 1 ? 0 : z)]);
+        sum += std::abs(t(x, y, z) -
+                        interleaved[(static_cast<size_t>(y) * t.xSize + x) * components + (components == 1 ? 0 : z)]);
   return sum / static_cast<double>(t.size());
 }
 

@@ -46,7 +46,8 @@ inline Generated generate(const std::string& dir, scene::Layout layout, int view
   o.ground_truth_stride = 40;
   o.layout = layout;
   scene::write_scene(scene::make_default_scene(), o);
-  return {std::filesystem::absolute(dir).string(), scene::make_cameras(scene::make_default_scene(), scene::camera_ring(o))};
+  return {std::filesystem::absolute(dir).string(),
+          scene::make_cameras(scene::make_default_scene(), scene::camera_ring(o))};
 }
 
 inline importer::Intrinsics intrinsics_of(const scene::SceneCamera& c) { return {c.fx, c.fy, c.cx, c.cy}; }

@@ -30,8 +30,9 @@ std::vector<std::string> lines_of(const std::string& text) {
 
 std::vector<scene::ModelPoint> fuse(const std::string& out_dir, const std::string& depth_avg,
                                     const std::vector<std::string>& views) {
-  std::vector<std::string> args = {"--out-dir", out_dir, "--depth-avg", depth_avg, "--superpixels", "300",
-                                   "--min-support-sp", "1", "--min-support", "1", "--"};
+  std::vector<std::string> args = {
+      "--out-dir", out_dir,         "--depth-avg", depth_avg, "--superpixels", "300", "--min-support-sp",
+      "1",         "--min-support", "1",           "--"};
   args.insert(args.end(), views.begin(), views.end());
   // One thread: the order in which superpixel particles are made then does not vary between runs.
   const e2e::Result r = e2e::run(QUILLARA_BIN, fs::path(out_dir).parent_path().string(), args, {"OMP_NUM_THREADS=1"});
@@ -102,9 +103,10 @@ TEST(ImportProgram, ProblemsAreOneLineAndExitStatusOne) {
   const Generated g = generate(root + "/scene", scene::Layout::colmap_text, 2);
   io_test::write_bytes(g.dir + "/sparse/cameras.txt", "1 SIMPLE_RADIAL 160 120 131 80 60 0.01\n");
   EXPECT_EQ(e2e::run(QUILLARA_IMPORT_BIN, root, {"colmap", g.dir, "out"}),
-            (e2e::Result{"", "quillara-import: " + g.dir +
-                                 "/sparse/cameras.txt: camera 1 uses the SIMPLE_RADIAL model; only PINHOLE and "
-                                 "SIMPLE_PINHOLE cameras can be imported (undistort the images first)\n",
+            (e2e::Result{"",
+                         "quillara-import: " + g.dir +
+                             "/sparse/cameras.txt: camera 1 uses the SIMPLE_RADIAL model; only PINHOLE and "
+                             "SIMPLE_PINHOLE cameras can be imported (undistort the images first)\n",
                          1}));
   EXPECT_EQ(e2e::run(QUILLARA_IMPORT_BIN, root, {"tum", root + "/nothing", "out"}),
             (e2e::Result{"", "quillara-import: " + root + "/nothing: no such folder\n", 1}));
@@ -125,13 +127,13 @@ TEST(ColmapConverter, BinaryAndTextModelsOfTheRealWriterImportAlike) {
   const Generated binary = generate(root + "/binary", scene::Layout::colmap_bin, 3);
   const auto convert = [&](const std::string& from, const std::string& to, const char* type) {
     fs::create_directories(to);
-    const e2e::Result r = e2e::run(converter, root,
-                                   {"model_converter", "--input_path", from, "--output_path", to, "--output_type", type});
+    const e2e::Result r = e2e::run(
+        converter, root, {"model_converter", "--input_path", from, "--output_path", to, "--output_type", type});
     ASSERT_EQ(r.status, 0) << r.out << r.err;
   };
   // The converted models replace the generator's in copies of the workspaces.
-  for (const auto& [source, copy, type] : {std::tuple{text.dir, root + "/text_as_bin", "BIN"},
-                                           std::tuple{binary.dir, root + "/bin_as_text", "TXT"}}) {
+  for (const auto& [source, copy, type] :
+       {std::tuple{text.dir, root + "/text_as_bin", "BIN"}, std::tuple{binary.dir, root + "/bin_as_text", "TXT"}}) {
     fs::copy(source, copy, fs::copy_options::recursive);
     fs::remove_all(copy + "/sparse");
     convert(source + "/sparse", copy + "/sparse", type);

@@ -69,8 +69,8 @@ TEST(DepthScaling, IntegerSourcesKeepTheirValuesAndFloatSourcesScaleWhenNeeded) 
       ASSERT_EQ(depth_thousandths(s * (v / depth_scale)), v) << "depth scale " << depth_scale;
   }
   EXPECT_EQ(scale_for_float_depths(6.2, 3.1), 1.0);
-  EXPECT_DOUBLE_EQ(scale_for_float_depths(70, 30), 0.1);       // 70000 thousandths would overflow
-  EXPECT_DOUBLE_EQ(scale_for_float_depths(0.2, 0.05), 100.0);  // 50 steps at the median become 5000
+  EXPECT_DOUBLE_EQ(scale_for_float_depths(70, 30), 0.1);        // 70000 thousandths would overflow
+  EXPECT_DOUBLE_EQ(scale_for_float_depths(0.2, 0.05), 100.0);   // 50 steps at the median become 5000
   EXPECT_DOUBLE_EQ(scale_for_float_depths(0.5, 0.002), 100.0);  // as far as the largest depth allows
   EXPECT_EQ(scale_for_float_depths(60, 0.001), 1.0);
   EXPECT_EQ(depth_thousandths(65.5354), 65535);
@@ -81,13 +81,15 @@ TEST(DepthScaling, IntegerSourcesKeepTheirValuesAndFloatSourcesScaleWhenNeeded) 
 TEST(ColmapModel, RefusesOtherCameraModelsAndMalformedEntries) {
   const std::string cameras_txt = scratch_path("cameras.txt"), cameras_bin = scratch_path("cameras.bin"),
                     images_txt = scratch_path("images.txt"), images_bin = scratch_path("images.bin");
-  const std::string refusal = " model; only PINHOLE and SIMPLE_PINHOLE cameras can be imported (undistort the images first)";
+  const std::string refusal =
+      " model; only PINHOLE and SIMPLE_PINHOLE cameras can be imported (undistort the images first)";
   write_bytes(cameras_txt, "# a comment\n1 PINHOLE 640 480 500 500 320 240\n3 OPENCV 640 480 1 2 3 4 5 6 7 8\n");
   expect_import_error([&] { read_colmap_cameras_text(cameras_txt); },
                       cameras_txt + ": camera 3 uses the OPENCV" + refusal);
-  write_bytes(cameras_bin, with_count(2, binary_camera(1, 1, {500, 500, 320, 240}) +
-                                             binary_camera(7, 4, {1, 2, 3, 4, 5, 6, 7, 8})));
-  expect_import_error([&] { read_colmap_cameras_binary(cameras_bin); }, cameras_bin + ": camera 7 uses the OPENCV" + refusal);
+  write_bytes(cameras_bin,
+              with_count(2, binary_camera(1, 1, {500, 500, 320, 240}) + binary_camera(7, 4, {1, 2, 3, 4, 5, 6, 7, 8})));
+  expect_import_error([&] { read_colmap_cameras_binary(cameras_bin); },
+                      cameras_bin + ": camera 7 uses the OPENCV" + refusal);
   write_bytes(cameras_bin, with_count(1, binary_camera(2, 99, {})));
   expect_import_error([&] { read_colmap_cameras_binary(cameras_bin); },
                       cameras_bin + ": camera 2 uses the unknown (number 99)" + refusal);
@@ -96,7 +98,8 @@ TEST(ColmapModel, RefusesOtherCameraModelsAndMalformedEntries) {
   expect_import_error([&] { read_colmap_cameras_text(cameras_txt); },
                       cameras_txt + ": line 1: a PINHOLE camera has 4 parameters, found 3");
   write_bytes(cameras_bin, with_count(1, binary_camera(1, 0, {500, 320, 240})) + "x");
-  expect_import_error([&] { read_colmap_cameras_binary(cameras_bin); }, cameras_bin + ": has data behind its last entry");
+  expect_import_error([&] { read_colmap_cameras_binary(cameras_bin); },
+                      cameras_bin + ": has data behind its last entry");
 
   write_bytes(images_txt, "\n1 1 0 0 0 0 0 0 1\n\n");
   expect_import_error([&] { read_colmap_images_text(images_txt); },
@@ -128,9 +131,9 @@ TEST(ColmapWorkspace, NeedsASparseModelWhoseImagesHaveCameras) {
                       ws + "/sparse: no sparse model (cameras.bin and images.bin, or cameras.txt and images.txt)");
   write_bytes(ws + "/sparse/cameras.txt", "1 SIMPLE_PINHOLE 640 480 500 320 240\n");
   write_bytes(ws + "/sparse/images.txt", "4 1 0 0 0 0 0 0 2 a.png\n\n");
-  expect_import_error([&] { read_colmap_workspace(ws, DepthChoice::automatic); },
-                      ws + "/sparse/images.txt: image 4 refers to camera 2, which " + ws +
-                          "/sparse/cameras.txt does not hold");
+  expect_import_error(
+      [&] { read_colmap_workspace(ws, DepthChoice::automatic); },
+      ws + "/sparse/images.txt: image 4 refers to camera 2, which " + ws + "/sparse/cameras.txt does not hold");
 }
 
 // Element (x, y) of a one-channel array lies at y * width + x behind the text header.
@@ -214,7 +217,8 @@ TEST(LogSequence, MalformedTrajectoriesNameFileAndLine) {
   EXPECT_EQ(read("0 0 2\n" + identity).views.at(0).depth_path, dir + "/depth/1.png");
   expect_import_error([&] { read("0 0 1\n" + identity + "1 1 2\n1 0 0 0\n"); },
                       log + ": line 7: the file ends inside a block of 5 lines");
-  expect_import_error([&] { read("0 0\n" + identity); }, log + ": line 1: expected a block head \"id id frame\" of three integers");
+  expect_import_error([&] { read("0 0\n" + identity); },
+                      log + ": line 1: expected a block head \"id id frame\" of three integers");
   expect_import_error([&] { read("0 0 1\n1 0 0 0\n0 1 0 0\n0 0 1 0\n0 0 1 1\n"); },
                       log + ": line 5: the last matrix row must be 0 0 0 1");
   expect_import_error([&] { read("0 0 1\n1 0 0 0\n0 2 0 0\n0 0 1 0\n0 0 0 1\n"); },
@@ -229,7 +233,8 @@ TEST(LogSequence, MalformedTrajectoriesNameFileAndLine) {
 
 TEST(ImportArguments, OptionsBelongToTheirLayouts) {
   const auto parse = [](std::vector<std::string> args) { return parse_import_arguments(args); };
-  const ParsedImportArguments ok = parse({"--every=3", "log", "in", "out", "--intrinsics", "500,501,320.5,240", "--max-depth", "4"});
+  const ParsedImportArguments ok =
+      parse({"--every=3", "log", "in", "out", "--intrinsics", "500,501,320.5,240", "--max-depth", "4"});
   ASSERT_EQ(ok.action, ParsedImportArguments::Action::run) << ok.error;
   EXPECT_EQ(ok.options.settings.every, 3);
   EXPECT_EQ(ok.options.settings.max_depth, 4);
@@ -238,9 +243,11 @@ TEST(ImportArguments, OptionsBelongToTheirLayouts) {
   EXPECT_EQ(trajectory_of(ok.options), "in/trajectory.log");
 
   const std::vector<std::pair<std::vector<std::string>, std::string>> errors = {
-      {{"colmap", "ws", "out", "--intrinsics", "1,2,3,4"}, "--depth-scale, --trajectory and --intrinsics are for tum and log"},
+      {{"colmap", "ws", "out", "--intrinsics", "1,2,3,4"},
+       "--depth-scale, --trajectory and --intrinsics are for tum and log"},
       {{"tum", "d", "out", "--depth-maps", "geometric"}, "--depth-maps is for colmap"},
-      {{"tum", "d", "out", "--intrinsics", "1,2,3"}, "--intrinsics needs FX,FY,CX,CY with positive FX and FY, got '1,2,3'"},
+      {{"tum", "d", "out", "--intrinsics", "1,2,3"},
+       "--intrinsics needs FX,FY,CX,CY with positive FX and FY, got '1,2,3'"},
       {{"tum", "d", "--every", "0", "out"}, "--every needs a positive integer, got '0'"},
       {{"tum", "d"}, "expected LAYOUT SOURCE OUTDIR, got 2 arguments"},
       {{"ply", "d", "out"}, "unknown layout 'ply'; expected colmap, tum or log"},

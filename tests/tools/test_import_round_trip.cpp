@@ -88,8 +88,9 @@ TEST(ImportRoundTrip, ColmapDepthMapKindsAreChosenPerImage) {
       << printed;
 
   o.depth_maps = importer::DepthChoice::photometric;
-  expect_import_error(o, maps + "image_03.png.photometric.bin: expected a header \"width&height&channels&\" (not a "
-                                "depth map file)");
+  expect_import_error(o, maps +
+                             "image_03.png.photometric.bin: expected a header \"width&height&channels&\" (not a "
+                             "depth map file)");
 }
 
 // What quillara would trip over later is refused at import, naming the file.
@@ -107,16 +108,19 @@ TEST(ImportRoundTrip, ViewsQuillaraCannotUseAreRefused) {
   scene::write_png_rgb8(colour, 80, 60, std::vector<uint8_t>(80 * 60 * 3, 7));
   expect_import_error(o, colour + ": colour image is 80 x 60 pixels but its depth map 160 x 120");
   scene::write_png_gray16(colour, 160, 120, std::vector<uint16_t>(160 * 120, 7));
-  expect_import_error(o, colour + ": CTensor::readFromPNG: Format not supported.  Expected RGB(A) image with 8-bit per "
-                                  "channel");
+  expect_import_error(o, colour +
+                             ": CTensor::readFromPNG: Format not supported.  Expected RGB(A) image with 8-bit per "
+                             "channel");
   fs::remove(colour);
   const std::string spaced = g.dir + "/color/000001 copy.png";
   scene::write_png_rgb8(spaced, 160, 120, std::vector<uint8_t>(160 * 120 * 3, 7));
   expect_import_error(o, spaced + ": the path contains white space, which a view file cannot hold");
 
   const Generated c = generate(root + "/colmap", scene::Layout::colmap_text, 2);
-  io_test::write_bytes(c.dir + "/sparse/cameras.txt", "1 PINHOLE 80 60 100 100 40 30\n2 SIMPLE_PINHOLE 80 60 100 40 30\n");
+  io_test::write_bytes(c.dir + "/sparse/cameras.txt",
+                       "1 PINHOLE 80 60 100 100 40 30\n2 SIMPLE_PINHOLE 80 60 100 40 30\n");
   expect_import_error(options(SourceLayout::colmap, c.dir, root + "/colmap_out"),
-                      c.dir + "/stereo/depth_maps/image_00.png.geometric.bin: depth map is 160 x 120 pixels, its "
-                              "camera 80 x 60");
+                      c.dir +
+                          "/stereo/depth_maps/image_00.png.geometric.bin: depth map is 160 x 120 pixels, its "
+                          "camera 80 x 60");
 }

@@ -11,14 +11,20 @@ namespace importer {
 namespace {
 
 // Model names by their number in the binary files.
-const char* const model_names[] = {
-    "SIMPLE_PINHOLE", "PINHOLE", "SIMPLE_RADIAL", "RADIAL", "OPENCV", "OPENCV_FISHEYE", "FULL_OPENCV", "FOV",
-    "SIMPLE_RADIAL_FISHEYE", "RADIAL_FISHEYE", "THIN_PRISM_FISHEYE"};
+const char* const model_names[] = {"SIMPLE_PINHOLE",
+                                   "PINHOLE",
+                                   "SIMPLE_RADIAL",
+                                   "RADIAL",
+                                   "OPENCV",
+                                   "OPENCV_FISHEYE",
+                                   "FULL_OPENCV",
+                                   "FOV",
+                                   "SIMPLE_RADIAL_FISHEYE",
+                                   "RADIAL_FISHEYE",
+                                   "THIN_PRISM_FISHEYE"};
 
 // Parameter count of a pinhole model, 0 for any other.
-size_t pinhole_params(const std::string& model) {
-  return model == "PINHOLE" ? 4 : model == "SIMPLE_PINHOLE" ? 3 : 0;
-}
+size_t pinhole_params(const std::string& model) { return model == "PINHOLE" ? 4 : model == "SIMPLE_PINHOLE" ? 3 : 0; }
 
 [[noreturn]] void refuse_model(const std::string& path, uint32_t camera, const std::string& model) {
   fail(path, "camera " + std::to_string(camera) + " uses the " + model +

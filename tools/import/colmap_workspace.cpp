@@ -64,8 +64,8 @@ SourceScene read_colmap_workspace(const std::string& workspace, DepthChoice choi
     const std::string id = "image " + std::to_string(image.id);
     const auto camera = by_id.find(image.camera_id);
     if (camera == by_id.end())
-      fail(images_path, id + " refers to camera " + std::to_string(image.camera_id) + ", which " +
-                            cameras_path + " does not hold");
+      fail(images_path,
+           id + " refers to camera " + std::to_string(image.camera_id) + ", which " + cameras_path + " does not hold");
     SourceView view;
     if (!rotation_of(image.rotation, view.pose.R)) fail(images_path, id + " has a zero rotation quaternion");
     if (!finite(image.translation)) fail(images_path, id + " has a translation that is not finite");

@@ -30,8 +30,8 @@ DepthArray read_depth_array(const std::string& path) {
   if (channels != 1) fail(path, "has " + std::to_string(channels) + " channels; a depth map has 1");
   const uint64_t expected = static_cast<uint64_t>(width) * static_cast<uint64_t>(height) * 4;
   if (bytes.size() - pos != expected)
-    fail(path, "holds " + std::to_string(bytes.size() - pos) + " bytes of data, but " + std::to_string(width) +
-                   " x " + std::to_string(height) + " floats take " + std::to_string(expected));
+    fail(path, "holds " + std::to_string(bytes.size() - pos) + " bytes of data, but " + std::to_string(width) + " x " +
+                   std::to_string(height) + " floats take " + std::to_string(expected));
 
   DepthArray array;
   array.width = static_cast<int>(width);

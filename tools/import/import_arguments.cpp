@@ -15,8 +15,8 @@ bool parse_intrinsics(const std::string& text, Intrinsics& k) {
   for (size_t comma; (comma = text.find(',', start)) != std::string::npos; start = comma + 1)
     parts.push_back(text.substr(start, comma - start));
   parts.push_back(text.substr(start));
-  return parts.size() == 4 && positive(parts[0], k.fx) && positive(parts[1], k.fy) &&
-         parse_number(parts[2], k.cx) && parse_number(parts[3], k.cy);
+  return parts.size() == 4 && positive(parts[0], k.fx) && positive(parts[1], k.fy) && parse_number(parts[2], k.cx) &&
+         parse_number(parts[3], k.cy);
 }
 
 }  // namespace

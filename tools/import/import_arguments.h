@@ -14,12 +14,12 @@ enum class SourceLayout { colmap, tum, log };
 
 struct ImportOptions {
   SourceLayout layout = SourceLayout::colmap;
-  std::string source;                   // workspace or sequence folder
-  ImportSettings settings;              // output folder, --every, --max-depth
-  std::optional<double> depth_scale;    // --depth-scale (tum, log)
+  std::string source;                               // workspace or sequence folder
+  ImportSettings settings;                          // output folder, --every, --max-depth
+  std::optional<double> depth_scale;                // --depth-scale (tum, log)
   DepthChoice depth_maps = DepthChoice::automatic;  // --depth-maps (colmap)
-  std::string trajectory;               // --trajectory (tum, log); empty for the layout's default
-  Intrinsics intrinsics{525, 525, 319.5, 239.5};  // --intrinsics (tum, log)
+  std::string trajectory;                           // --trajectory (tum, log); empty for the layout's default
+  Intrinsics intrinsics{525, 525, 319.5, 239.5};    // --intrinsics (tum, log)
 };
 
 struct ParsedImportArguments {

@@ -34,8 +34,7 @@ std::vector<Block> read_blocks(const std::string& path) {
   std::vector<size_t> lines;  // the lines that hold data
   for (size_t i = 0; i < file.lines.size(); ++i)
     if (!is_blank_or_comment(file.lines[i])) lines.push_back(i);
-  if (lines.size() % 5 != 0)
-    file.fail_at(lines.empty() ? 0 : lines.back(), "the file ends inside a block of 5 lines");
+  if (lines.size() % 5 != 0) file.fail_at(lines.empty() ? 0 : lines.back(), "the file ends inside a block of 5 lines");
   std::vector<Block> blocks;
   for (size_t b = 0; b < lines.size(); b += 5) {
     const std::vector<std::string> head = split_fields(file.lines[lines[b]]);
@@ -69,17 +68,19 @@ SourceScene read_log_sequence(const std::string& dir, const std::string& traject
                               double depth_scale) {
   const std::vector<std::string> colour = files_in(dir + "/color"), depth = files_in(dir + "/depth");
   if (colour.size() != depth.size())
-    fail(dir, "color/ holds " + std::to_string(colour.size()) + " files but depth/ holds " +
-                  std::to_string(depth.size()));
+    fail(dir,
+         "color/ holds " + std::to_string(colour.size()) + " files but depth/ holds " + std::to_string(depth.size()));
   SourceScene scene;
   scene.description = "trajectory-log sequence " + dir;
   scene.depth_format = DepthFormat::png16;
   scene.depth_scale = depth_scale;
+  std::vector<bool> posed(depth.size(), false);
   for (const Block& block : read_blocks(trajectory)) {
     if (block.frame < 1 || block.frame > static_cast<long>(depth.size()))
       fail(trajectory, "frame " + std::to_string(block.frame) + " does not exist; frames count from 1 to the " +
                            std::to_string(depth.size()) + " images of depth/");
     const size_t i = static_cast<size_t>(block.frame - 1);
+    posed[i] = true;
     SourceView view;
     view.name = depth[i];
     view.intrinsics = intrinsics;
@@ -88,8 +89,8 @@ SourceScene read_log_sequence(const std::string& dir, const std::string& traject
     view.depth_path = dir + "/depth/" + depth[i];
     scene.views.push_back(view);
   }
-  if (scene.views.size() < depth.size())
-    scene.notes.push_back(std::to_string(depth.size() - scene.views.size()) + " frames have no pose");
+  if (const auto unposed = std::count(posed.begin(), posed.end(), false); unposed > 0)
+    scene.notes.push_back(std::to_string(unposed) + " frames without a pose left out");
   return scene;
 }
 

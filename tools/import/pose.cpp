@@ -16,8 +16,8 @@ bool rotation_of(Quaternion q, Mat3& rotation) {
 
 bool is_rotation(const Mat3& m, double tolerance) {
   const Vec3 r0{m.m[0], m.m[1], m.m[2]}, r1{m.m[3], m.m[4], m.m[5]}, r2{m.m[6], m.m[7], m.m[8]};
-  const double errors[] = {dot(r0, r0) - 1, dot(r1, r1) - 1, dot(r2, r2) - 1, dot(r0, r1), dot(r0, r2),
-                           dot(r1, r2),     dot(cross(r0, r1), r2) - 1};
+  const double errors[] = {dot(r0, r0) - 1, dot(r1, r1) - 1, dot(r2, r2) - 1,           dot(r0, r1),
+                           dot(r0, r2),     dot(r1, r2),     dot(cross(r0, r1), r2) - 1};
   for (double e : errors)
     if (!(std::abs(e) <= tolerance)) return false;
   return true;

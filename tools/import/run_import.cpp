@@ -13,10 +13,8 @@ SourceScene read_source(const ImportOptions& o) {
   if (!std::filesystem::is_directory(o.source)) fail(o.source, "no such folder");
   switch (o.layout) {
     case SourceLayout::colmap: return read_colmap_workspace(o.source, o.depth_maps);
-    case SourceLayout::tum:
-      return read_tum_sequence(o.source, trajectory_of(o), o.intrinsics, depth_scale_of(o));
-    case SourceLayout::log:
-      return read_log_sequence(o.source, trajectory_of(o), o.intrinsics, depth_scale_of(o));
+    case SourceLayout::tum: return read_tum_sequence(o.source, trajectory_of(o), o.intrinsics, depth_scale_of(o));
+    case SourceLayout::log: return read_log_sequence(o.source, trajectory_of(o), o.intrinsics, depth_scale_of(o));
   }
   return {};
 }

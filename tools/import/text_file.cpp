@@ -34,8 +34,8 @@ bool is_blank_or_comment(const std::string& line) {
   return first == std::string::npos || line[first] == '#';
 }
 
-std::vector<double> numbers_at(const TextFile& file, size_t line, const std::vector<std::string>& fields,
-                               size_t first, size_t count, const char* what) {
+std::vector<double> numbers_at(const TextFile& file, size_t line, const std::vector<std::string>& fields, size_t first,
+                               size_t count, const char* what) {
   std::vector<double> values(count);
   for (size_t k = 0; k < count; ++k)
     if (first + k >= fields.size() || !parse_number(fields[first + k], values[k]))

@@ -41,7 +41,7 @@ bool parse_number(const std::string& field, T& value) {
 }
 
 // Parses fields[first .. first + count) as numbers or fails at the line with `what`.
-std::vector<double> numbers_at(const TextFile& file, size_t line, const std::vector<std::string>& fields,
-                               size_t first, size_t count, const char* what);
+std::vector<double> numbers_at(const TextFile& file, size_t line, const std::vector<std::string>& fields, size_t first,
+                               size_t count, const char* what);
 
 }  // namespace importer

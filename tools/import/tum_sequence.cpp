@@ -24,7 +24,8 @@ std::vector<TimedPath> read_frame_list(const std::string& path) {
     frame.path = f[1];
     frames.push_back(frame);
   }
-  std::stable_sort(frames.begin(), frames.end(), [](const TimedPath& a, const TimedPath& b) { return a.time < b.time; });
+  std::stable_sort(frames.begin(), frames.end(),
+                   [](const TimedPath& a, const TimedPath& b) { return a.time < b.time; });
   return frames;
 }
 
@@ -47,8 +48,8 @@ std::vector<TimedPose> read_trajectory(const std::string& path) {
 // Index of the entry nearest in time within max_offset, or -1.
 template <typename Entry>
 long nearest(const std::vector<Entry>& sorted, double time, double max_offset) {
-  const auto after = std::lower_bound(sorted.begin(), sorted.end(), time,
-                                      [](const Entry& e, double t) { return e.time < t; });
+  const auto after =
+      std::lower_bound(sorted.begin(), sorted.end(), time, [](const Entry& e, double t) { return e.time < t; });
   long best = -1;
   double best_offset = max_offset;
   for (auto it : {after - (after != sorted.begin() ? 1 : 0), after}) {

@@ -3,9 +3,9 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <cstring>
 #include <filesystem>
 #include <limits>
-#include <cstring>
 #include <sstream>
 
 #include "image/CMatrix.h"
@@ -156,8 +156,7 @@ std::string format_number(const char* pattern, double v) {
 
 }  // namespace
 
-ImportSummary write_imported_views(const SourceScene& scene, const ImportSettings& settings,
-                                   std::ostream& progress) {
+ImportSummary write_imported_views(const SourceScene& scene, const ImportSettings& settings, std::ostream& progress) {
   const std::vector<const SourceView*> views = selected_views(scene, std::max(1, settings.every));
   if (views.size() < 2)
     fail(scene.description, std::to_string(views.size()) + " view" + (views.size() == 1 ? "" : "s") +
@@ -209,8 +208,8 @@ ImportSummary write_imported_views(const SourceScene& scene, const ImportSetting
     scene::write_text(view_file, scene::format_view_file(scene::make_view_file(camera, colour, depth_file)));
     summary.view_files.push_back(view_file);
     const size_t with_depth = std::count_if(stored.begin(), stored.end(), [](double d) { return d > 0; });
-    progress << "  " << scene::view_file_name(static_cast<int>(i)) << "  " << v.name << "  " << depth.width
-             << " x " << depth.height << ", " << with_depth << " depths" << std::endl;
+    progress << "  " << scene::view_file_name(static_cast<int>(i)) << "  " << v.name << "  " << depth.width << " x "
+             << depth.height << ", " << with_depth << " depths" << std::endl;
   }
   if (imported.count == 0) fail(scene.description, "no depth left in any view");
   summary.depth_pixels = imported.count;
@@ -229,8 +228,7 @@ std::string format_import_summary(const SourceScene& scene, const ImportSummary&
   if (s.removed_files > 0) out << "  removed " << s.removed_files << " files of an earlier import\n";
   out << "  depths: " << s.depth_pixels << " pixels from " << format_number("%.4g", s.smallest_depth) << " to "
       << format_number("%.4g", s.largest_depth) << ", median " << format_number("%.4g", s.median_depth) << "\n";
-  if (s.scale == 1)
-    out << "  scale: 1 (lengths as in the source)\n";
+  if (s.scale == 1) out << "  scale: 1 (lengths as in the source)\n";
   else
     out << "  scale: " << format_number("%g", s.scale) << " (every length of the view files is "
         << format_number("%g", s.scale) << " times the source's; divide the model by it for source units)\n";

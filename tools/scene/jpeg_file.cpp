@@ -1,13 +1,13 @@
 #include "tools/scene/jpeg_file.h"
 
-// jpeglib.h needs FILE and size_t declared before it.
+#include <csetjmp>
 #include <cstddef>
 #include <cstdio>
-#include <jpeglib.h>
-
-#include <csetjmp>
 #include <memory>
 #include <stdexcept>
+
+// After <cstddef> and <cstdio>: jpeglib.h needs FILE and size_t declared before it.
+#include <jpeglib.h>
 
 namespace scene {
 namespace {
@@ -20,8 +20,8 @@ struct ErrorManager {
 void on_error(j_common_ptr cinfo) { std::longjmp(reinterpret_cast<ErrorManager*>(cinfo->err)->jump, 1); }
 
 // libjpeg leaves through longjmp on failure; this frame holds no C++ objects with destructors.
-bool compress(jpeg_compress_struct* cinfo, ErrorManager* err, std::FILE* fp, int width, int height,
-              int components, const uint8_t* samples, int quality) {
+bool compress(jpeg_compress_struct* cinfo, ErrorManager* err, std::FILE* fp, int width, int height, int components,
+              const uint8_t* samples, int quality) {
   if (setjmp(err->jump)) return false;
   jpeg_stdio_dest(cinfo, fp);
   cinfo->image_width = static_cast<JDIMENSION>(width);
@@ -32,8 +32,7 @@ bool compress(jpeg_compress_struct* cinfo, ErrorManager* err, std::FILE* fp, int
   jpeg_set_quality(cinfo, quality, TRUE);
   jpeg_start_compress(cinfo, TRUE);
   while (cinfo->next_scanline < cinfo->image_height) {
-    JSAMPROW row =
-        const_cast<uint8_t*>(samples) + static_cast<std::size_t>(cinfo->next_scanline) * width * components;
+    JSAMPROW row = const_cast<uint8_t*>(samples) + static_cast<std::size_t>(cinfo->next_scanline) * width * components;
     jpeg_write_scanlines(cinfo, &row, 1);
   }
   jpeg_finish_compress(cinfo);

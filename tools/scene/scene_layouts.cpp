@@ -38,9 +38,7 @@ Quaternion quaternion_of(const Mat3& r) {
   return {(m[3] - m[1]) / s, (m[2] + m[6]) / s, (m[5] + m[7]) / s, 0.25 * s};
 }
 
-Mat3 transposed(const Mat3& a) {
-  return {{a.m[0], a.m[3], a.m[6], a.m[1], a.m[4], a.m[7], a.m[2], a.m[5], a.m[8]}};
-}
+Mat3 transposed(const Mat3& a) { return {{a.m[0], a.m[3], a.m[6], a.m[1], a.m[4], a.m[7], a.m[2], a.m[5], a.m[8]}}; }
 
 std::string format(const char* pattern, double a) {
   char buf[64];
@@ -97,7 +95,8 @@ void write_colmap_text(const std::string& sparse, const std::vector<SceneCamera>
                  std::to_string(c.height) + " " + numbers({c.fx, c.cx + 0.5, c.cy + 0.5}) + "\n");
   std::string images =
       "# Image list with two lines of data per image:\n#   IMAGE_ID, QW, QX, QY, QZ, TX, TY, TZ, CAMERA_ID, NAME\n"
-      "#   POINTS2D[] as (X, Y, POINT3D_ID)\n# Number of images: " + std::to_string(cameras.size()) + "\n";
+      "#   POINTS2D[] as (X, Y, POINT3D_ID)\n# Number of images: " +
+      std::to_string(cameras.size()) + "\n";
   for (size_t i = 0; i < cameras.size(); ++i) {
     const Quaternion q = quaternion_of(cameras[i].R);
     const Vec3 t = cameras[i].t;
@@ -235,14 +234,13 @@ void write_layout_view(Layout layout, const std::string& dir, int index, const R
         depth[i] = view.depth_mm[i] <= 65535 / 5 ? static_cast<uint16_t>(view.depth_mm[i] * 5) : 0;
       write_jpeg(subdir(dir, "rgb") + "/" + timestamp(tum_colour_time(index)) + ".jpg", view.width, view.height, 3,
                  view.rgb, 95);
-      write_png_gray16(subdir(dir, "depth") + "/" + timestamp(tum_depth_time(index)) + ".png", view.width,
-                       view.height, depth);
+      write_png_gray16(subdir(dir, "depth") + "/" + timestamp(tum_depth_time(index)) + ".png", view.width, view.height,
+                       depth);
       return;
     }
     case Layout::log:
       write_png_rgb8(subdir(dir, "color") + "/" + frame_name(index, "png"), view.width, view.height, view.rgb);
-      write_png_gray16(subdir(dir, "depth") + "/" + frame_name(index, "png"), view.width, view.height,
-                       view.depth_mm);
+      write_png_gray16(subdir(dir, "depth") + "/" + frame_name(index, "png"), view.width, view.height, view.depth_mm);
       return;
   }
 }
