@@ -5,6 +5,7 @@
 #include "image/CTensor.h"
 #include "image/EInvalidFileFormat.h"
 #include "image/image_format.h"
+#include "image/jpeg_io.h"
 #include "image/png_io.h"
 
 namespace {
@@ -104,6 +105,7 @@ void CTensor<float>::readFromImage(const char* filename) {
     case ImageFormat::PPM: readFromPPM(filename); break;
     case ImageFormat::PGM: readFromPGM(filename); break;
     case ImageFormat::PNG: readFromPNG(filename, false); break;
+    case ImageFormat::JPEG: readFromJPEG(filename); break;
   }
 }
 
@@ -120,6 +122,16 @@ void CTensor<float>::readFromPNG(const char* filename, bool ignoreAlpha) {
       for (int z = 0; z < planes; ++z)
         (*this)(x, y, z) = static_cast<float>(row[static_cast<std::size_t>(x) * png.channels + z]);
   }
+}
+
+template <>
+void CTensor<float>::readFromJPEG(const char* filename) {
+  const jpeg_io::JpegPixels jpeg = jpeg_io::read_jpeg(filename, "CTensor::readFromJPEG");
+  setSize(jpeg.width, jpeg.height, 3);
+  for (int y = 0; y < jpeg.height; ++y)
+    for (int x = 0; x < jpeg.width; ++x)
+      for (int z = 0; z < 3; ++z)
+        (*this)(x, y, z) = static_cast<float>(jpeg.rgb[(static_cast<std::size_t>(y) * jpeg.width + x) * 3 + z]);
 }
 
 // The maximum value is skipped but not used: samples are always single bytes.

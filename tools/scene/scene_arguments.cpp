@@ -28,6 +28,9 @@ std::string scene_usage() {
          "  --noise S      standard deviation of the depth noise at depth 1, in length units;\n"
          "                 it grows with depth squared (default 0: exact depths)\n"
          "  --seed K       seed of the depth noise, a non-negative integer (default 1)\n"
+         "  --layout L     also write the scene in another tool's layout: colmap-text, colmap-bin\n"
+         "                 (sparse model, images, float depth maps), tum (RGB-D sequence with JPEG\n"
+         "                 colour and depth in 1/5000) or log (colour, depth, trajectory.log)\n"
          "  --help         print this text\n"
          "\n"
          "Files: view_NN.txt, image_NN.png (8-bit RGB), depth_NN.png (16-bit, thousandths of the\n"
@@ -55,7 +58,7 @@ ParsedArguments parse_scene_arguments(const std::vector<std::string>& args) {
       name = name.substr(0, eq);
     }
     if (name != "--out" && name != "--views" && name != "--width" && name != "--height" && name != "--noise" &&
-        name != "--seed")
+        name != "--seed" && name != "--layout")
       return fail("unknown option " + quoted(args[i]));
     if (!inline_value) {
       if (i + 1 >= args.size()) return fail("option " + name + " needs a value");
@@ -76,6 +79,9 @@ ParsedArguments parse_scene_arguments(const std::vector<std::string>& args) {
     } else if (name == "--noise") {
       if (!parse_whole(value, o.noise) || !std::isfinite(o.noise) || o.noise < 0)
         return fail("--noise needs a number of at least 0, got " + quoted(value));
+    } else if (name == "--layout") {
+      if (!parse_layout(value, o.layout))
+        return fail("--layout needs colmap-text, colmap-bin, tum or log, got " + quoted(value));
     } else {
       if (!parse_whole(value, o.seed)) return fail("--seed needs a non-negative integer, got " + quoted(value));
     }

@@ -2,13 +2,13 @@
 
 #include <cctype>
 #include <cstdio>
-#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <iomanip>
 #include <sstream>
 #include <stdexcept>
 
+#include "tools/scene/little_endian.h"
 #include "tools/scene/png_io.h"
 #include "tools/scene/ray_cast.h"
 #include "tools/scene/render_view.h"
@@ -20,20 +20,6 @@ std::string numbered(const char* stem, int view, const char* extension) {
   char buf[64];
   std::snprintf(buf, sizeof buf, "%s_%02d.%s", stem, view, extension);
   return buf;
-}
-
-void write_text(const std::string& path, const std::string& text) {
-  std::ofstream out(path, std::ios::binary);
-  out << text;
-  out.flush();
-  if (!out) throw std::runtime_error("write_scene: cannot write " + path);
-}
-
-void put_float_le(std::string& out, double value) {
-  const float f = static_cast<float>(value);
-  uint32_t bits;
-  std::memcpy(&bits, &f, 4);
-  for (int k = 0; k < 4; ++k) out += static_cast<char>((bits >> (8 * k)) & 0xFF);
 }
 
 bool has_white_space(const std::string& s) {
@@ -51,6 +37,13 @@ std::string absolute_directory(const std::string& dir) {
 }
 
 }  // namespace
+
+void write_text(const std::string& path, const std::string& text) {
+  std::ofstream out(path, std::ios::binary);
+  out << text;
+  out.flush();
+  if (!out) throw std::runtime_error("write_scene: cannot write " + path);
+}
 
 CameraRing camera_ring(const SceneOptions& o) {
   CameraRing ring;
@@ -85,7 +78,8 @@ void write_ground_truth_ply(const std::string& path, const std::vector<SurfaceSa
                     "property float nx\nproperty float ny\nproperty float nz\nend_header\n";
   out.reserve(out.size() + samples.size() * 24);
   for (const SurfaceSample& s : samples) {
-    for (double v : {s.point.x, s.point.y, s.point.z, s.normal.x, s.normal.y, s.normal.z}) put_float_le(out, v);
+    for (double v : {s.point.x, s.point.y, s.point.z, s.normal.x, s.normal.y, s.normal.z})
+      put_le(out, static_cast<float>(v));
   }
   write_text(path, out);
 }
@@ -115,12 +109,14 @@ SceneSummary write_scene(const Scene& scene, const SceneOptions& options) {
     write_png_rgb8(image, view.width, view.height, view.rgb);
     write_png_gray16(depth, view.width, view.height, view.depth_mm);
     write_text(summary.out_dir + "/" + view_file_name(i), format_view_file(make_view_file(cameras[i], image, depth)));
+    write_layout_view(options.layout, summary.out_dir, i, view);
     for (double d : view.depth)
       if (d > 0) {
         depth_sum += d;
         ++summary.surface_pixels;
       }
   }
+  write_layout_index(options.layout, summary.out_dir, cameras);
   summary.average_depth = summary.surface_pixels ? depth_sum / static_cast<double>(summary.surface_pixels) : 0.0;
   char buf[64];
   std::snprintf(buf, sizeof buf, "%.9g\n", summary.average_depth);

@@ -6,6 +6,7 @@
 
 #include "tools/scene/scene.h"
 #include "tools/scene/scene_camera.h"
+#include "tools/scene/scene_layouts.h"
 
 namespace scene {
 
@@ -19,6 +20,7 @@ struct SceneOptions {
   double principal_offset_x = 0.0;  // principal point shift from the image centre, in pixels
   double principal_offset_y = 0.0;
   int ground_truth_stride = 4;  // ground truth from pixels whose x and y are multiples of this
+  Layout layout = Layout::none;  // another tool's layout written beside the view files
 };
 
 struct SurfaceSample {
@@ -35,6 +37,9 @@ struct SceneSummary {
 };
 
 CameraRing camera_ring(const SceneOptions& options);
+
+// Writes text to a file; throws std::runtime_error naming the path when that fails.
+void write_text(const std::string& path, const std::string& text);
 
 // "view_00.txt", "image_00.png", "depth_00.png" for view 0, and so on.
 std::string view_file_name(int view);
