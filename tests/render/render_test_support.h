@@ -78,6 +78,24 @@ inline bool interior(const GeneratedView& v, int x, int y) {
   return true;
 }
 
+// True when the surface point seen at pixel (x, y) of `target` is also seen by `source`, away
+// from edges and at an angle of less than about 53 degrees: there the source's samples cover the
+// surface without gaps.
+inline bool seen_well_by(const scene::Scene& world, const GeneratedView& source, const GeneratedView& target, int x,
+                         int y) {
+  const scene::Hit hit = scene::cast_ray(world, target.truth.center, scene::pixel_direction(target.truth, x, y));
+  if (!hit.found) return false;
+  const scene::SceneCamera& s = source.truth;
+  const scene::Vec3 c = s.R * hit.point + s.t;
+  if (c.z <= 0 || !interior(source, static_cast<int>(std::lround(s.fx * c.x / c.z + s.cx)),
+                            static_cast<int>(std::lround(s.fy * c.y / c.z + s.cy))))
+    return false;
+  const scene::Vec3 ray = hit.point - s.center;
+  const scene::Hit back = scene::cast_ray(world, s.center, ray);
+  if (!back.found || std::fabs(back.t - 1.0) > 1e-6) return false;  // hidden from the source
+  return std::fabs(scene::dot(scene::normalize(ray), hit.normal)) > 0.6;
+}
+
 // World size of one pixel at the true depth of (x, y).
 inline float footprint(const GeneratedView& v, int x, int y) { return v.depth(x, y) / v.camera.K[0]; }
 

@@ -53,22 +53,6 @@ class RenderPointsTest : public RenderTest {
   }
 };
 
-// True when the surface point seen at pixel (x, y) of `target` is also seen, away from edges and
-// not too obliquely, by `source`: there the source's disks tile the surface without gaps.
-bool seen_well_by(const GeneratedView& source, const GeneratedView& target, int x, int y) {
-  const scene::Hit hit = scene::cast_ray(scene8().world, target.truth.center, scene::pixel_direction(target.truth, x, y));
-  if (!hit.found) return false;
-  const scene::SceneCamera& s = source.truth;
-  const scene::Vec3 c = s.R * hit.point + s.t;
-  const double u = s.fx * c.x / c.z + s.cx, v = s.fy * c.y / c.z + s.cy;
-  const int ui = static_cast<int>(std::lround(u)), vi = static_cast<int>(std::lround(v));
-  if (c.z <= 0 || !interior(source, ui, vi)) return false;
-  const scene::Vec3 ray = hit.point - s.center;
-  const scene::Hit back = scene::cast_ray(scene8().world, s.center, ray);
-  if (!back.found || std::fabs(back.t - 1.0) > 1e-6) return false;  // hidden from the source
-  return std::fabs(scene::dot(scene::normalize(ray), hit.normal)) > 0.6;
-}
-
 }  // namespace
 
 // Rendered into its own camera, every seen pixel has the true depth (each pixel's own disk lies in
@@ -121,7 +105,7 @@ TEST_F(RenderPointsTest, ParticlesRenderIntoANeighbouringCamera) {
   int checked = 0;
   for (int y = 0; y < H; ++y)
     for (int x = 0; x < W; ++x) {
-      if (!interior(target, x, y) || !seen_well_by(source, target, x, y)) continue;
+      if (!interior(target, x, y) || !seen_well_by(scene8().world, source, target, x, y)) continue;
       ++checked;
       ASSERT_NEAR(r.depth[y * W + x], target.depth(x, y), 0.01f * footprint(target, x, y)) << x << ", " << y;
     }
