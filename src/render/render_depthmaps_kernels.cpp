@@ -108,6 +108,7 @@ HOST_DEVICE Splat splat_disk(Projection const& proj, float3 pc, float3 nc, float
 
   for (int y = y0; y <= y1; ++y) {
     const float dy = (static_cast<float>(y) - proj.cy) / proj.fy;
+    // The parts of the three dot products that depend on the row only.
     const float row_w = Wv.y * dy + Wv.z, row_e = E.y * dy + E.z, row_f = F.y * dy + F.z;
     const int ty = proj.height - 1 - y;
     for (int x = x0; x <= x1; ++x) {
