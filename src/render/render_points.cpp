@@ -37,3 +37,8 @@ void render_points(RenderBuffer& rb, Points const& points, Camera const& camera,
                                                  static_cast<int>(rb.image.extents.y), near, far);
   render_points(rb, proj, points, ignored, radius_scale);
 }
+
+void shade_normals(RenderBuffer& rb) {
+  shading_pass_normal_kernel(render_launch::pixel_shape(rb.image.extents.x, rb.image.extents.y), rb);
+  _CHECK_CUDA_ERROR(__FILE__, __LINE__);
+}
