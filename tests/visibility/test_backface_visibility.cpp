@@ -10,43 +10,39 @@
 #include "src/particles/threshold_particles.h"
 #include "src/visibility/backface_visibility_test.h"
 #include "tests/render/render_test_support.h"
-#include "tools/scene/scene.h"
 
 namespace {
 
 constexpr int kViews = 8;
 
 struct Model {
-  std::vector<GeneratedView> views;
+  std::vector<Camera> cameras;
+  std::vector<Camera*> camera_ptrs;
   ParticleSet set;
-  std::vector<Camera*> cameras;
   std::size_t true_count = 0;
 };
+
+void append(ParticleSet& to, const ParticleSet& from) {
+  to.particles.insert(to.particles.end(), from.particles.begin(), from.particles.end());
+  to.offsets.insert(to.offsets.end(), from.offsets.begin(), from.offsets.end());
+  to.normals.insert(to.normals.end(), from.normals.begin(), from.normals.end());
+}
 
 // All views' particles of a noise-free 8-view ring, then a planted point for every 7th interior
 // pixel of view 0: 0.5 units in front of the surface towards the camera, its normal turned away.
 Model planted_model() {
   Model m;
-  const scene::Scene world = scene::make_default_scene();
-  scene::CameraRing ring;
-  ring.views = kViews;
-  ring.width = 96;
-  ring.height = 72;
-  const std::vector<scene::SceneCamera> rig = scene::make_cameras(world, ring);
-  for (int i = 0; i < kViews; ++i) m.views.push_back(generate_view(world, rig[i], i));
-  for (GeneratedView& v : m.views) {
-    const ParticleSet s = particles_of(v);
-    m.set.particles.insert(m.set.particles.end(), s.particles.begin(), s.particles.end());
-    m.set.offsets.insert(m.set.offsets.end(), s.offsets.begin(), s.offsets.end());
-    m.set.normals.insert(m.set.normals.end(), s.normals.begin(), s.normals.end());
-    m.cameras.push_back(&v.camera);
+  for (int i = 0; i < kViews; ++i) {
+    m.cameras.push_back(generated(i).camera);
+    append(m.set, particles_of(generated(i)));
   }
+  for (Camera& c : m.cameras) m.camera_ptrs.push_back(&c);
   m.true_count = m.set.particles.size();
-  const ParticleSet own = particles_of(m.views[0]);
+  const GeneratedView& v = generated(0);
+  const ParticleSet own = particles_of(v);
   for (std::size_t i = 0; i < own.particles.size(); i += 7) {
     Particle p = own.particles[i];
-    const int x = p.pixel_index % ring.width, y = p.pixel_index / ring.width;
-    if (!interior(m.views[0], x, y)) continue;
+    if (!interior(v, p.pixel_index % v.camera.width, p.pixel_index / v.camera.width)) continue;
     p.pos = p.pos + 0.5f * p.dir;  // dir points at the camera centre
     m.set.particles.push_back(p);
     m.set.offsets.push_back(0.0f);
@@ -62,8 +58,8 @@ TEST(BackfaceVisibility, RemovesPointsFloatingInFrontAndFacingAwayKeepsTheSurfac
   const std::size_t planted = m.set.particles.size() - m.true_count;
   ASSERT_GT(planted, 200u);
   std::vector<int> counts;
-  const float r1 = m.views[0].depth(48, 36) / m.views[0].camera.K[0];  // one pixel at the scene's depth
-  backface_visibility_test(counts, m.set.particles, m.set.offsets, m.set.normals, m.cameras, r1);
+  const float r1 = footprint(generated(0), 60, 45);  // one pixel at the scene's depth
+  backface_visibility_test(counts, m.set.particles, m.set.offsets, m.set.normals, m.camera_ptrs, r1);
   ASSERT_EQ(counts.size(), m.set.particles.size());
   const std::size_t true_offenders =
       std::count_if(counts.begin(), counts.begin() + m.true_count, [](int c) { return c > 1; });
@@ -79,7 +75,7 @@ TEST(BackfaceVisibility, RemovesPointsFloatingInFrontAndFacingAwayKeepsTheSurfac
 
   // counts is added to, and the removal keeps what offends in at most one view.
   std::vector<int> twice = counts;
-  backface_visibility_test(twice, m.set.particles, m.set.offsets, m.set.normals, m.cameras, r1);
+  backface_visibility_test(twice, m.set.particles, m.set.offsets, m.set.normals, m.camera_ptrs, r1);
   for (std::size_t i = 0; i < counts.size(); i += 101) EXPECT_EQ(twice[i], 2 * counts[i]);
   threshold_particles<int>(counts, m.set.particles, m.set.offsets, m.set.normals, 0, 1);
   std::size_t planted_left = 0;  // the planted points are the ones whose normal turns from their ray
@@ -90,6 +86,6 @@ TEST(BackfaceVisibility, RemovesPointsFloatingInFrontAndFacingAwayKeepsTheSurfac
 
   std::vector<int> none;
   const std::vector<Particle> empty;
-  backface_visibility_test(none, empty, {}, {}, m.cameras, r1);
+  backface_visibility_test(none, empty, {}, {}, m.camera_ptrs, r1);
   EXPECT_TRUE(none.empty());
 }

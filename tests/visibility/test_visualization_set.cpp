@@ -14,17 +14,11 @@
 #include "src/visibility/create_particles_for_visualization.h"
 #include "tests/render/render_test_support.h"
 #include "tests/support/io_test_support.h"
-#include "tools/scene/scene.h"
 
 using VisualizationSet = RenderTest;
 
 TEST_F(VisualizationSet, KeepsWhatItsViewSeesInTheRenderedColour) {
-  const scene::Scene world = scene::make_default_scene();
-  scene::CameraRing ring;
-  ring.views = 2;
-  ring.width = 96;
-  ring.height = 72;
-  GeneratedView v = generate_view(world, scene::make_cameras(world, ring)[0], 0);
+  GeneratedView v = generated(0);
   ParticleSet s = particles_of(v);
   const std::size_t visible = s.particles.size();
   // A second layer ten pixel footprints behind the first, seen by nobody.
