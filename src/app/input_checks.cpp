@@ -52,10 +52,11 @@ std::string radius_problem(float average_depth, float fx, float superpixel_radiu
     const char* name;
     bool from_superpixels;
   };
-  const Radius radii[] = {{superpixel_radius * 9.0f, "9 superpixel radii", true},
-                          {superpixel_radius, "one superpixel radius", true},
+  // The radii of --depth-avg alone first, so that --superpixels is named only when it matters.
+  const Radius radii[] = {{1.0f, "one pixel", false},
                           {5.0f, "5 pixels", false},
-                          {1.0f, "one pixel", false}};
+                          {superpixel_radius, "one superpixel radius", true},
+                          {superpixel_radius * 9.0f, "9 superpixel radii", true}};
   for (const Radius& r : radii) {
     const float h = pixel_radius(r.pixels, average_depth, fx);
     if (kernel_computable(h)) continue;

@@ -72,14 +72,15 @@ int main(int argc, char* argv[]) {
     std::cerr << e.what() << "\n";
     return 1;
   }
-  const InputDepths input = measure_input_depths(depthmaps);
-  if (const std::string warning = depth_avg_warning(average_depth, input); !warning.empty())
-    std::cerr << warning << std::endl;
   const float s = superpixel_radius(cameras[0].width, cameras[0].height, superpixel_count);
   if (const std::string problem = radius_problem(average_depth, cameras[0].K[0], s); !problem.empty()) {
+    std::cout.flush();
     std::cerr << problem << "\n";
     return 1;
   }
+  const InputDepths input = measure_input_depths(depthmaps);
+  if (const std::string warning = depth_avg_warning(average_depth, input); !warning.empty())
+    std::cerr << warning << std::endl;
 
   // Superpixel-level model: one particle per superpixel, filtered on the union of all views.
   std::vector<std::vector<Superpixel>> superpixels(n_keyframes);

@@ -2,10 +2,12 @@
 
 #include <boost/filesystem.hpp>
 #include <fstream>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
 #include "src/app/command_line.h"
+#include "src/app/fatal_error.h"
 #include "src/app/my_arg.h"
 #include "src/core/settings.h"
 
@@ -45,14 +47,27 @@ TEST(MyArg, NonEmptyTextAndNumbersReadCompletely) {
   for (const char* bad : {"1.5", "1e3", "abc", "-"})
     EXPECT_EQ(run_check(MyArg::Integer, bad), std::make_pair(option::ARG_ILLEGAL, numeric)) << bad;
 
-  for (option::CheckArg check : {MyArg::NonEmpty, MyArg::Double, MyArg::Integer}) {
+  // The range checks judge the value the settings will hold: the stream's reading as a float.
+  const std::pair<option::ArgStatus, std::string> positive{option::ARG_ILLEGAL,
+                                                           "Option '--x' requires a positive finite argument\n"};
+  for (const char* text : {"2.5", "1e-30", "3e38"}) EXPECT_EQ(run_check(MyArg::PositiveDouble, text), ok) << text;
+  for (const char* bad : {"0", "-0", "-1", "1e-50", "1e39", "inf", "nan", "0x10"})
+    EXPECT_EQ(run_check(MyArg::PositiveDouble, bad), positive) << bad;
+  EXPECT_EQ(run_check(MyArg::NonNegativeDouble, "0"), ok);
+  EXPECT_EQ(run_check(MyArg::NonNegativeDouble, "-1e-9"),
+            std::make_pair(option::ARG_ILLEGAL, std::string("Option '--x' requires a finite argument of at least 0\n")));
+  EXPECT_EQ(run_check(MyArg::PositiveInteger, "2147483647"), ok);
+  EXPECT_EQ(run_check(MyArg::PositiveInteger, "2147483648").first, option::ARG_ILLEGAL);
+  EXPECT_EQ(run_check(MyArg::PositiveInteger, "1.5"), std::make_pair(option::ARG_ILLEGAL, numeric));
+
+  for (option::CheckArg check : {MyArg::NonEmpty, MyArg::Double, MyArg::Integer, MyArg::PositiveDouble}) {
     EXPECT_EQ(run_check(check, ""), std::make_pair(option::ARG_ILLEGAL, non_empty));
     EXPECT_EQ(run_check(check, nullptr), std::make_pair(option::ARG_ILLEGAL, non_empty));
   }
 }
 
 TEST(MyArg, MissingOptionsQuietlyOrNone) {
-  std::vector<option::Option> options(12);
+  std::vector<option::Option> options(VERSION + 2);
   testing::internal::CaptureStderr();
   EXPECT_TRUE(MyArg::testForMissingOptions(required_options, options.data(), usage, true));
   EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
@@ -75,7 +90,7 @@ TEST(SetUpRun, StoresSettingsAndViewFiles) {
   const std::string out = dir + "/out/nested";
 
   std::vector<std::string> args = {"quillara", "-o", out, "--depth-avg", "2.5", "--depth-avg=3", "--alpha-sp", "0.3",
-                                   "--beta", "-2", "--min-support", "0", "--superpixels", "77", "--bogus",
+                                   "--beta", "2", "--min-support", "0", "--superpixels", "77", "--bogus",
                                    "--", view_a, view_b};
   std::vector<char*> argv;
   for (std::string& a : args) argv.push_back(a.data());
@@ -89,7 +104,7 @@ TEST(SetUpRun, StoresSettingsAndViewFiles) {
   EXPECT_EQ(alpha_sp, 0.3f);
   EXPECT_EQ(beta_sp, 1.0f);
   EXPECT_EQ(alpha, 0.001f);
-  EXPECT_EQ(beta, -2.0f);
+  EXPECT_EQ(beta, 2.0f);
   EXPECT_EQ(min_support_sp, 2.0f);
   EXPECT_EQ(min_support, 0.0f);
   EXPECT_EQ(superpixel_count, 77);
@@ -97,3 +112,15 @@ TEST(SetUpRun, StoresSettingsAndViewFiles) {
 }
 
 }  // namespace
+
+// An exception that ends the process, even from inside a parallel region, is named first.
+TEST(InternalErrors, TerminateSaysWhatFailed) {
+  EXPECT_DEATH(
+      {
+        report_internal_errors();
+#pragma omp parallel for
+        for (int i = 0; i < 4; ++i)
+          if (i == 1) throw std::runtime_error("cell_start is invalid!  key 7   value 4294967295\n");
+      },
+      "quillara: internal error: cell_start is invalid!  key 7   value 4294967295");
+}
