@@ -89,10 +89,13 @@ class BadInput : public testing::Test {
     limits.seconds = 120.0;
     return e2e::run(QUILLARA_BIN, dir_.string(), args, {"OMP_WAIT_POLICY=passive"}, limits);
   }
-  std::vector<std::string> options(const std::string& out, std::vector<std::string> more = {}) {
+  // The command line for output directory `out`, the views and any further options.
+  std::vector<std::string> command(const std::string& out, const std::vector<std::string>& views,
+                                   const std::vector<std::string>& more = {}) {
     std::vector<std::string> args = {"-o", out, "--depth-avg", tiny_scene().average_depth, "--superpixels", "300"};
     args.insert(args.end(), more.begin(), more.end());
     args.push_back("--");
+    args.insert(args.end(), views.begin(), views.end());
     return args;
   }
   std::vector<std::string> files(const std::string& out) {
@@ -132,7 +135,7 @@ TEST_F(BadInput, ViewFileMistakesEndInOneLineNamingTheFile) {
   };
   for (const auto& [text, cause] : cases) {
     write("bad.txt", text);
-    const e2e::Result r = quillara(options("out", {s.views[0], "bad.txt"}));
+    const e2e::Result r = quillara(command("out", {s.views[0], "bad.txt"}));
     EXPECT_EQ(r.status, 1) << r;
     EXPECT_TRUE(r.err.starts_with("view file \"bad.txt\": " + cause)) << r.err;
     EXPECT_EQ(std::count(r.err.begin(), r.err.end(), '\n'), 1) << r.err;
@@ -142,13 +145,13 @@ TEST_F(BadInput, ViewFileMistakesEndInOneLineNamingTheFile) {
 
 // Radii beyond the 32-bit kernel would stall the filter for ever: refused once fx is known.
 TEST_F(BadInput, AverageDepthTheFilterCannotComputeIsRefused) {
-  std::vector<std::string> args = options("out2", {tiny_scene().views[0], tiny_scene().views[1]});
+  std::vector<std::string> args = command("out", {tiny_scene().views[0], tiny_scene().views[1]});
   args[3] = "1e30";
   const e2e::Result huge = quillara(args);
   EXPECT_EQ(huge.status, 1) << huge;
   EXPECT_TRUE(huge.err.starts_with("--depth-avg 1e+30 makes the smoothing radius ")) << huge.err;
   EXPECT_EQ(std::count(huge.err.begin(), huge.err.end(), '\n'), 1) << huge.err;
-  EXPECT_TRUE(fs::is_empty(dir_ / "out2"));
+  EXPECT_TRUE(fs::is_empty(dir_ / "out"));
 
   args[3] = "100";  // far from the scene's depths, but computable: a warning
   const e2e::Result far = quillara(args);
@@ -163,10 +166,7 @@ TEST_F(BadInput, FailedWriteKeepsTheEarlierModel) {
   write("out/model.ply", "earlier model");
   e2e::Limits limits;
   limits.file_size = 2000;  // the header fits, the points don't
-  const std::vector<std::string> views = tiny_scene().views;
-  std::vector<std::string> args = options("out", {"--min-support-sp", "0"});
-  args.insert(args.end(), views.begin(), views.end());
-  const e2e::Result r = quillara(args, limits);
+  const e2e::Result r = quillara(command("out", tiny_scene().views, {"--min-support-sp", "0"}), limits);
   EXPECT_EQ(r.status, 1) << r;
   EXPECT_EQ(r.err, "cannot write model file \"out/model_superpixel.ply\": File too large\n");
   EXPECT_EQ(files("out"), (std::vector<std::string>{"model.ply", "model_superpixel.ply"}));
@@ -179,7 +179,7 @@ TEST_F(BadInput, FailedWriteKeepsTheEarlierModel) {
 // the summary reports the model it wrote.
 TEST_F(BadInput, KeepingEveryPointEndsInTime) {
   const std::vector<std::string> views = tiny_scene().views;
-  const e2e::Result r = quillara(options("out", {"--min-support-sp", "0", "--min-support", "0", "--", views[0], views[1]}));
+  const e2e::Result r = quillara(command("out", {views[0], views[1]}, {"--min-support-sp", "0", "--min-support", "0"}));
   ASSERT_EQ(r.status, 0) << r.err;
   bool finite = false;
   const std::vector<float> sizes = point_sizes((dir_ / "out/model.ply").string(), finite);

@@ -113,14 +113,18 @@ TEST(SetUpRun, StoresSettingsAndViewFiles) {
 
 }  // namespace
 
+void throw_in_parallel_region() {
+#pragma omp parallel for
+  for (int i = 0; i < 4; ++i)
+    if (i == 1) throw std::runtime_error("cell_start is invalid!  key 7   value 4294967295\n");
+}
+
 // An exception that ends the process, even from inside a parallel region, is named first.
 TEST(InternalErrors, TerminateSaysWhatFailed) {
   EXPECT_DEATH(
       {
         report_internal_errors();
-#pragma omp parallel for
-        for (int i = 0; i < 4; ++i)
-          if (i == 1) throw std::runtime_error("cell_start is invalid!  key 7   value 4294967295\n");
+        throw_in_parallel_region();
       },
       "quillara: internal error: cell_start is invalid!  key 7   value 4294967295");
 }

@@ -142,8 +142,11 @@ TEST(Netpbm, ReaderQuirksAndFailures) {
   testing::internal::CaptureStderr();
   write_bytes(path, "P6\n2 1\n255\n\x01\x02\x03\x04");  // pixel 1 has only its red byte
   expect_runtime_error([&] { t.readFromPPM(path.c_str()); }, "CTensor::readFromPPM: File " + path + " is truncated");
-  write_bytes(path, "P5\n60000 60000\n255\nAB");  // refused before gigabytes are allocated
+  write_bytes(path, "P5\n40000 40000\n255\nAB");  // refused before gigabytes are allocated
   expect_runtime_error([&] { t.readFromPGM(path.c_str()); }, "CTensor::readFromPGM: File " + path + " is truncated");
+  // Found by fuzzing: 30 bytes that used to allocate and fill 1.2 GB.
+  write_bytes(path, std::string("P6\n999999+99# ee\xff\xff\xff\xff\xff\xff\xff\x0b>>>>\n\x12", 30));
+  expect_runtime_error([&] { t.readFromPPM(path.c_str()); }, "CTensor::readFromPPM: File " + path + " is truncated");
   write_bytes(path, "P3\n1 1\n255\n1 2 3\n");  // a text variant is refused
   expect_runtime_error([&] { t.readFromPPM(path.c_str()); }, "File is not in PPM format");
   EXPECT_THROW(t.readFromPGM(path.c_str()), EInvalidFileFormat);
