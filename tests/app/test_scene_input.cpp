@@ -114,10 +114,10 @@ TEST_F(SceneInput, TwoViewsTakeTheLargerMaximum) {
 }
 
 TEST_F(SceneInput, ThreeViewsTakeTheMiddleMaximum) {
-  // Largest, smallest, middle: the statistic is neither the first, the last nor an extreme.
+  // Largest, smallest, middle: the statistic is neither the first, the last nor an extreme; all-zero
+  // maps count with a maximum of 0.
   read({make_view("a", constant(3000)), make_view("b", constant(1000)), make_view("c", constant(2000))}, true);
   EXPECT_EQ(depth_range_max, 2.0f);
-  // All-zero maps count with a maximum of 0.
   read({make_view("z0", constant(0)), make_view("b", constant(1000)), make_view("z1", constant(0))}, true);
   EXPECT_EQ(depth_range_max, 0.0f);
 }
