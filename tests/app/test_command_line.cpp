@@ -61,19 +61,6 @@ TEST(MyArg, NonEmptyTextAndNumbersReadCompletely) {
   }
 }
 
-TEST(MyArg, MissingOptionsQuietlyOrNone) {
-  std::vector<option::Option> options(VERSION + 2);
-  testing::internal::CaptureStderr();
-  EXPECT_TRUE(MyArg::testForMissingOptions(required_options, options.data(), usage, true));
-  EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
-
-  options[DEPTH_AVG] = with_arg("--depth-avg", "2");
-  options[OUT_DIR] = with_arg("-o", "x");
-  testing::internal::CaptureStderr();
-  EXPECT_FALSE(MyArg::testForMissingOptions(required_options, options.data(), usage, false));
-  EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
-}
-
 // The success path, in process: the settings a later stage reads.
 TEST(SetUpRun, StoresSettingsAndViewFiles) {
   const std::string dir = std::string(QUILLARA_TEST_TMP) + "/set_up_run";

@@ -2,7 +2,6 @@
 #include <png.h>
 
 #include <fstream>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -201,32 +200,4 @@ TEST(InputChecks, AverageDepthAgainstTheInputAndTheKernel) {
             "the filter's 32-bit kernel; give the scene's average depth in the length unit of the view files");
   EXPECT_NE(radius_problem(2.75f, 500.0f, 1e-4f).find("(one superpixel radius at fx 500 of the first view), too small"),
             std::string::npos);
-}
-
-TEST(KeyframeDepthRange, SearchesAlongTheAxis) {
-  Camera c;
-  c.R[0] = c.R[4] = c.R[8] = 1.0f;  // looks along +z
-  std::vector<Camera> n(4);
-  const float around[4][2] = {{1, 0}, {-1, 0}, {0, 1}, {0, -1}};
-  for (int i = 0; i < 4; ++i) {
-    n[i].center[0] = around[i][0];
-    n[i].center[1] = around[i][1];
-    c.neighbours.push_back(&n[i]);
-  }
-  auto estimate = [](Camera& camera) {
-    testing::internal::CaptureStdout();
-    estimate_keyframe_depth_range(camera);
-    return testing::internal::GetCapturedStdout();
-  };
-  const std::string printed = estimate(c);
-  std::ostringstream expected;
-  expected << " max_depth = " << c.max_depth << "  min_depth = 3\n";
-  EXPECT_EQ(printed, expected.str());
-  EXPECT_NEAR(c.max_depth, 286.3f, 2.0f);  // where d / sqrt(d^2 + 1) reaches 0.9999939
-
-  // With fewer than 3 neighbours the depth only shrinks, down to the last step.
-  c.neighbours.resize(2);
-  EXPECT_EQ(estimate(c), " max_depth = 0.000976562  min_depth = 3\n");
-  Camera lonely;
-  EXPECT_EQ(estimate(lonely), "");
 }
