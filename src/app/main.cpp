@@ -41,15 +41,21 @@ void print_filter_header(float radius, size_t count) {
   std::cout << "                   #particles = " << count << "\n";
 }
 
-// Writes one model; a file that cannot be written ends the run with its reason.
+// Ends the run with one line on standard error, after the progress printed so far.
+int fail(const std::string& line) {
+  std::cout.flush();
+  std::cerr << line << "\n";
+  return 1;
+}
+
+// Writes one model; false, after saying why, when the file cannot be written.
 bool write_model(const std::vector<Particle>& particles, const std::vector<float>& offsets,
                  const std::vector<float3>& normals, const std::string& path) {
   try {
     writeParticlesToPLY(particles, offsets, normals, path);
     return true;
   } catch (const ModelWriteError& e) {
-    std::cout.flush();
-    std::cerr << e.what() << "\n";
+    fail(e.what());
     return false;
   }
 }
@@ -68,16 +74,11 @@ int main(int argc, char* argv[]) {
   try {
     read_views(view_files, cameras, camera_ptrs, depthmaps, /*average_depth_given=*/true);  // --depth-avg is required
   } catch (const ViewFileError& e) {
-    std::cout.flush();
-    std::cerr << e.what() << "\n";
-    return 1;
+    return fail(e.what());
   }
   const float s = superpixel_radius(cameras[0].width, cameras[0].height, superpixel_count);
-  if (const std::string problem = radius_problem(average_depth, cameras[0].K[0], s); !problem.empty()) {
-    std::cout.flush();
-    std::cerr << problem << "\n";
-    return 1;
-  }
+  if (const std::string problem = radius_problem(average_depth, cameras[0].K[0], s); !problem.empty())
+    return fail(problem);
   const InputDepths input = measure_input_depths(depthmaps);
   if (const std::string warning = depth_avg_warning(average_depth, input); !warning.empty())
     std::cerr << warning << std::endl;

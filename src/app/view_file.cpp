@@ -1,5 +1,6 @@
 #include "src/app/view_file.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <cmath>
@@ -67,19 +68,19 @@ std::string number_text(double v) {
 
 // The rotation is stored row by row: element (r, c) is R[3 * r + c].
 std::string rotation_problem(const float* R) {
+  const auto at = [R](int r, int c) { return static_cast<double>(R[3 * r + c]); };
   double deviation = 0.0;
   for (int a = 0; a < 3; ++a)
     for (int b = 0; b < 3; ++b) {
-      double dot = 0.0;  // column a of R with column b
-      for (int r = 0; r < 3; ++r) dot += static_cast<double>(R[3 * r + a]) * R[3 * r + b];
+      const double dot = at(0, a) * at(0, b) + at(1, a) * at(1, b) + at(2, a) * at(2, b);  // columns a and b
       deviation = std::max(deviation, std::fabs(dot - (a == b ? 1.0 : 0.0)));
     }
   if (!(deviation <= kRotationTolerance))
     return "the rotation (tokens 10 to 18) is not orthonormal: R^T R differs from the identity by up to " +
            number_text(deviation);
-  const double det = static_cast<double>(R[0]) * (static_cast<double>(R[4]) * R[8] - static_cast<double>(R[5]) * R[7]) -
-                     static_cast<double>(R[1]) * (static_cast<double>(R[3]) * R[8] - static_cast<double>(R[5]) * R[6]) +
-                     static_cast<double>(R[2]) * (static_cast<double>(R[3]) * R[7] - static_cast<double>(R[4]) * R[6]);
+  const double det = at(0, 0) * (at(1, 1) * at(2, 2) - at(1, 2) * at(2, 1)) -
+                     at(0, 1) * (at(1, 0) * at(2, 2) - at(1, 2) * at(2, 0)) +
+                     at(0, 2) * (at(1, 0) * at(2, 1) - at(1, 1) * at(2, 0));
   if (det < 0.0) return "the rotation (tokens 10 to 18) is a reflection: its determinant is " + number_text(det);
   return {};
 }
