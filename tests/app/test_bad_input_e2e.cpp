@@ -27,26 +27,23 @@ struct TinyScene {
   std::string view_text;           // the second view file's text
 };
 
-const TinyScene& tiny_scene() {
-  static const TinyScene s = [] {
-    TinyScene t;
-    scene::SceneOptions options;
-    options.out_dir = std::string(QUILLARA_TEST_TMP) + "/bad_input_scene";
-    fs::remove_all(options.out_dir);
-    options.views = 4;
-    options.width = 160;
-    options.height = 120;
-    options.ground_truth_stride = 160;
-    const scene::SceneSummary summary = scene::write_scene(scene::make_default_scene(), options);
-    t.dir = summary.out_dir;
-    std::ostringstream depth;
-    depth << summary.average_depth;
-    t.average_depth = depth.str();
-    for (int v = 0; v < options.views; ++v) t.views.push_back(t.dir + "/" + scene::view_file_name(v));
-    t.view_text = io_test::read_bytes(t.views[1]);
-    return t;
-  }();
-  return s;
+// Each test makes its own scene: ctest runs the tests of this file as parallel processes.
+TinyScene make_tiny_scene(const fs::path& dir) {
+  TinyScene t;
+  scene::SceneOptions options;
+  options.out_dir = (dir / "scene").string();
+  options.views = 4;
+  options.width = 160;
+  options.height = 120;
+  options.ground_truth_stride = 160;
+  const scene::SceneSummary summary = scene::write_scene(scene::make_default_scene(), options);
+  t.dir = summary.out_dir;
+  std::ostringstream depth;
+  depth << summary.average_depth;
+  t.average_depth = depth.str();
+  for (int v = 0; v < options.views; ++v) t.views.push_back(t.dir + "/" + scene::view_file_name(v));
+  t.view_text = io_test::read_bytes(t.views[1]);
+  return t;
 }
 
 // The view file's tokens with token k (from 1) replaced.
@@ -79,10 +76,10 @@ std::vector<float> point_sizes(const std::string& path, bool& finite) {
 class BadInput : public testing::Test {
  protected:
   void SetUp() override {
-    tiny_scene();
     dir_ = fs::path(QUILLARA_TEST_TMP) / "bad_input" / testing::UnitTest::GetInstance()->current_test_info()->name();
     fs::remove_all(dir_);
     fs::create_directories(dir_);
+    scene_ = make_tiny_scene(dir_);
   }
   // Idle OpenMP threads sleep instead of spinning, which keeps runs quick on a busy machine.
   e2e::Result quillara(std::vector<std::string> args, e2e::Limits limits = {}) {
@@ -92,7 +89,7 @@ class BadInput : public testing::Test {
   // The command line for output directory `out`, the views and any further options.
   std::vector<std::string> command(const std::string& out, const std::vector<std::string>& views,
                                    const std::vector<std::string>& more = {}) {
-    std::vector<std::string> args = {"-o", out, "--depth-avg", tiny_scene().average_depth, "--superpixels", "300"};
+    std::vector<std::string> args = {"-o", out, "--depth-avg", scene_.average_depth, "--superpixels", "300"};
     args.insert(args.end(), more.begin(), more.end());
     args.push_back("--");
     args.insert(args.end(), views.begin(), views.end());
@@ -107,10 +104,11 @@ class BadInput : public testing::Test {
   void write(const std::string& name, const std::string& text) { io_test::write_bytes((dir_ / name).string(), text); }
 
   fs::path dir_;
+  TinyScene scene_;
 };
 
 TEST_F(BadInput, ViewFileMistakesEndInOneLineNamingTheFile) {
-  const TinyScene& s = tiny_scene();
+  const TinyScene& s = scene_;
   const std::string image = s.dir + "/image_01.png", depth = s.dir + "/depth_01.png";
   const std::string png = io_test::read_bytes(image);
   write("cut.png", png.substr(0, png.size() / 2));
@@ -145,7 +143,7 @@ TEST_F(BadInput, ViewFileMistakesEndInOneLineNamingTheFile) {
 
 // Radii beyond the 32-bit kernel would stall the filter for ever: refused once fx is known.
 TEST_F(BadInput, AverageDepthTheFilterCannotComputeIsRefused) {
-  std::vector<std::string> args = command("out", {tiny_scene().views[0], tiny_scene().views[1]});
+  std::vector<std::string> args = command("out", {scene_.views[0], scene_.views[1]});
   args[3] = "1e30";
   const e2e::Result huge = quillara(args);
   EXPECT_EQ(huge.status, 1) << huge;
@@ -166,7 +164,7 @@ TEST_F(BadInput, FailedWriteKeepsTheEarlierModel) {
   write("out/model.ply", "earlier model");
   e2e::Limits limits;
   limits.file_size = 2000;  // the header fits, the points don't
-  const e2e::Result r = quillara(command("out", tiny_scene().views, {"--min-support-sp", "0"}), limits);
+  const e2e::Result r = quillara(command("out", scene_.views, {"--min-support-sp", "0"}), limits);
   EXPECT_EQ(r.status, 1) << r;
   EXPECT_EQ(r.err, "cannot write model file \"out/model_superpixel.ply\": File too large\n");
   EXPECT_EQ(files("out"), (std::vector<std::string>{"model.ply", "model_superpixel.ply"}));
@@ -178,7 +176,7 @@ TEST_F(BadInput, FailedWriteKeepsTheEarlierModel) {
 // centres (footprint 0), which made the neighbour passes quadratic. Now the run ends in time, and
 // the summary reports the model it wrote.
 TEST_F(BadInput, KeepingEveryPointEndsInTime) {
-  const std::vector<std::string> views = tiny_scene().views;
+  const std::vector<std::string> views = scene_.views;
   const e2e::Result r = quillara(command("out", {views[0], views[1]}, {"--min-support-sp", "0", "--min-support", "0"}));
   ASSERT_EQ(r.status, 0) << r.err;
   bool finite = false;
