@@ -44,6 +44,9 @@ const option::Descriptor usage[] = {
      "reconstruction. Default is 3.0"},
     {SUPERPIXELS, 0, "", "superpixels", MyArg::PositiveInteger,
      "      --superpixels \tThe number of superpixels generated per image. Default is 5000"},
+    {PREVIEW, 0, "", "preview", None,
+     "      --preview \tAfter the run, write DIR/preview/view_NN.png per view: the input image, the rendered "
+     "model and its shaded normals side by side."},
     {0, 0, nullptr, nullptr, nullptr, nullptr},
 };
 
@@ -104,6 +107,7 @@ std::optional<int> set_up_run(int argc, char* argv[], std::vector<std::string>& 
   for (unsigned index = DEPTH_AVG; index <= MIN_SUPPORT; ++index)
     if (options[index]) *float_settings[index - DEPTH_AVG] = static_cast<float>(stringTo<double>(options[index].arg));
   if (options[SUPERPIXELS]) superpixel_count = stringTo<int>(options[SUPERPIXELS].arg);
+  write_preview = static_cast<bool>(options[PREVIEW]);
 
   use_NCC = true;
   char host_name[2048] = {};

@@ -22,6 +22,7 @@ enum : unsigned {
   MIN_SUPPORT = 9,
   SUPERPIXELS = 10,
   VERSION = 11,
+  PREVIEW = 12,
 };
 }  // namespace option_index
 

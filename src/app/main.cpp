@@ -12,6 +12,7 @@
 #include "src/app/fatal_error.h"
 #include "src/app/input_checks.h"
 #include "src/app/model_files.h"
+#include "src/app/preview.h"
 #include "src/app/run_summary.h"
 #include "src/seed/create_particles_from_superpixels.h"
 #include "src/seed/create_superpixels.h"
@@ -130,9 +131,13 @@ int main(int argc, char* argv[]) {
   r1 = average_depth / cameras[0].K[0];
   support_filter(particles, offsets, normals, r1, min_support);
   if (!write_model(particles, offsets, normals, output_directory + kModelName)) return 1;
+  RunSummary summary;
+  if (write_preview) {
+    summary.preview_directory = output_directory + "/preview";
+    summary.preview_images = write_preview_images(particles, offsets, normals, camera_ptrs, summary.preview_directory);
+  }
   device::reset();
 
-  RunSummary summary;
   summary.superpixel_points = superpixel_points;
   summary.points = particles.size();
   summary.input_pixels = input.pixels;

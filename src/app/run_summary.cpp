@@ -36,5 +36,7 @@ std::string format_summary(const RunSummary& run) {
   s << "  model:            " << run.points << " points in " << run.output_directory << kModelName << ", "
     << std::setprecision(share < 0.1 ? 2 : 1) << 100.0 * share << " % of the " << run.input_pixels
     << " input depth pixels\n";
+  if (!run.preview_directory.empty())
+    s << "  preview:          " << run.preview_images << " images in " << run.preview_directory << "\n";
   return s.str() + advice(run, share);
 }

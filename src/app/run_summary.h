@@ -12,6 +12,8 @@ struct RunSummary {
   std::string output_directory;
   float min_support_sp = 0.0f;
   float min_support = 0.0f;
+  std::string preview_directory;  // where the preview images went; empty without them
+  int preview_images = 0;
 };
 
 // The closing lines: the points and path of each model, the share of input depth pixels the

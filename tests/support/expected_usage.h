@@ -24,4 +24,7 @@ inline const char* const expected_usage =
     "      --min-support    The minimum support of a point. Points with less support\n"
     "                       will be removed from the reconstruction. Default is 3.0\n"
     "      --superpixels    The number of superpixels generated per image. Default is\n"
-    "                       5000\n";
+    "                       5000\n"
+    "      --preview        After the run, write DIR/preview/view_NN.png per view:\n"
+    "                       the input image, the rendered model and its shaded\n"
+    "                       normals side by side.\n";
