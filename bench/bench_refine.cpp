@@ -58,7 +58,7 @@ void BM_RefineDepthmaps(benchmark::State& state) {
   state.counters["s_per_pair"] = benchmark::Counter(
       neighbour_pairs, benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
 }
-BENCHMARK(BM_RefineDepthmaps)->Unit(benchmark::kSecond)->UseRealTime()->Iterations(2);
+BENCHMARK(BM_RefineDepthmaps)->Unit(benchmark::kSecond)->MeasureProcessCPUTime()->UseRealTime()->Iterations(2);
 
 }  // namespace
 

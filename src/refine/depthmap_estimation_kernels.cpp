@@ -1,6 +1,7 @@
 #include "src/refine/depthmap_estimation_kernels.h"
 
 #include <cmath>
+#include <cstddef>
 #include <limits>
 
 #include "device/launch.h"
@@ -38,8 +39,36 @@ HOST_DEVICE inline float window_weight(int du, int dv) {
   return r > 1.0f ? 0.0f : 1.5666814f * std::pow(1.0f - r * r, 3.0f);
 }
 
+// The weights of all window offsets, rows first. They depend on the offset alone, so a launch
+// computes them once.
 template <int R>
-HOST_DEVICE float ncc_at(int x, int y, ketra::Array<float, 2> const& depth, float tolerance) {
+struct WindowWeights {
+  static constexpr int size = 2 * R + 1;
+  float w[size * size];
+  HOST_DEVICE float operator()(int du, int dv) const { return w[(dv + R) * size + du + R]; }
+};
+
+template <int R>
+WindowWeights<R> window_weights() {
+  WindowWeights<R> table;
+  for (int dv = -R; dv <= R; ++dv)
+    for (int du = -R; du <= R; ++du) table.w[(dv + R) * table.size + du + R] = window_weight<R>(du, dv);
+  return table;
+}
+
+// The point read of an image texture at the centre of pixel (u, v), which lies inside the image:
+// what tex2D returns there, without the edge clamping that no window of a scored pixel needs.
+HOST_DEVICE inline float4 pixel_colour(device::Texture<uchar4, device::ReadMode::NormalizedFloat> const& t, int u,
+                                       int v) {
+  const uchar4 c = *reinterpret_cast<const uchar4*>(t.base + static_cast<std::size_t>(v) * t.pitch +
+                                                    static_cast<std::size_t>(u) * sizeof(uchar4));
+  constexpr float scale = device::TexelTraits<uchar4>::scale;
+  return {c.x * scale, c.y * scale, c.z * scale, c.w * scale};
+}
+
+template <int R>
+HOST_DEVICE float ncc_at(int x, int y, ketra::Array<float, 2> const& depth, float tolerance,
+                         WindowWeights<R> const& weight) {
   const int W = static_cast<int>(depth.extents.x), H = static_cast<int>(depth.extents.y);
   if (x < R || y < R || x >= W - R || y >= H - R) return no_score;
   const float d = element(depth, x, y);
@@ -54,10 +83,10 @@ HOST_DEVICE float ncc_at(int x, int y, ketra::Array<float, 2> const& depth, floa
   int n = 0;
   for (int v = y - R; v <= y + R; ++v)
     for (int u = x - R; u <= x + R; ++u) {
-      const float4 warped = device::tex2D(image2_tex, u + 0.5f, v + 0.5f);
+      const float4 warped = pixel_colour(image2_tex, u, v);
       if (!accepted(u, v, warped)) continue;
-      const float w = window_weight<R>(u - x, v - y);
-      A = A + w * device::tex2D(image1_tex, u + 0.5f, v + 0.5f);
+      const float w = weight(u - x, v - y);
+      A = A + w * pixel_colour(image1_tex, u, v);
       B = B + w * warped;
       ++n;  // whatever the weight
     }
@@ -67,10 +96,10 @@ HOST_DEVICE float ncc_at(int x, int y, ketra::Array<float, 2> const& depth, floa
   float sab = 0.0f, saa = 0.0f, sbb = 0.0f;
   for (int v = y - R; v <= y + R; ++v)
     for (int u = x - R; u <= x + R; ++u) {
-      const float4 warped = device::tex2D(image2_tex, u + 0.5f, v + 0.5f);
+      const float4 warped = pixel_colour(image2_tex, u, v);
       if (!accepted(u, v, warped)) continue;
-      const float w = window_weight<R>(u - x, v - y);
-      const float4 a = device::tex2D(image1_tex, u + 0.5f, v + 0.5f) - A;
+      const float w = weight(u - x, v - y);
+      const float4 a = pixel_colour(image1_tex, u, v) - A;
       const float4 b = warped - B;
       sab += w * dot(a, b);
       saa += w * dot(a, a);
@@ -92,9 +121,10 @@ HOST_DEVICE inline float rgb_distance(uchar4 p, uchar4 q) {
 template <int R>
 void ncc_kernel(LaunchShape shape, ketra::Array<float, 2> result, ketra::Array<float, 2> depth,
                 float depth_tolerance) {
+  const WindowWeights<R> weights = window_weights<R>();
   device::launch(shape.grid, shape.block, [=](device::Index const& idx) {
     int x, y;
-    if (pixel_of(idx, result, x, y)) element(result, x, y) = ncc_at<R>(x, y, depth, depth_tolerance);
+    if (pixel_of(idx, result, x, y)) element(result, x, y) = ncc_at<R>(x, y, depth, depth_tolerance, weights);
   });
 }
 
