@@ -1,85 +1,47 @@
-// Edge maps and the semi-global matching penalties made from them, on step edges.
+// Edge maps and the matching penalties made from them, on a step edge.
 
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <vector>
 
 #include "src/refine/edge_map.h"
 #include "tests/render/render_test_support.h"
 
-namespace {
-
-constexpr int W = 6, H = 5;
-
-// Colour a left of column 3 and above row 2, colour b elsewhere, so that both steps meet; the
-// alpha channel varies and must not matter.
-std::vector<uchar4> steps(uchar4 a, uchar4 b) {
+// Red (255, 0, 0) left of column 3 in rows 0 and 1, black elsewhere, alpha varying. A pixel holds
+// the step to its right neighbour plus that to the one below; the region's corner has both, the
+// last column and row nothing across the border. The penalty falls from P2_max at flat pixels
+// towards its floor at edges; with exponent 0 every pixel gets max(P2_min, P2_max * exp(-decay)).
+TEST_F(RenderTest, EdgeMapAndPenaltiesOfAStepEdge) {
+  constexpr int W = 6, H = 5;
   std::vector<uchar4> image;
   for (int y = 0; y < H; ++y)
-    for (int x = 0; x < W; ++x) {
-      uchar4 c = x < 3 && y < 2 ? a : b;
-      c.w = static_cast<unsigned char>(40 * x + 7 * y);
-      image.push_back(c);
-    }
-  return image;
-}
-
-class EdgeMapTest : public RenderTest {
- protected:
-  ketra::Array<float, 2> edges;
-  void SetUp() override {
-    RenderTest::SetUp();
-    edges = array<float>(W, H);
-  }
-  std::vector<float> edge_map(std::vector<uchar4> const& image) {
-    ketra::Array<uchar4, 2> im = array<uchar4>(W, H);
-    upload(im, image);
+    for (int x = 0; x < W; ++x) image.push_back(make_uchar4(x < 3 && y < 2 ? 255 : 0, 0, 0, 40 * x + 7 * y));
+  ketra::Array<uchar4, 2> im = array<uchar4>(W, H);
+  ketra::Array<float, 2> edges = array<float>(W, H);
+  upload(im, image);
+  auto penalties = [&](float P2_min, float exponent) {
     compute_edge_map(edges, im);
+    compute_P2_costs(edges, P2_min, 1.0f, exponent, 4.0f);
     return download(edges);
-  }
-};
-
-}  // namespace
-
-// Each pixel holds the colour step to its right neighbour plus that to the one below: the pixel
-// at the corner of the region has both, the last column and row add no term across the border.
-TEST_F(EdgeMapTest, StepEdgesGiveTheirRgbDistance) {
-  const std::vector<float> e = edge_map(steps(make_uchar4(0, 0, 0, 0), make_uchar4(255, 0, 0, 255)));
+  };
+  compute_edge_map(edges, im);
+  const std::vector<float> e = download(edges), p = penalties(0.5f, 1.0f), floor = penalties(2.0f, 1.0f);
   for (int y = 0; y < H; ++y)
     for (int x = 0; x < W; ++x) {
-      const bool right = x == 2 && y < 2, below = y == 1 && x < 3;
-      EXPECT_FLOAT_EQ(e[y * W + x], (right ? 1.0f : 0.0f) + (below ? 1.0f : 0.0f)) << x << ", " << y;
+      const int i = y * W + x;
+      const float steps = (x == 2 && y < 2 ? 1.0f : 0.0f) + (y == 1 && x < 3 ? 1.0f : 0.0f);
+      EXPECT_FLOAT_EQ(e[i], steps) << x << ", " << y;
+      EXPECT_FLOAT_EQ(p[i], 4.0f * std::exp(-steps)) << x << ", " << y;
+      EXPECT_FLOAT_EQ(floor[i], steps > 0 ? 2.0f : 4.0f) << x << ", " << y;
     }
-  const std::vector<float> grey = edge_map(steps(make_uchar4(0, 0, 0, 0), make_uchar4(51, 102, 153, 0)));
-  EXPECT_NEAR(grey[2], std::sqrt(0.04f + 0.16f + 0.36f), 1e-6f);
-}
+  for (float v : penalties(0.5f, 0.0f)) EXPECT_FLOAT_EQ(v, 4.0f * std::exp(-1.0f));
 
-// The penalty falls from P2_max at flat pixels towards P2_min at strong edges, never below it.
-// With exponent 0 every pixel, flat ones included, gets max(P2_min, P2_max * exp(-decay)).
-TEST_F(EdgeMapTest, PenaltiesFallAtEdgesToTheirFloor) {
-  const std::vector<uchar4> image = steps(make_uchar4(0, 0, 0, 0), make_uchar4(255, 0, 0, 255));
-  edge_map(image);
-  compute_P2_costs(edges, 0.5f, 1.0f, 1.0f, 4.0f);
-  std::vector<float> p = download(edges);
-  EXPECT_FLOAT_EQ(p[0], 4.0f);
-  EXPECT_FLOAT_EQ(p[2], 4.0f * std::exp(-1.0f));
-  EXPECT_FLOAT_EQ(p[1 * W + 2], 4.0f * std::exp(-2.0f));
+  image[3 * W + 4] = make_uchar4(51, 102, 153, 0);  // steps in all three channels, right and down
+  upload(im, image);
+  compute_edge_map(edges, im);
+  EXPECT_NEAR(download(edges)[3 * W + 4], 2.0f * std::sqrt(0.04f + 0.16f + 0.36f), 1e-6f);
 
-  edge_map(image);
-  compute_P2_costs(edges, 2.0f, 1.0f, 1.0f, 4.0f);
-  p = download(edges);
-  EXPECT_FLOAT_EQ(p[0], 4.0f);
-  EXPECT_FLOAT_EQ(p[2], 2.0f);  // 4 * exp(-1) lies below the floor
-  EXPECT_FLOAT_EQ(p[1 * W + 2], 2.0f);
-
-  edge_map(image);
-  compute_P2_costs(edges, 0.5f, 1.0f, 0.0f, 4.0f);
-  for (float v : download(edges)) EXPECT_FLOAT_EQ(v, 4.0f * std::exp(-1.0f));
-}
-
-TEST_F(EdgeMapTest, RefusesAnImageOfAnotherSize) {
-  ketra::Array<uchar4, 2> image = array<uchar4>(W + 1, H);
-  EXPECT_EQ(message_of([&] { compute_edge_map(edges, image); }),
+  ketra::Array<uchar4, 2> wider = array<uchar4>(W + 1, H);
+  EXPECT_EQ(message_of([&] { compute_edge_map(edges, wider); }),
             "compute_edge_map: edges (6, 5) and image (7, 5) differ in size");
 }
