@@ -181,7 +181,8 @@ void compute_camera_pose(Camera& camera, Camera const& reference, CMatrix<float>
   if (reference_depth.xSize < 1 || reference.image.xSize != reference_depth.xSize ||
       reference.image.ySize != reference_depth.ySize)
     fail(camera, "the reference depth map is " + size_text(reference_depth.xSize, reference_depth.ySize) +
-                     " pixels, the reference image " + size_text(reference.image.xSize, reference.image.ySize));
+                     " pixels, the reference image " + size_text(reference.image.xSize, reference.image.ySize) +
+                     " pixels");
 
   ketra::Array<float, 2> depth = upload(reference_depth);
   ketra::Array<uchar4, 2> image = upload(reference.image);

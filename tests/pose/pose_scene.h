@@ -1,9 +1,8 @@
 #pragma once
 
-// Shared pieces of the pose suites: a generated scene whose view files carry known pose errors,
-// read as the program reads it, the model of its true depth maps, and pose error measures.
-
-#include <gtest/gtest.h>
+// Shared pieces of the pose suites and benchmark: a generated scene whose view files carry known
+// pose errors, read as the program reads it, the model of its true depth maps, and pose error
+// measures.
 
 #include <cmath>
 #include <filesystem>
@@ -13,8 +12,6 @@
 #include "src/app/scene_input.h"
 #include "src/core/camera.h"
 #include "src/particles/particles_from_depthmap.h"
-#include "src/pose/cublas_dynamic.h"
-#include "tests/support/ketra_test_support.h"
 #include "tools/scene/ray_cast.h"
 #include "tools/scene/scene_files.h"
 
@@ -29,10 +26,10 @@ struct PoseScene {
   std::vector<CMatrix<float>> depth;   // the depth maps (true, millimetre steps)
 };
 
-inline PoseScene make_pose_scene(std::string const& name, int views, int width, int height, double degrees,
+inline PoseScene make_pose_scene(std::string const& dir, int views, int width, int height, double degrees,
                                  double footprints) {
   PoseScene s;
-  s.options.out_dir = std::string(QUILLARA_TEST_TMP) + "/" + name;
+  s.options.out_dir = dir;
   s.options.views = views;
   s.options.width = width;
   s.options.height = height;
@@ -75,12 +72,16 @@ inline Model true_model(PoseScene const& s, std::vector<int> const& views) {
   return m;
 }
 
-// Angle in degrees of the rotation between the poses of a and b.
+// Angle in degrees of the rotation M = Ra Rb^T between the poses of a and b, from both its
+// symmetric and its skew part, so that small angles keep their digits.
 inline double rotation_error_degrees(Camera const& a, Camera const& b) {
-  double trace = 0;  // trace of Ra Rb^T, both stored by columns
+  double M[3][3] = {};  // R stored by columns: element (r, c) at [3 * c + r]
   for (int r = 0; r < 3; ++r)
-    for (int c = 0; c < 3; ++c) trace += static_cast<double>(a.R[3 * c + r]) * b.R[3 * c + r];
-  return std::acos(std::fmin(1.0, std::fmax(-1.0, (trace - 1.0) / 2.0))) * 180.0 / M_PI;
+    for (int c = 0; c < 3; ++c)
+      for (int k = 0; k < 3; ++k) M[r][c] += static_cast<double>(a.R[3 * k + r]) * b.R[3 * k + c];
+  const double trace = M[0][0] + M[1][1] + M[2][2];
+  const double sx = M[2][1] - M[1][2], sy = M[0][2] - M[2][0], sz = M[1][0] - M[0][1];
+  return std::atan2(std::sqrt(sx * sx + sy * sy + sz * sz), trace - 1.0) * 180.0 / M_PI;
 }
 
 // Distance between the camera centres of a and b, in world units.
@@ -92,11 +93,5 @@ inline double centre_error(Camera const& a, Camera const& b) {
   }
   return std::sqrt(sum);
 }
-
-// A device test with the BLAS loaded.
-class PoseTest : public KetraTest {
- protected:
-  static void SetUpTestSuite() { cublas.load(); }
-};
 
 }  // namespace pose_test
