@@ -61,6 +61,17 @@ HOST_DEVICE inline bool warp_pixel(ketra::Array<float, 2> const& depth, int x, i
   return true;
 }
 
+// The pixel of a residual or Jacobian thread and its warp. False when the thread has nothing more
+// to write: it lies beyond out, or its pixel has no warp and got the NaN in out's first plane.
+HOST_DEVICE inline bool warped_pixel(device::Index const& idx, ketra::Array<float, 3> const& out,
+                                     ketra::Array<float, 2> const& depth, Projection const& delta, float inv_fx,
+                                     float inv_fy, float cx, float cy, int& x, int& y, Warp& w) {
+  if (!pixel_of(idx, out, x, y)) return false;
+  if (warp_pixel(depth, x, y, delta, inv_fx, inv_fy, cx, cy, w)) return true;
+  element(out, x, y, 0) = quiet_nan;
+  return false;
+}
+
 HOST_DEVICE void convert_to_float(device::Index const& idx, ketra::Array<float, 3> const& out,
                                   ketra::Array<uchar4, 2> const& in) {
   int x, y;
@@ -76,12 +87,8 @@ HOST_DEVICE void difference_image(device::Index const& idx, ketra::Array<float, 
                                   float threshold, Projection const& delta, float inv_fx, float inv_fy, float cx,
                                   float cy) {
   int x, y;
-  if (!pixel_of(idx, out, x, y)) return;
   Warp w;
-  if (!warp_pixel(depth, x, y, delta, inv_fx, inv_fy, cx, cy, w)) {
-    element(out, x, y, 0) = quiet_nan;
-    return;
-  }
+  if (!warped_pixel(idx, out, depth, delta, inv_fx, inv_fy, cx, cy, x, y, w)) return;
   const float4 real = device::tex2D(real_image_tex, w.su, w.sv);
   const uchar4 r = element(rendered, x, y);
   const float e0 = static_cast<float>(real.x - r.x / 255.0);
@@ -100,12 +107,8 @@ HOST_DEVICE void gradient_psi(device::Index const& idx, ketra::Array<float, 3> c
                               ketra::Array<float, 2> const& depth, Projection const& delta, float inv_fx, float inv_fy,
                               float cx, float cy) {
   int x, y;
-  if (!pixel_of(idx, out, x, y)) return;
   Warp w;
-  if (!warp_pixel(depth, x, y, delta, inv_fx, inv_fy, cx, cy, w)) {
-    element(out, x, y, 0) = quiet_nan;
-    return;
-  }
+  if (!warped_pixel(idx, out, depth, delta, inv_fx, inv_fy, cx, cy, x, y, w)) return;
   float gx[3], gy[3];
   for (int c = 0; c < 3; ++c) {
     gx[c] = device::tex2DLayered(image_gradient_tex, w.su, w.sv, c);

@@ -37,8 +37,9 @@ using RenderView = std::function<void(RenderBuffer&, float)>;
 std::string size_text(int width, int height) { return std::to_string(width) + " x " + std::to_string(height); }
 
 // The pyramid's arguments: a factor outside (0, 1) would divide by a zero logarithm or grow the
-// levels without end.
+// levels without end, an empty camera would take the logarithm of infinity.
 void check_pyramid(Camera const& camera, float pyramid_factor, int min_height) {
+  if (camera.width < 1 || camera.height < 1) fail(camera, "its size is " + size_text(camera.width, camera.height));
   if (!(pyramid_factor > 0.0f && pyramid_factor < 1.0f))
     fail(camera, "the pyramid factor must lie between 0 and 1, got " + std::to_string(pyramid_factor));
   if (min_height < 1) fail(camera, "the smallest level height must be at least 1, got " + std::to_string(min_height));
@@ -47,8 +48,7 @@ void check_pyramid(Camera const& camera, float pyramid_factor, int min_height) {
 // What the alignment needs before any work: an image of the camera's size to read and a
 // resolved BLAS to call.
 void check_ready(Camera const& camera) {
-  if (camera.width < 1 || camera.height < 1 || camera.image.xSize != camera.width ||
-      camera.image.ySize != camera.height)
+  if (camera.image.xSize != camera.width || camera.image.ySize != camera.height)
     fail(camera, "its image is " + size_text(camera.image.xSize, camera.image.ySize) + " pixels, its size " +
                      size_text(camera.width, camera.height));
   if (cublas.cublasCreate_v2 == nullptr || cublas.cublasSgemm_v2 == nullptr || cublas.cublasSgemv_v2 == nullptr ||
