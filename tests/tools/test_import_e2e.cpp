@@ -11,7 +11,6 @@
 #include <vector>
 
 #include "tests/support/import_test_support.h"
-#include "tests/support/io_test_support.h"
 #include "tests/support/run_process.h"
 #include "tools/scene/model_file.h"
 
@@ -98,16 +97,10 @@ TEST(ImportProgram, ImportedViewsFuseIntoTheNativeModel) {
   EXPECT_LT(largest, 1e-6);
 }
 
+// Problems with the files and with the command line alike; the readers' texts are checked in
+// test_import_formats.cpp.
 TEST(ImportProgram, ProblemsAreOneLineAndExitStatusOne) {
   const std::string root = import_test::fresh_scratch_dir();
-  const Generated g = generate(root + "/scene", scene::Layout::colmap_text, 2);
-  io_test::write_bytes(g.dir + "/sparse/cameras.txt", "1 SIMPLE_RADIAL 160 120 131 80 60 0.01\n");
-  EXPECT_EQ(e2e::run(QUILLARA_IMPORT_BIN, root, {"colmap", g.dir, "out"}),
-            (e2e::Result{"",
-                         "quillara-import: " + g.dir +
-                             "/sparse/cameras.txt: camera 1 uses the SIMPLE_RADIAL model; only PINHOLE and "
-                             "SIMPLE_PINHOLE cameras can be imported (undistort the images first)\n",
-                         1}));
   EXPECT_EQ(e2e::run(QUILLARA_IMPORT_BIN, root, {"tum", root + "/nothing", "out"}),
             (e2e::Result{"", "quillara-import: " + root + "/nothing: no such folder\n", 1}));
   EXPECT_EQ(e2e::run(QUILLARA_IMPORT_BIN, root, {"tum", "in", "out", "--every", "x"}),
