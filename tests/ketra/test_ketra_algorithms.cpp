@@ -56,7 +56,7 @@ TEST_F(KetraAlgorithms, CentralDifferenceAtBorders) {
   EXPECT_EQ(download(out), (std::vector<float>{1.5, 4, 6, 8, 4.5}));
 }
 
-TEST_F(KetraAlgorithms, FiltersAlongYAndZAndPerVolume) {
+TEST_F(KetraAlgorithms, FiltersAlongYPerVolume) {
   // Two volumes of 1 x 3 x 3; each volume holds y + 10 z + 100 w.
   std::vector<float> v;
   for (int w = 0; w < 2; ++w)
@@ -69,11 +69,6 @@ TEST_F(KetraAlgorithms, FiltersAlongYAndZAndPerVolume) {
   EXPECT_EQ(r[0], 0.5f);
   EXPECT_EQ(r[1], 1.0f);
   EXPECT_EQ(r[9 + 1], 1.0f);
-  filterZ(out, in, kCentralDifference, BorderZero);
-  r = download(out);
-  EXPECT_EQ(r[0], 5.0f);            // 0.5 * (10 - 0)
-  EXPECT_EQ(r[6 + 2], -6.0f);       // -0.5 * 12
-  EXPECT_EQ(r[9 + 6 + 2], -56.0f);  // -0.5 * 112
 }
 
 TEST_F(KetraAlgorithms, DownsampleWeightsTheTapsAndFreesTheSource) {
@@ -112,14 +107,6 @@ TEST_F(KetraAlgorithms, Conversions) {
   Array<int, 4> i = device_array<4, int>(f.extents);
   convert(i, f);
   EXPECT_EQ(download(i), (std::vector<int>{1, -2, 7}));
-  // On the host a float becomes the low byte of its truncation; NaN gives 0.
-  std::vector<float> planes = {300.7f, 255.9f, -1.5f, std::nanf(""), 12.0f, 0.2f};
-  std::vector<uchar4> pixels(2);
-  Array<uchar4, 2> host = arrayFromHostMemory(pixels.data(), 2, 1);
-  convert_host(host, arrayFromHostMemory(planes.data(), 2, 1, 3), false, 255);
-  EXPECT_EQ(
-      std::vector<int>({pixels[0].x, pixels[0].y, pixels[0].z, pixels[0].w, pixels[1].x, pixels[1].y, pixels[1].z}),
-      std::vector<int>({44, 255, 12, 255, 255, 0, 0}));
 }
 
 TEST_F(KetraAlgorithms, DumpOfPitchedDeviceArrayEqualsPackedHostDump) {
