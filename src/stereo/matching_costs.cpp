@@ -4,8 +4,10 @@
 #include <cstddef>
 #include <filesystem>
 #include <iostream>
+#include <omp.h>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 #include "ketra/algorithms/conversion.h"
 #include "ketra/check_error.h"
@@ -79,6 +81,23 @@ void dump_first_label(ketra::Array<float, 4> const& costs, ketra::Array<uchar4, 
   ketra::writeArrayToFile(ketra::internal::decreaseArrayDimension<float, 4, 3>(sums), dir + "debug_ncc.dat");
 }
 
+// The per-label scratch arrays of one chain: the warped image, its row sums and window means.
+struct LabelScratch {
+  ketra::Array<uchar4, 2> warped;
+  ketra::Array<ushort4, 2> row_sums;
+  ketra::Array<float4, 2> warped_mean;
+  LabelScratch() = default;
+  LabelScratch(unsigned int W, unsigned int H)
+      : warped(allocate_pitched<uchar4, 2>(W, H, 1)),
+        row_sums(allocate_pitched<ushort4, 2>(W, H, 1)),
+        warped_mean(allocate_pitched<float4, 2>(W, H, 1)) {}
+  void release() {
+    ketra::freeArray(warped);
+    ketra::freeArray(row_sums);
+    ketra::freeArray(warped_mean);
+  }
+};
+
 }  // namespace
 
 void add_matching_costs(ketra::Array<float, 4>& costs, ketra::Array<uchar4, 2> const& ref_img,
@@ -110,29 +129,41 @@ void add_matching_costs2(ketra::Array<float, 4>& costs, ketra::Array<uchar4, 2> 
   const int L = static_cast<int>(costs.extents.z);
   bind(ref_img_tex, device::FilterMode::Point, ref_img);
   bind(img_tex, device::FilterMode::Linear, img);
-  ketra::Array<uchar4, 2> warped = allocate_pitched<uchar4, 2>(W, H, 1);
+  // The labels' chains of kernels are independent (each writes its own label of the volume), so
+  // they run side by side, one chain per thread with scratch arrays of its own.
+  const int chains = omp_get_max_threads();
+  std::vector<LabelScratch> scratch(static_cast<std::size_t>(chains));
+  for (LabelScratch& s : scratch) s = LabelScratch(W, H);
   ketra::Array<float4, 2> ref_mean = allocate_pitched<float4, 2>(W, H, 1);
-  ketra::Array<float4, 2> warped_mean = allocate_pitched<float4, 2>(W, H, 1);
-  ketra::Array<ushort4, 2> row_sums = allocate_pitched<ushort4, 2>(W, H, 1);
   print_gaussian();
 
   const LaunchShape pixels = render_launch::pixel_shape(W, H);
-  add_matching_costs_mean_kernel1<32, 4, 3>(pixels, row_sums, ref_img);
-  add_matching_costs_mean_kernel2<3>(pixels, ref_mean, row_sums);
+  add_matching_costs_mean_kernel1<32, 4, 3>(pixels, scratch[0].row_sums, ref_img);
+  add_matching_costs_mean_kernel2<3>(pixels, ref_mean, scratch[0].row_sums);
   const Labels labels = labels_of(costs, depth_first, depth_last);
-  for (int l = 0; l < L; ++l) {
-    const float depth = label_depth<true>(labels.a, labels.step, l);
-    add_matching_costs_warp_kernel(pixels, warped, depth, 1.0f / fx, 1.0f / fy, cx, cy, P, fx);
-    add_matching_costs_mean_kernel1<32, 4, 3>(pixels, row_sums, warped);
-    add_matching_costs_mean_kernel2<3>(pixels, warped_mean, row_sums);
-    if (l == 0) dump_first_label(costs, warped, warped_mean);
-    add_matching_costs_NCC_kernel2<32, 4, 3>(pixels, costs, ref_img, ref_mean, warped, warped_mean, l);
+  const SweepCamera camera{1.0f / fx, 1.0f / fy, cx, cy, P};
+  auto run_label = [&](LabelScratch& s, int l, bool dump) {
+    add_matching_costs_warp_kernel(pixels, s.warped, label_depth<true>(labels.a, labels.step, l), camera.inv_fx,
+                                   camera.inv_fy, cx, cy, P, fx);
+    add_matching_costs_mean_kernel1<32, 4, 3>(pixels, s.row_sums, s.warped);
+    add_matching_costs_mean_kernel2<3>(pixels, s.warped_mean, s.row_sums);
+    if (dump) dump_first_label(costs, s.warped, s.warped_mean);  // before this view's label 0 is added
+    add_matching_costs_NCC_kernel2<32, 4, 3>(pixels, costs, ref_img, ref_mean, s.warped, s.warped_mean, l);
+    return device::getLastError();
+  };
+  device::Error error = L > 0 ? run_label(scratch[0], 0, true) : device::Success;
+#pragma omp parallel for schedule(dynamic) num_threads(chains)
+  for (int l = 1; l < L; ++l) {
+    if (const device::Error e = run_label(scratch[static_cast<std::size_t>(omp_get_thread_num())], l, false);
+        e != device::Success) {
+#pragma omp critical
+      error = e;
+    }
   }
+  if (error != device::Success) device::setLastError(error);
   _CHECK_CUDA_ERROR(__FILE__, __LINE__);
   device::unbindTexture(ref_img_tex);
   device::unbindTexture(img_tex);
-  ketra::freeArray(warped);
+  for (LabelScratch& s : scratch) s.release();
   ketra::freeArray(ref_mean);
-  ketra::freeArray(warped_mean);
-  ketra::freeArray(row_sums);
 }
