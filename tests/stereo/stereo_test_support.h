@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "ketra/algorithms/basic.h"
+#include "src/render/point_batches.h"
 #include "src/core/settings.h"
 #include "src/render/projection.h"
 #include "tests/render/render_test_support.h"
