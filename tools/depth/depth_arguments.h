@@ -20,10 +20,12 @@ struct DepthOptions {
   int paths = 8;                   // scan directions of semi-global matching: 4, 8, 16 or 32
   bool range_given = false;        // --depth-range; else from each view's input depth map
   float near = 0.0f, far = 0.0f;
-  Costs costs = Costs::ncc;
-  float P1 = 0.03f;      // penalty of a change by one label
-  float P2 = 0.4f;       // penalty of a larger change in flat image regions
-  float P2_edge = 0.06f; // the same across strong colour edges
+  // Single-pixel differences beat the correlation windows on views with one exposure: the
+  // windows blur across the strong foreshortening of wide baselines.
+  Costs costs = Costs::sad;
+  float P1 = 0.1f;      // penalty of a change by one label
+  float P2 = 1.0f;      // penalty of a larger change in flat image regions
+  float P2_edge = 0.2f; // the same across strong colour edges
 };
 
 struct ParsedDepthArguments {

@@ -96,7 +96,9 @@ void run_depth(const DepthOptions& o, std::ostream& out) {
     out << ", neighbours";
     std::vector<const Camera*> neighbours;
     for (int j : chosen) neighbours.push_back(&cameras[j]), out << " " << fs::path(views[j].file).filename().string();
-    out << "\n  " << std::flush;
+    // The correlation prints its table of taps per neighbour, with no line end, on a line of its own.
+    const bool taps = o.costs == Costs::ncc;
+    out << (taps ? "\n  " : "") << std::flush;
     const DepthEstimate e = estimate_depthmap(cameras[i], neighbours, near, far, o);
     device::reset();
 

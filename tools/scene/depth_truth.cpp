@@ -1,25 +1,26 @@
-#include "tools/depth/depth_truth.h"
+#include "tools/scene/depth_truth.h"
 
 #include <algorithm>
 #include <cmath>
 #include <filesystem>
+#include <sstream>
 #include <vector>
 
 #include "tools/scene/png_io.h"
 #include "tools/scene/scene_camera.h"
 #include "tools/scene/scene_files.h"
 
-namespace depth_tool {
+namespace scene {
 namespace {
 
 struct TruthView {
-  scene::ViewFile file;
-  scene::Png16 depth;
+  ViewFile file;
+  Png16 depth;
   double at(int x, int y) const { return depth.values[static_cast<size_t>(y) * depth.width + x] / 1000.0; }
 };
 
 // True when view v sees the world point p: it lands inside v, whose depth there agrees within 1 %.
-bool sees(const TruthView& v, scene::Vec3 p) {
+bool sees(const TruthView& v, Vec3 p) {
   const double* R = v.file.R;
   const double cx = R[0] * p.x + R[1] * p.y + R[2] * p.z + v.file.t[0];
   const double cy = R[3] * p.x + R[4] * p.y + R[5] * p.z + v.file.t[1];
@@ -36,24 +37,24 @@ bool sees(const TruthView& v, scene::Vec3 p) {
 
 DepthTruthFigures compare_with_truth(const std::string& scene_dir, const std::string& depth_dir) {
   std::vector<TruthView> truth;
-  for (int i = 0; std::filesystem::exists(scene_dir + "/" + scene::view_file_name(i)); ++i) {
+  for (int i = 0; std::filesystem::exists(scene_dir + "/" + view_file_name(i)); ++i) {
     TruthView& t = truth.emplace_back();
-    t.file = scene::read_view_file(scene_dir + "/" + scene::view_file_name(i));
-    t.depth = scene::read_png_gray16(t.file.depth_path);
+    t.file = read_view_file(scene_dir + "/" + view_file_name(i));
+    t.depth = read_png_gray16(t.file.depth_path);
   }
   DepthTruthFigures f;
   f.views = static_cast<int>(truth.size());
   std::vector<double> errors;
   long within = 0;
   for (size_t i = 0; i < truth.size(); ++i) {
-    const scene::Png16 estimate =
-        scene::read_png_gray16(scene::read_view_file(depth_dir + "/" + scene::view_file_name(static_cast<int>(i))).depth_path);
+    const Png16 estimate =
+        read_png_gray16(read_view_file(depth_dir + "/" + view_file_name(static_cast<int>(i))).depth_path);
     const TruthView& t = truth[i];
     for (int y = 0; y < t.depth.height; ++y)
       for (int x = 0; x < t.depth.width; ++x) {
         const double d = t.at(x, y);
         if (d <= 0) continue;
-        const scene::Vec3 p = scene::back_project(t.file, x, y, d);
+        const Vec3 p = back_project(t.file, x, y, d);
         bool seen = false;
         for (size_t j = 0; j < truth.size() && !seen; ++j) seen = j != i && sees(truth[j], p);
         if (!seen) continue;
@@ -73,4 +74,15 @@ DepthTruthFigures compare_with_truth(const std::string& scene_dir, const std::st
   return f;
 }
 
-}  // namespace depth_tool
+std::string format_depth_truth(const DepthTruthFigures& f) {
+  std::ostringstream out;
+  out.precision(4);
+  out << "views: " << f.views << "\n"
+      << "pixels seen by two views: " << f.seen << ", with an estimate: " << f.estimated << " ("
+      << (f.seen > 0 ? 100.0 * static_cast<double>(f.estimated) / static_cast<double>(f.seen) : 0.0) << " %)\n"
+      << "median relative error: " << 100.0 * f.median_error << " %\n"
+      << "within 1 % of the truth: " << 100.0 * f.within_1_percent << " % of the seen pixels\n";
+  return out.str();
+}
+
+}  // namespace scene

@@ -2,7 +2,7 @@
 
 #include <string>
 
-namespace depth_tool {
+namespace scene {
 
 // Estimated depth maps against the ray-cast depth of a generated scene, at the pixels whose true
 // surface point is seen by at least two views (its own and another, where that view's true depth
@@ -20,4 +20,7 @@ struct DepthTruthFigures {
 // std::runtime_error naming a file that cannot be read.
 DepthTruthFigures compare_with_truth(const std::string& scene_dir, const std::string& depth_dir);
 
-}  // namespace depth_tool
+// A few readable lines.
+std::string format_depth_truth(const DepthTruthFigures& f);
+
+}  // namespace scene
