@@ -1,6 +1,7 @@
 // The depth chain on one 640 x 480 view of a generated ring of 16 (22.5 degrees apart): the cost
-// volume of 128 labels against its 4 neighbours (add_matching_costs2), and semi-global matching on
-// it with 8 paths and the edge-aware penalty map, timed separately.
+// volume of 128 labels against its 4 neighbours, by single-pixel differences (add_matching_costs,
+// SAD: quillara-depth's default) and by warped windows (add_matching_costs2), and semi-global
+// matching on it with 8 paths and the edge-aware penalty map, timed separately.
 //   bench_stereo [benchmark flags]
 
 #include <benchmark/benchmark.h>
@@ -49,7 +50,7 @@ unsigned int width() { return static_cast<unsigned int>(cameras[kReference].widt
 unsigned int height() { return static_cast<unsigned int>(cameras[kReference].height); }
 
 // The volume of the reference against its neighbours; the caller frees it.
-ketra::Array<float, 4> cost_volume() {
+ketra::Array<float, 4> cost_volume(bool sad) {
   const Camera& r = cameras[kReference];
   ketra::Array<float, 4> costs = ketra::mallocDeviceArray<float>(make_uint4(width(), height(), kLabels, 2));
   ketra::set(costs, 0.0f);
@@ -58,8 +59,11 @@ ketra::Array<float, 4> cost_volume() {
   std::streambuf* out = std::cout.rdbuf(printed.rdbuf());
   for (int n : kNeighbourViews) {
     ketra::Array<uchar4, 2> image = upload(cameras[n].image);
-    add_matching_costs2(costs, ref, image, kNear, kFar, r.K[0], r.K[4], r.K[6], r.K[7],
-                        matching_projection(r, cameras[n]), NCC);
+    const ProjectionMatrix P = matching_projection(r, cameras[n]);
+    if (sad)
+      add_matching_costs(costs, ref, image, kNear, kFar, r.K[0], r.K[4], r.K[6], r.K[7], P, SAD);
+    else
+      add_matching_costs2(costs, ref, image, kNear, kFar, r.K[0], r.K[4], r.K[6], r.K[7], P, NCC);
     ketra::freeArray(image);
   }
   std::cout.rdbuf(out);
@@ -71,16 +75,17 @@ double cells() { return static_cast<double>(width()) * height() * kLabels; }
 
 void BM_CostVolume(benchmark::State& state) {
   for (auto _ : state) {
-    ketra::Array<float, 4> costs = cost_volume();
+    ketra::Array<float, 4> costs = cost_volume(state.range(0) == 0);
     ketra::freeArray(costs);
   }
   state.counters["cells_per_second"] =
       benchmark::Counter(cells() * kNeighbours, benchmark::Counter::kIsIterationInvariantRate);
 }
-BENCHMARK(BM_CostVolume)->Unit(benchmark::kSecond)->MeasureProcessCPUTime()->UseRealTime()->Iterations(2);
+// Argument 0: SAD, 1: warped NCC.
+BENCHMARK(BM_CostVolume)->Arg(0)->Arg(1)->Unit(benchmark::kSecond)->MeasureProcessCPUTime()->UseRealTime()->Iterations(2);
 
 void BM_Sgm(benchmark::State& state) {
-  ketra::Array<float, 4> costs = cost_volume();
+  ketra::Array<float, 4> costs = cost_volume(true);
   ketra::Array<float, 3> sums = ketra::subvolume(costs, 0), counts = ketra::subvolume(costs, 1);
   ketra::div(sums, counts);
   ketra::Array<uchar4, 2> ref = upload(cameras[kReference].image);
@@ -88,8 +93,8 @@ void BM_Sgm(benchmark::State& state) {
   ketra::Array<float, 2> labels = allocate_pitched<float, 2>(width(), height(), 1);
   for (auto _ : state) {
     compute_edge_map(penalties, ref);
-    compute_P2_costs(penalties, 0.06f, 8.0f, 1.0f, 0.4f);
-    sgm(labels, sums, 0.03f, 0.4f, penalties, kPaths, true);
+    compute_P2_costs(penalties, 0.2f, 8.0f, 1.0f, 1.0f);
+    sgm(labels, sums, 0.1f, 1.0f, penalties, kPaths, true);
   }
   state.counters["cells_per_second"] = benchmark::Counter(cells() * kPaths, benchmark::Counter::kIsIterationInvariantRate);
   for (auto* a : {&penalties, &labels}) ketra::freeArray(*a);
