@@ -27,14 +27,17 @@ std::string scene_usage() {
          "  --height H     image height in pixels, 8 to 16384 (default 480)\n"
          "  --noise S      standard deviation of the depth noise at depth 1, in length units;\n"
          "                 it grows with depth squared (default 0: exact depths)\n"
-         "  --seed K       seed of the depth noise, a non-negative integer (default 1)\n"
+         "  --seed K       seed of the depth noise and outliers, a non-negative integer (default 1)\n"
+         "  --outliers P   give a share P (0 to 0.5) of each view's surface pixels a wrong depth,\n"
+         "                 in 8-pixel squares (at 640 pixels wide) 10 to 30 % off (default 0)\n"
          "  --layout L     also write the scene in another tool's layout: colmap-text, colmap-bin\n"
          "                 (sparse model, images, float depth maps), tum (RGB-D sequence with JPEG\n"
          "                 colour and depth in 1/5000) or log (colour, depth, trajectory.log)\n"
          "  --help         print this text\n"
          "\n"
          "Files: view_NN.txt, image_NN.png (8-bit RGB), depth_NN.png (16-bit, thousandths of the\n"
-         "length unit, 0 = no surface), ground_truth.ply, average_depth.txt.\n";
+         "length unit, 0 = no surface), ground_truth.ply, average_depth.txt, and with --outliers\n"
+         "outliers.ply (the planted points).\n";
 }
 
 ParsedArguments parse_scene_arguments(const std::vector<std::string>& args) {
@@ -58,7 +61,7 @@ ParsedArguments parse_scene_arguments(const std::vector<std::string>& args) {
       name = name.substr(0, eq);
     }
     if (name != "--out" && name != "--views" && name != "--width" && name != "--height" && name != "--noise" &&
-        name != "--seed" && name != "--layout")
+        name != "--seed" && name != "--layout" && name != "--outliers")
       return fail("unknown option " + quoted(args[i]));
     if (!inline_value) {
       if (i + 1 >= args.size()) return fail("option " + name + " needs a value");
@@ -79,6 +82,9 @@ ParsedArguments parse_scene_arguments(const std::vector<std::string>& args) {
     } else if (name == "--noise") {
       if (!parse_whole(value, o.noise) || !std::isfinite(o.noise) || o.noise < 0)
         return fail("--noise needs a number of at least 0, got " + quoted(value));
+    } else if (name == "--outliers") {
+      if (!parse_whole(value, o.outliers) || !(o.outliers >= 0 && o.outliers <= 0.5))
+        return fail("--outliers needs a number from 0 to 0.5, got " + quoted(value));
     } else if (name == "--layout") {
       if (!parse_layout(value, o.layout))
         return fail("--layout needs colmap-text, colmap-bin, tum or log, got " + quoted(value));

@@ -21,6 +21,7 @@ struct SceneOptions {
   double principal_offset_y = 0.0;
   int ground_truth_stride = 4;  // ground truth from pixels whose x and y are multiples of this
   Layout layout = Layout::none;  // another tool's layout written beside the view files
+  double outliers = 0.0;  // share of each view's surface pixels given a wrong depth (see plant_outliers)
 };
 
 struct SurfaceSample {
@@ -34,6 +35,7 @@ struct SceneSummary {
   uint64_t surface_pixels = 0;
   double average_depth = 0;  // mean true depth over all surface pixels of all views
   uint64_t ground_truth_points = 0;
+  uint64_t outlier_pixels = 0;  // planted wrong depths, all views
 };
 
 CameraRing camera_ring(const SceneOptions& options);
@@ -54,7 +56,7 @@ std::vector<SurfaceSample> ground_truth_samples(const Scene& scene, const std::v
 void write_ground_truth_ply(const std::string& path, const std::vector<SurfaceSample>& samples);
 
 // Renders every view and writes all files of the scene into options.out_dir, creating it when
-// missing. Throws std::runtime_error with a readable text on any failure.
+// missing; with planted outliers also outliers.ply, their back-projected points. Throws std::runtime_error with a readable text on any failure.
 SceneSummary write_scene(const Scene& scene, const SceneOptions& options);
 
 // The few lines printed after a successful run.
