@@ -17,11 +17,11 @@ using io_test::scratch_path;
 
 namespace {
 
-std::string model_header(std::size_t count) {
+std::string model_header(std::size_t count, const std::string& colour_prefix = "diffuse_") {
   return "ply\nformat binary_little_endian 1.0\nelement vertex " + std::to_string(count) +
          "\nproperty float x\nproperty float y\nproperty float z\nproperty float nx\nproperty float ny\n"
-         "property float nz\nproperty uchar diffuse_red\nproperty uchar diffuse_green\nproperty uchar diffuse_blue\n"
-         "property float psz\nend_header\n";
+         "property float nz\nproperty uchar " + colour_prefix + "red\nproperty uchar " + colour_prefix +
+         "green\nproperty uchar " + colour_prefix + "blue\nproperty float psz\nend_header\n";
 }
 
 // One vertex record: x y z nx ny nz as float, red green blue as uchar, psz as float (no alpha).
@@ -64,6 +64,27 @@ TEST(ModelOutput, WritesHeaderAndVerticesAtTheirCurrentPositions) {
   EXPECT_EQ(floats_of(bytes, b), (std::vector<float>{1, 2.0f + -2.5f * 0.6f, 3.0f + -2.5f * 0.8f, 0.6f, -0.8f, 0, 0.5f}));
   EXPECT_EQ(colour_of(bytes, a), (std::vector<int>{10, 20, 30}));
   EXPECT_EQ(colour_of(bytes, b), (std::vector<int>{250, 0, 128}));
+}
+
+// The standard colour names change the header and nothing else: the vertices are the same bytes.
+TEST(ModelOutput, StandardColourNamesChangeOnlyTheHeader) {
+  const std::vector<Particle> particles = {make_particle(make_uchar4(10, 20, 30, 40), 0.25f),
+                                           make_particle(make_uchar4(250, 0, 128, 77), 0.5f)};
+  const std::vector<float> offsets = {0.0f, -2.5f};
+  const std::vector<float3> normals = {make_float3(0, 0, 1), make_float3(0.6f, -0.8f, 0)};
+  const std::string diffuse = scratch_path("diffuse.ply"), standard = scratch_path("standard.ply"),
+                    named = scratch_path("named.ply");
+  writeParticlesToPLY(particles, offsets, normals, diffuse);
+  writeParticlesToPLY(particles, offsets, normals, standard, PlyColorNames::standard);
+  writeParticlesToPLY(particles, offsets, normals, named, PlyColorNames::diffuse);
+  const std::string old_header = model_header(2), new_header = model_header(2, "");
+  const std::string a = read_bytes(diffuse), b = read_bytes(standard);
+  ASSERT_EQ(b.size(), new_header.size() + 2 * kRecordSize);
+  EXPECT_EQ(b.substr(0, new_header.size()), new_header);
+  EXPECT_EQ(b.substr(new_header.size()), a.substr(old_header.size()));
+  EXPECT_EQ(read_bytes(named), a);
+  writeParticlesToPLY({}, {}, {}, standard, PlyColorNames::standard);
+  EXPECT_EQ(read_bytes(standard), model_header(0, ""));
 }
 
 TEST(ModelOutput, EmptyModelIsHeaderOnly) {
