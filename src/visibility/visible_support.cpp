@@ -12,6 +12,8 @@
 
 namespace {
 
+constexpr float kDiscScale = 2.0f;
+
 // True when p lands on a pixel of the camera's image; the mirrored pixel convention maps the
 // image onto itself, so the test needs no mirroring.
 bool inside_image(const Camera& camera, float3 p) {
@@ -55,10 +57,13 @@ VisibleViews find_visible_views(const std::vector<Particle>& particles, const st
   visible.views.assign(particles.size(), 0);
   if (particles.empty()) return visible;  // nothing to upload
   Points points = createPoints(particles, offsets, normals);
+  // Discs at twice their radius: a disc of one pixel's footprint seen obliquely from another view
+  // can fall between that view's pixel centres and would read as hidden. The depth tolerance of
+  // the test stays the disc's own radius.
   for (const Camera* camera : cameras) {
     RenderBuffer rb = createRenderBuffer(camera->width, camera->height);
     const std::vector<int> flags =
-        contributing_points(rb, points, *camera, rendering_depth_tolerance, 0.0f, FLT_MAX, 2.0f);
+        contributing_points(rb, points, *camera, rendering_depth_tolerance, 0.0f, FLT_MAX, kDiscScale);
     freeRenderBuffer(rb);
     add_visible_view(visible, flags, particles, offsets, normals, *camera, per_view, cos_limit);
   }

@@ -8,9 +8,9 @@
 
 // What the other views could contribute to a particle's support, found with the point renderer.
 //
-// A view can confirm a particle when the particle's disk reaches the surface rendered into that
-// view (inside the image, not hidden behind other particles, facing the view) and the particle's
-// normal turns less than the facing limit away from the direction towards the view's centre.
+// A view can confirm a particle when the particle lies inside the view's image, its disk reaches
+// the surface rendered into that view (not hidden behind other particles, facing the view), and
+// its normal turns less than the facing limit away from the direction towards the view's centre.
 // Such a view's particles sample the surface there with a density that falls with the cosine of
 // that angle, so the support it can give is `per_view` times the cosine: per_view is what one
 // view gives head-on (about pi on the pixel level, where each particle's footprint is one pixel
