@@ -1,5 +1,6 @@
 #include "tools/scene/evaluation.h"
 
+#include <cmath>
 #include <filesystem>
 #include <fstream>
 #include <iomanip>
@@ -27,6 +28,24 @@ std::vector<Vec3> off_the_surfaces(const Scene& scene, const std::vector<Vec3>& 
 
 }  // namespace
 
+SheetFaces measure_sheet_faces(const Scene& scene, const std::vector<ModelPoint>& model) {
+  SheetFaces faces;
+  const int index = find_shape(scene, "sheet");
+  if (index < 0) return faces;
+  const Shape& sheet = scene.shapes[index];
+  for (const ModelPoint& p : model) {
+    const Vec3 local = to_local(sheet, p.point);
+    // The sheet's thin axis is its local x; keep away from its rims.
+    if (std::fabs(local.y) > 0.8 * sheet.size.y || std::fabs(local.z) > 0.8 * sheet.size.z) continue;
+    if (std::fabs(local.x) > 0.02) continue;
+    const int side = local.x > 0 ? 1 : 0;
+    const Vec3 n = to_local(sheet, sheet.center + p.normal);
+    ++faces.points[side];
+    faces.facing_own_side[side] += (side == 1) == (n.x > 0);
+  }
+  return faces;
+}
+
 Evaluation evaluate_model(const std::string& scene_dir, const std::vector<ModelPoint>& model,
                           const std::vector<double>& distances) {
   std::ifstream depth_file(scene_dir + "/average_depth.txt");
@@ -50,6 +69,8 @@ Evaluation evaluate_model(const std::string& scene_dir, const std::vector<ModelP
   for (double distance : distances)
     e.within.push_back({distance, measure_completeness(truth, points, distance),
                         measure_accuracy(scene, points, distance).within});
+
+  e.sheet = measure_sheet_faces(scene, model);
 
   const std::string outlier_file = scene_dir + "/outliers.ply";
   if (std::filesystem::exists(outlier_file)) {
@@ -78,6 +99,8 @@ std::string format_evaluation(const Evaluation& e) {
   for (const WithinDistance& w : e.within)
     out << "within " << 1000 * w.distance << " mm: " << 100 * w.completeness << " % of the true surface, "
         << 100 * w.accuracy << " % of the points\n";
+  out << "sheet:        " << e.sheet.points[0] << " and " << e.sheet.points[1] << " points on its two faces, "
+      << e.sheet.facing_own_side[0] << " and " << e.sheet.facing_own_side[1] << " facing their own side\n";
   if (e.planted_outliers > 0)
     out << "outliers:     " << 100 * e.outliers_removed << " % of " << e.planted_outliers
         << " planted points removed (no model point off the surfaces within one footprint)\n";

@@ -15,6 +15,13 @@ struct WithinDistance {
   double accuracy = 0;      // share of model points closer than the distance to the true surfaces
 };
 
+// Model points on the two large faces of the thin sheet, away from its rims, and how many of
+// them have normals facing their own side.
+struct SheetFaces {
+  size_t points[2] = {0, 0};
+  size_t facing_own_side[2] = {0, 0};
+};
+
 // A model measured against the analytic scene it was made from, with distances in units of the
 // pixel footprint at the scene's average depth (average depth / fx of the first view).
 struct Evaluation {
@@ -29,7 +36,12 @@ struct Evaluation {
   // two footprints) lies within one footprint of.
   size_t planted_outliers = 0;
   double outliers_removed = 0;
+  SheetFaces sheet;
 };
+
+// The sheet's faces in a model: points within 2 cm of the sheet's mid-plane and inside 80 % of its
+// extent, split by side.
+SheetFaces measure_sheet_faces(const Scene& scene, const std::vector<ModelPoint>& model);
 
 // Reads scene_dir's ground_truth.ply, average_depth.txt, view_00.txt and outliers.ply when it is
 // there, and the model; measures completeness and accuracy also at each of `distances`.
