@@ -43,6 +43,11 @@ const option::Descriptor usage[] = {
     {MIN_SUPPORT, 0, "", "min-support", MyArg::NonNegativeDouble,
      "      --min-support \tThe minimum support of a point. Points with less support will be removed from the "
      "reconstruction. Default is 3.0"},
+    {SUPERPIXELS, 0, "", "superpixels", MyArg::PositiveInteger,
+     "      --superpixels \tThe number of superpixels generated per image. Default is 5000"},
+    {PREVIEW, 0, "", "preview", None,
+     "      --preview \tAfter the run, write DIR/preview/view_NN.png per view: the input image, the rendered "
+     "model and its shaded normals side by side."},
     {VISIBLE_SUPPORT, 0, "", "visible-support", MyArg::Share,
      "      --visible-support \tInstead of the fixed minimum support levels, keep a point when its support reaches "
      "this share (above 0, at most 1) of what the other views that see it could give; suits few views. Off by "
@@ -50,11 +55,6 @@ const option::Descriptor usage[] = {
     {VISIBLE_FLOOR, 0, "", "visible-floor", MyArg::NonNegativeDouble,
      "      --visible-floor \tWith --visible-support, the support every point needs at least; 0 keeps points that "
      "no other view can see. Default is 0.5"},
-    {SUPERPIXELS, 0, "", "superpixels", MyArg::PositiveInteger,
-     "      --superpixels \tThe number of superpixels generated per image. Default is 5000"},
-    {PREVIEW, 0, "", "preview", None,
-     "      --preview \tAfter the run, write DIR/preview/view_NN.png per view: the input image, the rendered "
-     "model and its shaded normals side by side."},
     {PLY_COLORS, 0, "", "ply-colors", MyArg::PlyColors,
      "      --ply-colors \tThe names of the colour properties in the model files: diffuse (diffuse_red, "
      "diffuse_green, diffuse_blue) or standard (red, green, blue, which common point-cloud readers expect). "

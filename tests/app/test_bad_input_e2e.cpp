@@ -113,7 +113,7 @@ TEST_F(BadInput, ViewFileMistakesEndInOneLineNamingTheFile) {
   const std::string png = io_test::read_bytes(image);
   write("cut.png", png.substr(0, png.size() / 2));
   io_test::write_grey16_png((dir_ / "small.png").string(), 80, 60, std::vector<unsigned short>(80 * 60, 3000));
-  write("photo.jpg", png);
+  write("photo.gif", png);
   const std::string tokens = "has 23 tokens, expected 25 (K: 9, R: 9, t: 3, width, height, colour image, depth map)";
   const std::pair<std::string, std::string> cases[] = {
       {s.view_text.substr(0, s.view_text.find(image)), tokens},
@@ -124,7 +124,7 @@ TEST_F(BadInput, ViewFileMistakesEndInOneLineNamingTheFile) {
       {with_token(s.view_text, 24, "missing.png"),
        "colour image \"missing.png\": CTensor::readFromPNG: Cannot open file missing.png"},
       {with_token(s.view_text, 24, "cut.png"), "colour image \"cut.png\": CTensor::readFromPNG: png_read_image failed"},
-      {with_token(s.view_text, 24, "photo.jpg"), "colour image \"photo.jpg\": Image file format not supported"},
+      {with_token(s.view_text, 24, "photo.gif"), "colour image \"photo.gif\": Image file format not supported"},
       {with_token(s.view_text, 25, image),
        "depth map \"" + image +
            "\": CMatrix::readFromPNG: Format not supported.  Expected Greyscale image with 8 or 16 bit per channel"},

@@ -18,11 +18,13 @@
 #include "tools/scene/render_view.h"
 
 // One view of the default scene: the program's camera (K and R by columns, principal point
-// mirrored), and per array pixel the true depth (0 for none), analytic normal and shape.
+// mirrored), and per array pixel the true depth (0 for none), the measured depth (with the
+// generator's noise), analytic normal and shape.
 struct GeneratedView {
   scene::SceneCamera truth;
   Camera camera;
   CMatrix<float> depth;
+  CMatrix<float> measured;
   CMatrix<float3> normals;
   CMatrix<int> shape;
 };
@@ -32,16 +34,13 @@ inline const scene::Scene& world() {
   return s;
 }
 
-// View i of a ring of 8 views of 120 x 90 pixels with an off-centre principal point, which
-// shows mirroring mistakes.
-inline const GeneratedView& generated(int i) {
-  static std::map<int, GeneratedView> views;
-  if (auto it = views.find(i); it != views.end()) return it->second;
-  scene::CameraRing ring{8, 120, 90, 3.0, 3.5, -2.0};
+// View i of a camera ring over the default scene, with depth noise noise * depth^2.
+inline GeneratedView make_generated_view(const scene::CameraRing& ring, int i, double noise = 0.0,
+                                         uint64_t seed = 1) {
   const scene::SceneCamera sc = scene::make_cameras(world(), ring)[i];
   const scene::ViewFile vf = scene::make_view_file(sc, "", "");
-  GeneratedView v{sc, Camera(), CMatrix<float>(sc.width, sc.height), CMatrix<float3>(sc.width, sc.height),
-                  CMatrix<int>(sc.width, sc.height)};
+  GeneratedView v{sc, Camera(), CMatrix<float>(sc.width, sc.height), CMatrix<float>(sc.width, sc.height),
+                  CMatrix<float3>(sc.width, sc.height), CMatrix<int>(sc.width, sc.height)};
   Camera& c = v.camera;
   for (int r = 0; r < 3; ++r) {
     for (int col = 0; col < 3; ++col) {
@@ -56,18 +55,27 @@ inline const GeneratedView& generated(int i) {
   c.height = sc.height;
   c.K[6] = static_cast<float>(c.width - 1) - c.K[6];
   c.K[7] = static_cast<float>(c.height - 1) - c.K[7];
-  const scene::RenderedView rendered = scene::render_view(world(), sc, i, 0.0, 1);
+  const scene::RenderedView rendered = scene::render_view(world(), sc, i, noise, seed);
   c.image.setSize(sc.width, sc.height);
   for (int y = 0; y < sc.height; ++y)
     for (int x = 0; x < sc.width; ++x) {
       const int p = y * sc.width + x;
       v.depth(x, y) = static_cast<float>(rendered.depth[p]);
+      v.measured(x, y) = static_cast<float>(rendered.measured[p]);
       v.shape(x, y) = rendered.shape[p];
       c.image(x, y) = make_uchar4(rendered.rgb[3 * p], rendered.rgb[3 * p + 1], rendered.rgb[3 * p + 2], 255);
       const scene::Vec3 n = scene::cast_ray(world(), sc.center, scene::pixel_direction(sc, x, y)).normal;
       v.normals(x, y) = make_float3(static_cast<float>(n.x), static_cast<float>(n.y), static_cast<float>(n.z));
     }
-  return views.emplace(i, std::move(v)).first->second;
+  return v;
+}
+
+// View i of a ring of 8 views of 120 x 90 pixels with an off-centre principal point, which
+// shows mirroring mistakes.
+inline const GeneratedView& generated(int i) {
+  static std::map<int, GeneratedView> views;
+  if (auto it = views.find(i); it != views.end()) return it->second;
+  return views.emplace(i, make_generated_view(scene::CameraRing{8, 120, 90, 3.0, 3.5, -2.0}, i)).first->second;
 }
 
 // True when the 3 x 3 neighbourhood of (x, y) lies on one smooth piece of one surface: no

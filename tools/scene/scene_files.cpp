@@ -59,6 +59,7 @@ CameraRing camera_ring(const SceneOptions& o) {
 std::string view_file_name(int view) { return numbered("view", view, "txt"); }
 std::string image_file_name(int view) { return numbered("image", view, "png"); }
 std::string depth_file_name(int view) { return numbered("depth", view, "png"); }
+std::string true_view_file_name(int view) { return numbered("true_view", view, "txt"); }
 
 std::vector<SurfaceSample> ground_truth_samples(const Scene& scene, const std::vector<SceneCamera>& cameras,
                                                 int stride) {
@@ -99,6 +100,10 @@ SceneSummary write_scene(const Scene& scene, const SceneOptions& options) {
     throw std::runtime_error("write_scene: cannot create the directory " + summary.out_dir);
 
   const std::vector<SceneCamera> cameras = make_cameras(scene, camera_ring(options));
+  std::vector<SceneCamera> written = cameras;
+  if (options.perturbation.active())
+    for (int i = 0; i < options.views; ++i)
+      written[i] = perturb_pose(cameras[i], scene, options.perturbation, options.seed, i);
   summary.views = options.views;
   summary.width = options.width;
   summary.height = options.height;
@@ -112,7 +117,10 @@ SceneSummary write_scene(const Scene& scene, const SceneOptions& options) {
     const std::string depth = summary.out_dir + "/" + depth_file_name(i);
     write_png_rgb8(image, view.width, view.height, view.rgb);
     write_png_gray16(depth, view.width, view.height, view.depth_mm);
-    write_text(summary.out_dir + "/" + view_file_name(i), format_view_file(make_view_file(cameras[i], image, depth)));
+    write_text(summary.out_dir + "/" + view_file_name(i), format_view_file(make_view_file(written[i], image, depth)));
+    if (options.perturbation.active())
+      write_text(summary.out_dir + "/" + true_view_file_name(i),
+                 format_view_file(make_view_file(cameras[i], image, depth)));
     write_layout_view(options.layout, summary.out_dir, i, view);
     for (double d : view.depth)
       if (d > 0) {
@@ -120,7 +128,7 @@ SceneSummary write_scene(const Scene& scene, const SceneOptions& options) {
         ++summary.surface_pixels;
       }
   }
-  write_layout_index(options.layout, summary.out_dir, cameras);
+  write_layout_index(options.layout, summary.out_dir, written);
   if (options.outliers > 0) write_ground_truth_ply(summary.out_dir + "/outliers.ply", outliers);
   summary.outlier_pixels = outliers.size();
   summary.average_depth = summary.surface_pixels ? depth_sum / static_cast<double>(summary.surface_pixels) : 0.0;
@@ -142,6 +150,9 @@ std::string format_summary(const SceneSummary& s, const SceneOptions& o) {
   out << std::setprecision(9) << "  average depth: " << s.average_depth << " (average_depth.txt)\n";
   out << "  ground truth points: " << s.ground_truth_points << " (ground_truth.ply)\n";
   out << "  depth noise: " << o.noise << " at depth 1, seed " << o.seed << "\n";
+  if (o.perturbation.active())
+    out << "  pose error: " << o.perturbation.degrees << " degrees, " << o.perturbation.footprints
+        << " pixel footprints (true poses in true_view_NN.txt)\n";
   if (o.outliers > 0) out << "  outliers: " << s.outlier_pixels << " pixels with a wrong depth (outliers.ply)\n";
   return out.str();
 }
