@@ -145,30 +145,3 @@ TEST(VisibleSupport, ExpectationMatchesTheSupportOfNoiseFreeViews) {
   EXPECT_LT(median, 1.3f);
   EXPECT_GT(ratio[ratio.size() / 10], 0.6f);
 }
-
-// One view's part: its flags, the own view, the facing limit and the cosine weight.
-TEST(VisibleSupport, OneViewCountsFlaggedPointsFacingItOnly) {
-  Camera camera = pinhole(32, 24, 20.0f);  // at the origin
-  camera.index = 3;
-  const float3 at = {0.0f, 0.0f, 2.0f};
-  const float s60 = std::sin(kPi / 3.0f), s80 = std::sin(80.0f * kPi / 180.0f);
-  // Normals towards the camera, 60 degrees off, 80 degrees off (beyond the limit), away from it.
-  const std::vector<Disk> list = {{at, {0, 0, -1}, 0.1f}, {at, {s60, 0, -0.5f}, 0.1f},
-                                  {at, {s80, 0, -std::cos(80.0f * kPi / 180.0f)}, 0.1f}, {at, {0, 0, 1}, 0.1f},
-                                  {at, {0, 0, -1}, 0.1f}, {at, {0, 0, -1}, 0.1f}};
-  ParticleSet set = disks(list);
-  set.particles[4].camera_index = 3;  // its own view
-  const std::vector<int> flags = {1, 1, 1, 1, 1, 0};
-  VisibleViews visible;
-  visible.expected.assign(list.size(), 0.5f);
-  visible.views.assign(list.size(), 1);
-  add_visible_view(visible, flags, set.particles, set.offsets, set.normals, camera, 2.0f, kCos75);
-  EXPECT_EQ(visible.views, (std::vector<int>{2, 2, 1, 1, 1, 1}));
-  EXPECT_NEAR(visible.expected[0], 2.5f, 1e-5f);
-  EXPECT_NEAR(visible.expected[1], 1.5f, 1e-5f);
-  for (std::size_t i = 2; i < list.size(); ++i) EXPECT_EQ(visible.expected[i], 0.5f) << i;
-
-  const VisibleViews none = find_visible_views({}, {}, {}, {&camera}, kPi, kCos75);
-  EXPECT_TRUE(none.expected.empty());
-  EXPECT_TRUE(none.views.empty());
-}
