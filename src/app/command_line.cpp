@@ -10,6 +10,7 @@
 #include "src/app/my_arg.h"
 #include "src/app/option_usage.h"
 #include "src/app/string_to.h"
+#include "src/app/support_rule.h"
 #include "src/core/settings.h"
 #include "src/io/output_directory.h"
 
@@ -47,6 +48,17 @@ const option::Descriptor usage[] = {
     {PREVIEW, 0, "", "preview", None,
      "      --preview \tAfter the run, write DIR/preview/view_NN.png per view: the input image, the rendered "
      "model and its shaded normals side by side."},
+    {VISIBLE_SUPPORT, 0, "", "visible-support", MyArg::Share,
+     "      --visible-support \tInstead of the fixed minimum support levels, keep a point when its support reaches "
+     "this share (above 0, at most 1) of what the other views that see it could give; suits few views. Off by "
+     "default; 0.3 is a good start."},
+    {VISIBLE_FLOOR, 0, "", "visible-floor", MyArg::NonNegativeDouble,
+     "      --visible-floor \tWith --visible-support, the support every point needs at least; 0 keeps points that "
+     "no other view can see. Default is 0.5"},
+    {PLY_COLORS, 0, "", "ply-colors", MyArg::PlyColors,
+     "      --ply-colors \tThe names of the colour properties in the model files: diffuse (diffuse_red, "
+     "diffuse_green, diffuse_blue) or standard (red, green, blue, which common point-cloud readers expect). "
+     "Default is diffuse"},
     {0, 0, nullptr, nullptr, nullptr, nullptr},
 };
 
@@ -108,6 +120,11 @@ std::optional<int> set_up_run(int argc, char* argv[], std::vector<std::string>& 
     if (options[index]) *float_settings[index - DEPTH_AVG] = static_cast<float>(stringTo<double>(options[index].arg));
   if (options[SUPERPIXELS]) superpixel_count = stringTo<int>(options[SUPERPIXELS].arg);
   write_preview = static_cast<bool>(options[PREVIEW]);
+  if (options[VISIBLE_SUPPORT]) support_rule.share = static_cast<float>(stringTo<double>(options[VISIBLE_SUPPORT].arg));
+  if (options[VISIBLE_FLOOR]) support_rule.floor = static_cast<float>(stringTo<double>(options[VISIBLE_FLOOR].arg));
+  if (options[PLY_COLORS])
+    model_color_names = std::strcmp(options[PLY_COLORS].arg, "standard") == 0 ? PlyColorNames::standard
+                                                                              : PlyColorNames::diffuse;
 
   use_NCC = true;
   char host_name[2048] = {};

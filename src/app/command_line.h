@@ -23,6 +23,9 @@ enum : unsigned {
   SUPERPIXELS = 10,
   VERSION = 11,
   PREVIEW = 12,
+  VISIBLE_SUPPORT = 13,
+  VISIBLE_FLOOR = 14,
+  PLY_COLORS = 15,
 };
 }  // namespace option_index
 

@@ -14,6 +14,7 @@
 #include "src/app/model_files.h"
 #include "src/app/preview.h"
 #include "src/app/run_summary.h"
+#include "src/app/support_rule.h"
 #include "src/seed/create_particles_from_superpixels.h"
 #include "src/seed/create_superpixels.h"
 #include "src/filter/density.h"
@@ -28,14 +29,6 @@
 #include "src/core/viewer_hooks.h"
 
 namespace {
-
-// Removes the particles whose support from other views is below `level`.
-void support_filter(std::vector<Particle>& particles, std::vector<float>& offsets, std::vector<float3>& normals,
-                    float radius, float level) {
-  std::vector<float> support;
-  compute_particle_support(support, particles, offsets, normals, radius, level);
-  threshold_particles<float>(support, particles, offsets, normals, level, FLT_MAX);
-}
 
 void print_filter_header(float radius, size_t count) {
   std::cout << " Filter particles,     radius = " << radius << "\n";
@@ -53,7 +46,7 @@ int fail(const std::string& line) {
 bool write_model(const std::vector<Particle>& particles, const std::vector<float>& offsets,
                  const std::vector<float3>& normals, const std::string& path) {
   try {
-    writeParticlesToPLY(particles, offsets, normals, path);
+    writeParticlesToPLY(particles, offsets, normals, path, model_color_names);
     return true;
   } catch (const ModelWriteError& e) {
     fail(e.what());
@@ -100,7 +93,8 @@ int main(int argc, char* argv[]) {
   print_filter_header(r9, sp_particles.size());
   filter_particles(sp_particles, sp_offsets, sp_normals, alpha_sp, beta_sp, r9, 50, 50, gradient_descent_timestep_sp,
                    50, "particles");
-  support_filter(sp_particles, sp_offsets, sp_normals, rs, min_support_sp);
+  support_filter(sp_particles, sp_offsets, sp_normals, camera_ptrs, rs, min_support_sp, kSuperpixelSupportPerView,
+                 support_rule);
   sendParticlesToLumvik(sp_particles, sp_offsets, {}, "particles", debug_lumvik_particle_iteration++);
   if (!write_model(sp_particles, sp_offsets, sp_normals, output_directory + kSuperpixelModelName)) return 1;
   const std::size_t superpixel_points = sp_particles.size();
@@ -120,7 +114,10 @@ int main(int argc, char* argv[]) {
   sp_normals.clear();
   float r1 = average_depth / cameras[0].K[0];
   const float r5 = (5.0f * average_depth) / cameras[0].K[0];
-  support_filter(particles, offsets, normals, r1, min_support);
+  // Before the fine filter each view's particles still lie on its own superpixels' planes, which
+  // disagree on curved and creased surfaces; the visible share judges the fine model once, after.
+  if (!support_rule.visible())
+    support_filter(particles, offsets, normals, camera_ptrs, r1, min_support, kPixelSupportPerView, support_rule);
 
   int pass = 0;
   print_filter_header(r5, particles.size());
@@ -129,7 +126,7 @@ int main(int argc, char* argv[]) {
   ++pass;
 
   r1 = average_depth / cameras[0].K[0];
-  support_filter(particles, offsets, normals, r1, min_support);
+  support_filter(particles, offsets, normals, camera_ptrs, r1, min_support, kPixelSupportPerView, support_rule);
   if (!write_model(particles, offsets, normals, output_directory + kModelName)) return 1;
   RunSummary summary;
   if (write_preview) {
@@ -145,6 +142,8 @@ int main(int argc, char* argv[]) {
   summary.output_directory = output_directory;
   summary.min_support_sp = min_support_sp;
   summary.min_support = min_support;
+  summary.visible_support = support_rule.share;
+  summary.visible_support_floor = support_rule.floor;
   std::cout << format_summary(summary) << std::flush;
   return 0;
 }

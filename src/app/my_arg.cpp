@@ -3,6 +3,7 @@
 #include <climits>
 #include <cmath>
 #include <cstdlib>
+#include <cstring>
 #include <iostream>
 
 #include "src/app/string_to.h"
@@ -80,6 +81,21 @@ option::ArgStatus PositiveInteger(const option::Option& option, bool msg) {
   const long v = std::strtol(option.arg, nullptr, 10);
   if (v >= 1 && v <= INT_MAX) return option::ARG_OK;
   if (msg) printError("Option '", option, "' requires an argument from 1 to 2147483647\n");
+  return option::ARG_ILLEGAL;
+}
+
+option::ArgStatus Share(const option::Option& option, bool msg) {
+  if (const option::ArgStatus s = Double(option, msg); s != option::ARG_OK) return s;
+  const float v = static_cast<float>(stringTo<double>(option.arg));
+  if (v > 0.0f && v <= 1.0f) return option::ARG_OK;
+  if (msg) printError("Option '", option, "' requires an argument above 0 and at most 1\n");
+  return option::ARG_ILLEGAL;
+}
+
+option::ArgStatus PlyColors(const option::Option& option, bool msg) {
+  if (!has_text(option)) return require_text(option, msg);
+  if (std::strcmp(option.arg, "diffuse") == 0 || std::strcmp(option.arg, "standard") == 0) return option::ARG_OK;
+  if (msg) printError("Option '", option, "' requires diffuse or standard\n");
   return option::ARG_ILLEGAL;
 }
 

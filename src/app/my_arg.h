@@ -21,6 +21,10 @@ option::ArgStatus Integer(const option::Option& option, bool msg);
 option::ArgStatus PositiveDouble(const option::Option& option, bool msg);
 option::ArgStatus NonNegativeDouble(const option::Option& option, bool msg);
 option::ArgStatus PositiveInteger(const option::Option& option, bool msg);
+// A share: above 0 and at most 1.
+option::ArgStatus Share(const option::Option& option, bool msg);
+// The colour property names of the model files: "diffuse" or "standard".
+option::ArgStatus PlyColors(const option::Option& option, bool msg);
 
 // required: zero-terminated list of indices. Returns true when one of them was not given; unless
 // quiet, lists the missing ones on standard error under a header.

@@ -7,21 +7,31 @@
 
 namespace {
 
-// Below this share of the input's depth pixels, a model has lost most of the scene.
-constexpr double kTinyShare = 0.01;
+// Below this share of the input's depth pixels, a model has lost much of the scene: with every
+// surface seen by two or more views, the visible share keeps two thirds and more, while the fixed
+// levels keep about a tenth of eight views.
+constexpr double kSmallShare = 0.25;
 
 std::string advice(const RunSummary& run, double share) {
   std::ostringstream s;
   if (run.input_pixels == 0) return "The depth maps hold no depth: every pixel is 0.\n";
-  if (run.points > 0 && share >= kTinyShare) return {};
+  if (run.points > 0 && share >= kSmallShare) return {};
   s << (run.points == 0 ? "The model is empty: " : "Few points were kept: ");
+  if (run.visible_support > 0.0f) {
+    s << "few points reach the share of what the views that see them could confirm (--visible-support "
+      << run.visible_support << ", --visible-floor " << run.visible_support_floor
+      << "); check --depth-avg and the poses of the views, or try a lower share, or --visible-floor 0 to "
+         "keep what no other view sees.\n";
+    return s.str();
+  }
   if (run.min_support_sp <= 0.0f && run.min_support <= 0.0f) {
     s << "no support was required, so check --depth-avg against the depths of the input.\n";
     return s.str();
   }
-  s << "too few views confirm each surface at the support levels in force (--min-support-sp "
-    << run.min_support_sp << ", --min-support " << run.min_support
-    << "); try lower levels, e.g. --min-support-sp 1 --min-support 1, or more views of each surface.\n";
+  s << "too few views confirm each surface at the support levels in force (--min-support-sp " << run.min_support_sp
+    << ", --min-support " << run.min_support
+    << "); with few views try --visible-support 0.3, which asks each point only for a share of what the views that "
+       "see it could confirm, or lower levels, e.g. --min-support-sp 1 --min-support 1.\n";
   return s.str();
 }
 

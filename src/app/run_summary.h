@@ -12,11 +12,13 @@ struct RunSummary {
   std::string output_directory;
   float min_support_sp = 0.0f;
   float min_support = 0.0f;
+  float visible_support = 0.0f;  // the share of --visible-support; 0 with the fixed levels
+  float visible_support_floor = 0.0f;
   std::string preview_directory;  // where the preview images went; empty without them
   int preview_images = 0;
 };
 
 // The closing lines: the points and path of each model, the share of input depth pixels the
-// model kept and the wall time; when that share is tiny or the model is empty, one line more
+// model kept and the wall time; when that share is small or the model is empty, one line more
 // that says why and what to try.
 std::string format_summary(const RunSummary& run);

@@ -20,10 +20,12 @@ void note_ply_failure(p_ply, const char* message) {
 
 // Writes the model to an open file; false at the first value the writer refuses.
 bool write_model(p_ply ply, const std::vector<Particle>& particles, const std::vector<float>& offsets,
-                 const std::vector<float3>& normals) {
+                 const std::vector<float3>& normals, PlyColorNames names) {
+  static const char* const diffuse[] = {"diffuse_red", "diffuse_green", "diffuse_blue"};
+  static const char* const standard[] = {"red", "green", "blue"};
   bool ok = ply_add_element(ply, "vertex", static_cast<long>(particles.size()));
   for (const char* name : {"x", "y", "z", "nx", "ny", "nz"}) ok = ok && ply_add_scalar_property(ply, name, PLY_FLOAT);
-  for (const char* name : {"diffuse_red", "diffuse_green", "diffuse_blue"})
+  for (const char* name : names == PlyColorNames::standard ? standard : diffuse)
     ok = ok && ply_add_scalar_property(ply, name, PLY_UCHAR);
   ok = ok && ply_add_scalar_property(ply, "psz", PLY_FLOAT) && ply_write_header(ply);
   for (std::size_t i = 0; ok && i < particles.size(); ++i) {
@@ -41,6 +43,11 @@ bool write_model(p_ply ply, const std::vector<Particle>& particles, const std::v
 
 void writeParticlesToPLY(const std::vector<Particle>& particles, const std::vector<float>& offsets,
                          const std::vector<float3>& normals, std::string path) {
+  writeParticlesToPLY(particles, offsets, normals, path, PlyColorNames::diffuse);
+}
+
+void writeParticlesToPLY(const std::vector<Particle>& particles, const std::vector<float>& offsets,
+                         const std::vector<float3>& normals, const std::string& path, PlyColorNames names) {
   const auto fail = [&](const std::string& reason) {
     throw ModelWriteError("cannot write model file \"" + path + "\": " + reason);
   };
@@ -49,7 +56,7 @@ void writeParticlesToPLY(const std::vector<Particle>& particles, const std::vect
     ply_failure.clear();
     errno = 0;
     p_ply ply = ply_create(file.path.c_str(), PLY_DEFAULT, note_ply_failure);
-    const bool written = ply != nullptr && write_model(ply, particles, offsets, normals);
+    const bool written = ply != nullptr && write_model(ply, particles, offsets, normals, names);
     const bool closed = ply_close(ply);
     if (!written || !closed) fail(ply_failure.empty() ? "the PLY writer failed" : ply_failure);
     file.commit(path);

@@ -13,6 +13,11 @@ class ModelWriteError : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
+// The names of the three colour properties of a model file: "diffuse_red", "diffuse_green",
+// "diffuse_blue" as the model format has them, or "red", "green", "blue", the only ones common
+// point-cloud readers take for colours.
+enum class PlyColorNames { diffuse, standard };
+
 // Writes the particle model as a binary PLY file in the machine's byte order: one element
 // "vertex" with x, y, z (current position pos + offset * dir), nx, ny, nz, diffuse_red,
 // diffuse_green, diffuse_blue (uchar) and psz (the radius). The file is written under a
@@ -20,3 +25,6 @@ class ModelWriteError : public std::runtime_error {
 // not at all. Throws ModelWriteError when the file cannot be written.
 void writeParticlesToPLY(const std::vector<Particle>& particles, const std::vector<float>& offsets,
                          const std::vector<float3>& normals, std::string path);
+// The same with the colour properties named as `names` says; types and order stay.
+void writeParticlesToPLY(const std::vector<Particle>& particles, const std::vector<float>& offsets,
+                         const std::vector<float3>& normals, const std::string& path, PlyColorNames names);

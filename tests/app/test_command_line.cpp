@@ -8,7 +8,9 @@
 
 #include "src/app/command_line.h"
 #include "src/app/fatal_error.h"
+#include "src/app/model_files.h"
 #include "src/app/my_arg.h"
+#include "src/app/support_rule.h"
 #include "src/core/settings.h"
 
 namespace {
@@ -54,8 +56,18 @@ TEST(MyArg, NonEmptyTextAndNumbersReadCompletely) {
   EXPECT_EQ(run_check(MyArg::NonNegativeDouble, "-0"), ok);
   EXPECT_EQ(run_check(MyArg::PositiveInteger, "2147483647"), ok);
   EXPECT_EQ(run_check(MyArg::PositiveInteger, "1.5"), std::make_pair(option::ARG_ILLEGAL, numeric));
+  EXPECT_EQ(run_check(MyArg::Share, "1"), ok);
+  EXPECT_EQ(run_check(MyArg::Share, "1e-30"), ok);
+  for (const char* bad : {"0", "1.0001", "-0.5", "nan", "1e-50"})
+    EXPECT_EQ(run_check(MyArg::Share, bad),
+              std::make_pair(option::ARG_ILLEGAL, std::string("Option '--x' requires an argument above 0 and at most 1\n")))
+        << bad;
+  EXPECT_EQ(run_check(MyArg::PlyColors, "standard"), ok);
+  EXPECT_EQ(run_check(MyArg::PlyColors, "Standard"),
+            std::make_pair(option::ARG_ILLEGAL, std::string("Option '--x' requires diffuse or standard\n")));
 
-  for (option::CheckArg check : {MyArg::NonEmpty, MyArg::Double, MyArg::Integer, MyArg::PositiveDouble}) {
+  for (option::CheckArg check :
+       {MyArg::NonEmpty, MyArg::Double, MyArg::Integer, MyArg::PositiveDouble, MyArg::Share, MyArg::PlyColors}) {
     EXPECT_EQ(run_check(check, ""), std::make_pair(option::ARG_ILLEGAL, non_empty));
     EXPECT_EQ(run_check(check, nullptr), std::make_pair(option::ARG_ILLEGAL, non_empty));
   }
@@ -73,6 +85,7 @@ TEST(SetUpRun, StoresSettingsAndViewFiles) {
 
   std::vector<std::string> args = {"quillara", "-o", out, "--depth-avg", "2.5", "--depth-avg=3", "--alpha-sp", "0.3",
                                    "--beta", "2", "--min-support", "0", "--superpixels", "77", "--bogus",
+                                   "--visible-support", "0.25", "--visible-floor", "0", "--ply-colors", "standard",
                                    "--", view_a, view_b};
   std::vector<char*> argv;
   for (std::string& a : args) argv.push_back(a.data());
@@ -90,6 +103,9 @@ TEST(SetUpRun, StoresSettingsAndViewFiles) {
   EXPECT_EQ(min_support_sp, 2.0f);
   EXPECT_EQ(min_support, 0.0f);
   EXPECT_EQ(superpixel_count, 77);
+  EXPECT_EQ(support_rule.share, 0.25f);
+  EXPECT_EQ(support_rule.floor, 0.0f);
+  EXPECT_EQ(model_color_names, PlyColorNames::standard);
   EXPECT_EQ(n_keyframes, 2);
 }
 

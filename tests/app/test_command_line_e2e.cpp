@@ -90,6 +90,10 @@ TEST_F(CommandLine, BadArgumentsFailBeforeAnythingIsCreated) {
       {with({"--superpixels", "99999999999"}), count},
       {with({"--alpha", "-0.1"}), "Option '--alpha' requires a finite argument of at least 0\n"},
       {with({"--min-support-sp", "-1"}), "Option '--min-support-sp' requires a finite argument of at least 0\n"},
+      {with({"--visible-support", "0"}), "Option '--visible-support' requires an argument above 0 and at most 1\n"},
+      {with({"--visible-support=2"}), "Option '--visible-support' requires an argument above 0 and at most 1\n"},
+      {with({"--visible-floor", "-1"}), "Option '--visible-floor' requires a finite argument of at least 0\n"},
+      {with({"--ply-colors", "rgb"}), "Option '--ply-colors' requires diffuse or standard\n"},
   };
   for (const Case& c : cases) EXPECT_EQ(run(c.args), (Result{"", c.err, 1})) << c.args[1] << " " << c.args[3];
   EXPECT_FALSE(exists("out"));

@@ -157,7 +157,8 @@ TEST(DefaultRun, EmptiedModelsAreStillWritten) {
   EXPECT_TRUE(scene::read_model_ply((out / "model.ply").string()).empty());
   EXPECT_NE(r.out.find("                   #particles = 0\n"), std::string::npos);
   EXPECT_TRUE(r.out.ends_with("\nThe model is empty: too few views confirm each surface at the support levels in "
-                              "force (--min-support-sp 1e+09, --min-support 3); try lower levels, e.g. "
-                              "--min-support-sp 1 --min-support 1, or more views of each surface.\n"))
+                              "force (--min-support-sp 1e+09, --min-support 3); with few views try --visible-support "
+                              "0.3, which asks each point only for a share of what the views that see it could "
+                              "confirm, or lower levels, e.g. --min-support-sp 1 --min-support 1.\n"))
       << r.out;
 }

@@ -17,11 +17,11 @@ using io_test::scratch_path;
 
 namespace {
 
-std::string model_header(std::size_t count) {
+std::string model_header(std::size_t count, const std::string& colour_prefix = "diffuse_") {
   return "ply\nformat binary_little_endian 1.0\nelement vertex " + std::to_string(count) +
          "\nproperty float x\nproperty float y\nproperty float z\nproperty float nx\nproperty float ny\n"
-         "property float nz\nproperty uchar diffuse_red\nproperty uchar diffuse_green\nproperty uchar diffuse_blue\n"
-         "property float psz\nend_header\n";
+         "property float nz\nproperty uchar " + colour_prefix + "red\nproperty uchar " + colour_prefix +
+         "green\nproperty uchar " + colour_prefix + "blue\nproperty float psz\nend_header\n";
 }
 
 // One vertex record: x y z nx ny nz as float, red green blue as uchar, psz as float (no alpha).
@@ -64,6 +64,12 @@ TEST(ModelOutput, WritesHeaderAndVerticesAtTheirCurrentPositions) {
   EXPECT_EQ(floats_of(bytes, b), (std::vector<float>{1, 2.0f + -2.5f * 0.6f, 3.0f + -2.5f * 0.8f, 0.6f, -0.8f, 0, 0.5f}));
   EXPECT_EQ(colour_of(bytes, a), (std::vector<int>{10, 20, 30}));
   EXPECT_EQ(colour_of(bytes, b), (std::vector<int>{250, 0, 128}));
+
+  // The standard colour names change the header and nothing else.
+  const std::string standard = scratch_path("standard.ply");
+  writeParticlesToPLY(particles, {0.0f, -2.5f}, {make_float3(0, 0, 1), make_float3(0.6f, -0.8f, 0)}, standard,
+                      PlyColorNames::standard);
+  EXPECT_EQ(read_bytes(standard), model_header(2, "") + bytes.substr(header.size()));
 
   writeParticlesToPLY({}, {}, {}, path);  // an existing file is replaced
   EXPECT_EQ(read_bytes(path), model_header(0));

@@ -8,6 +8,20 @@
 
 namespace scene {
 
+// Completeness and accuracy at one distance given in length units.
+struct WithinDistance {
+  double distance = 0;
+  double completeness = 0;  // share of true samples with a model point closer than the distance
+  double accuracy = 0;      // share of model points closer than the distance to the true surfaces
+};
+
+// Model points on the two large faces of the thin sheet, away from its rims, and how many of
+// them have normals facing their own side.
+struct SheetFaces {
+  size_t points[2] = {0, 0};
+  size_t facing_own_side[2] = {0, 0};
+};
+
 // A model measured against the analytic scene it was made from, with distances in units of the
 // pixel footprint at the scene's average depth (average depth / fx of the first view).
 struct Evaluation {
@@ -16,10 +30,23 @@ struct Evaluation {
   Accuracy accuracy;           // distances of the model points to the true surfaces
   double completeness_1 = 0;   // share of true samples with a model point within one footprint
   double completeness_2 = 0;   // the same within two footprints
+  std::vector<WithinDistance> within;  // at the distances asked for, in their order
+  // With planted outliers (outliers.ply in the scene): those lying more than two footprints off
+  // the true surfaces, and the share of them that no model point off the surfaces (by more than
+  // two footprints) lies within one footprint of.
+  size_t planted_outliers = 0;
+  double outliers_removed = 0;
+  SheetFaces sheet;
 };
 
-// Reads scene_dir's ground_truth.ply, average_depth.txt and view_00.txt, and the model.
-Evaluation evaluate_model(const std::string& scene_dir, const std::vector<ModelPoint>& model);
+// The sheet's faces in a model: points within 2 cm of the sheet's mid-plane and inside 80 % of its
+// extent, split by side.
+SheetFaces measure_sheet_faces(const Scene& scene, const std::vector<ModelPoint>& model);
+
+// Reads scene_dir's ground_truth.ply, average_depth.txt, view_00.txt and outliers.ply when it is
+// there, and the model; measures completeness and accuracy also at each of `distances`.
+Evaluation evaluate_model(const std::string& scene_dir, const std::vector<ModelPoint>& model,
+                          const std::vector<double>& distances = {});
 
 // A few readable lines.
 std::string format_evaluation(const Evaluation& e);

@@ -37,8 +37,10 @@ std::string scene_usage() {
          "  --height H     image height in pixels, 8 to 16384 (default 480)\n"
          "  --noise S      standard deviation of the depth noise at depth 1, in length units;\n"
          "                 it grows with depth squared (default 0: exact depths)\n"
-         "  --seed K       seed of the depth noise and the pose error, a non-negative integer\n"
-         "                 (default 1)\n"
+         "  --seed K       seed of the depth noise, the outliers and the pose error, a non-negative\n"
+         "                 integer (default 1)\n"
+         "  --outliers P   give a share P (0 to 0.5) of each view's surface pixels a wrong depth,\n"
+         "                 in 8-pixel squares (at 640 pixels wide) 10 to 30 % off (default 0)\n"
          "  --layout L     also write the scene in another tool's layout: colmap-text, colmap-bin\n"
          "                 (sparse model, images, float depth maps), tum (RGB-D sequence with JPEG\n"
          "                 colour and depth in 1/5000) or log (colour, depth, trajectory.log)\n"
@@ -49,7 +51,8 @@ std::string scene_usage() {
          "  --help         print this text\n"
          "\n"
          "Files: view_NN.txt, image_NN.png (8-bit RGB), depth_NN.png (16-bit, thousandths of the\n"
-         "length unit, 0 = no surface), ground_truth.ply, average_depth.txt.\n";
+         "length unit, 0 = no surface), ground_truth.ply, average_depth.txt, and with --outliers\n"
+         "outliers.ply (the planted points).\n";
 }
 
 ParsedArguments parse_scene_arguments(const std::vector<std::string>& args) {
@@ -73,7 +76,8 @@ ParsedArguments parse_scene_arguments(const std::vector<std::string>& args) {
       name = name.substr(0, eq);
     }
     if (name != "--out" && name != "--views" && name != "--width" && name != "--height" && name != "--noise" &&
-        name != "--seed" && name != "--layout" && name != "--pose-error")
+        name != "--seed" && name != "--layout" && name != "--outliers" &&
+        name != "--pose-error")
       return fail("unknown option " + quoted(args[i]));
     if (!inline_value) {
       if (i + 1 >= args.size()) return fail("option " + name + " needs a value");
@@ -94,6 +98,9 @@ ParsedArguments parse_scene_arguments(const std::vector<std::string>& args) {
     } else if (name == "--noise") {
       if (!parse_whole(value, o.noise) || !std::isfinite(o.noise) || o.noise < 0)
         return fail("--noise needs a number of at least 0, got " + quoted(value));
+    } else if (name == "--outliers") {
+      if (!parse_whole(value, o.outliers) || !(o.outliers >= 0 && o.outliers <= 0.5))
+        return fail("--outliers needs a number from 0 to 0.5, got " + quoted(value));
     } else if (name == "--pose-error") {
       if (!parse_perturbation(value, o.perturbation))
         return fail("--pose-error needs DEGREES,FOOTPRINTS with 0 to 45 degrees and 0 to 1000 footprints, got " +

@@ -9,6 +9,7 @@
 #include <stdexcept>
 
 #include "tools/scene/little_endian.h"
+#include "tools/scene/plant_outliers.h"
 #include "tools/scene/png_io.h"
 #include "tools/scene/ray_cast.h"
 #include "tools/scene/render_view.h"
@@ -107,8 +108,11 @@ SceneSummary write_scene(const Scene& scene, const SceneOptions& options) {
   summary.width = options.width;
   summary.height = options.height;
   double depth_sum = 0;
+  std::vector<SurfaceSample> outliers;
   for (int i = 0; i < options.views; ++i) {
-    const RenderedView view = render_view(scene, cameras[i], i, options.noise, options.seed);
+    RenderedView view = render_view(scene, cameras[i], i, options.noise, options.seed);
+    for (const Vec3& p : plant_outliers(view, cameras[i], options.outliers, options.seed, i))
+      outliers.push_back({p, Vec3{}});
     const std::string image = summary.out_dir + "/" + image_file_name(i);
     const std::string depth = summary.out_dir + "/" + depth_file_name(i);
     write_png_rgb8(image, view.width, view.height, view.rgb);
@@ -125,6 +129,8 @@ SceneSummary write_scene(const Scene& scene, const SceneOptions& options) {
       }
   }
   write_layout_index(options.layout, summary.out_dir, written);
+  if (options.outliers > 0) write_ground_truth_ply(summary.out_dir + "/outliers.ply", outliers);
+  summary.outlier_pixels = outliers.size();
   summary.average_depth = summary.surface_pixels ? depth_sum / static_cast<double>(summary.surface_pixels) : 0.0;
   char buf[64];
   std::snprintf(buf, sizeof buf, "%.9g\n", summary.average_depth);
@@ -147,6 +153,7 @@ std::string format_summary(const SceneSummary& s, const SceneOptions& o) {
   if (o.perturbation.active())
     out << "  pose error: " << o.perturbation.degrees << " degrees, " << o.perturbation.footprints
         << " pixel footprints (true poses in true_view_NN.txt)\n";
+  if (o.outliers > 0) out << "  outliers: " << s.outlier_pixels << " pixels with a wrong depth (outliers.ply)\n";
   return out.str();
 }
 

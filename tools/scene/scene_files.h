@@ -25,6 +25,7 @@ struct SceneOptions {
   // Moves the poses written into the view files (and layouts) away from the rendered ones; the
   // true poses then go to true_view_NN.txt.
   PosePerturbation perturbation;
+  double outliers = 0.0;  // share of each view's surface pixels given a wrong depth (see plant_outliers)
 };
 
 struct SurfaceSample {
@@ -38,6 +39,7 @@ struct SceneSummary {
   uint64_t surface_pixels = 0;
   double average_depth = 0;  // mean true depth over all surface pixels of all views
   uint64_t ground_truth_points = 0;
+  uint64_t outlier_pixels = 0;  // planted wrong depths, all views
 };
 
 CameraRing camera_ring(const SceneOptions& options);
@@ -59,7 +61,7 @@ std::vector<SurfaceSample> ground_truth_samples(const Scene& scene, const std::v
 void write_ground_truth_ply(const std::string& path, const std::vector<SurfaceSample>& samples);
 
 // Renders every view and writes all files of the scene into options.out_dir, creating it when
-// missing. Throws std::runtime_error with a readable text on any failure.
+// missing; with planted outliers also outliers.ply, their back-projected points. Throws std::runtime_error with a readable text on any failure.
 SceneSummary write_scene(const Scene& scene, const SceneOptions& options);
 
 // The few lines printed after a successful run.

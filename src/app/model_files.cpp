@@ -1,0 +1,3 @@
+#include "src/app/model_files.h"
+
+PlyColorNames model_color_names = PlyColorNames::diffuse;
