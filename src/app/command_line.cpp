@@ -6,6 +6,7 @@
 #include <cstring>
 #include <iostream>
 
+#include "src/app/improvement_passes.h"
 #include "src/app/model_files.h"
 #include "src/app/my_arg.h"
 #include "src/app/option_usage.h"
@@ -47,6 +48,12 @@ const option::Descriptor usage[] = {
     {PREVIEW, 0, "", "preview", None,
      "      --preview \tAfter the run, write DIR/preview/view_NN.png per view: the input image, the rendered "
      "model and its shaded normals side by side."},
+    {IMPROVE_CAMERAS, 0, "", "improve-cameras", None,
+     "      --improve-cameras \tAlign every camera to the model and refine the depth maps by photo-consistency, "
+     "in three passes, and write the refined views to DIR/views/. Needs the device BLAS."},
+    {BACKFACE_TEST, 0, "", "backface-test", None,
+     "      --backface-test \tRemove points that show their back to a view, after the first support filter and "
+     "before the last, and write the model before and after the last removal."},
     {0, 0, nullptr, nullptr, nullptr, nullptr},
 };
 
@@ -62,6 +69,13 @@ std::string quoted_path(const std::string& path) {
     text += c;
   }
   return text + "\"";
+}
+
+// The models the run writes with the switches in force.
+std::vector<std::string> model_names() {
+  std::vector<std::string> names = {kSuperpixelModelName, kModelName};
+  if (use_backface_visibility_test) names.insert(names.end(), {kBackfaceModelName1, kBackfaceModelName2});
+  return names;
 }
 
 }  // namespace
@@ -95,8 +109,9 @@ std::optional<int> set_up_run(int argc, char* argv[], std::vector<std::string>& 
   // Made without a shell, so the name is taken as it stands; a directory that cannot hold the
   // models ends the run here rather than after the work.
   output_directory = options[OUT_DIR].arg;
-  if (const std::string problem = prepare_output_directory(output_directory, {kSuperpixelModelName, kModelName});
-      !problem.empty()) {
+  improve_cameras = static_cast<bool>(options[IMPROVE_CAMERAS]);
+  use_backface_visibility_test = static_cast<bool>(options[BACKFACE_TEST]);
+  if (const std::string problem = prepare_output_directory(output_directory, model_names()); !problem.empty()) {
     std::cerr << problem << "\n";
     return 1;
   }
@@ -114,7 +129,11 @@ std::optional<int> set_up_run(int argc, char* argv[], std::vector<std::string>& 
   gethostname(host_name, sizeof(host_name) - 1);
   debug_processor_name = host_name;
   USE_GPU = true;
-  // A device report would go here with improve_cameras on; the command line never turns it on.
+  if (improve_cameras)
+    if (const std::string problem = start_pose_device(); !problem.empty()) {
+      std::cerr << problem << "\n";
+      return 1;
+    }
 
   // Everything behind the first "--" of the whole vector is a view file, whatever it looks like.
   view_files.clear();

@@ -23,6 +23,8 @@ enum : unsigned {
   SUPERPIXELS = 10,
   VERSION = 11,
   PREVIEW = 12,
+  IMPROVE_CAMERAS = 13,
+  BACKFACE_TEST = 14,
 };
 }  // namespace option_index
 

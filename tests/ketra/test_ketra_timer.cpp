@@ -6,6 +6,7 @@
 #include <utility>
 #include <vector>
 
+#include "device/error.h"
 #include "ketra/timer.h"
 
 using namespace ketra::timer;
@@ -39,6 +40,9 @@ TEST(KetraTimer, SpansAccumulateAndResetRestarts) {
   clear();
   EXPECT_EQ(elapsedTime("never used"), 0.0f);
   EXPECT_FALSE(isRunning("never used"));
+  stop("stopped first");  // before any start: nothing to add, no device error left
+  EXPECT_EQ(elapsedTime("stopped first"), 0.0f);
+  EXPECT_EQ(device::getLastError(), device::Success);
   start("t");
   EXPECT_TRUE(isRunning("t"));
   start("t");  // starting a running timer keeps it running
