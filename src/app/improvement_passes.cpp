@@ -136,6 +136,10 @@ void refine_step(std::vector<Particle>& particles, std::vector<float>& offsets, 
                                    depthmaps[i], cam.image, cam, depth_range_min, depth_range_max);
   }
   std::cout << "                   #PARTICLES = " << particles.size() << "\n";
+  if (particles.empty())
+    throw ImprovementError(
+        "refine depth maps: no view kept a pixel; each view needs at least three other views whose optical axes "
+        "lie within 60 degrees of its own, and their images must agree with it on the model");
 }
 
 void run_improvement_passes(std::vector<Particle>& particles, std::vector<float>& offsets,
