@@ -52,8 +52,8 @@ const option::Descriptor usage[] = {
      "      --improve-cameras \tAlign every camera to the model and refine the depth maps by photo-consistency, "
      "in three passes, and write the refined views to DIR/views/. Needs the device BLAS."},
     {BACKFACE_TEST, 0, "", "backface-test", None,
-     "      --backface-test \tRemove points that show their back to a view, after the first support filter and "
-     "before the last, and write the model before and after the last removal."},
+     "      --backface-test \tRemove points that show their back to a view, before each support filter of the "
+     "fine model, and write the model before and after the second removal."},
     {0, 0, nullptr, nullptr, nullptr, nullptr},
 };
 

@@ -31,6 +31,6 @@ inline const char* const expected_usage =
     "      --improve-cameras Align every camera to the model and refine the depth\n"
     "                        maps by photo-consistency, in three passes, and write\n"
     "                        the refined views to DIR/views/. Needs the device BLAS.\n"
-    "      --backface-test   Remove points that show their back to a view, after the\n"
-    "                        first support filter and before the last, and write the\n"
-    "                        model before and after the last removal.\n";
+    "      --backface-test   Remove points that show their back to a view, before\n"
+    "                        each support filter of the fine model, and write the\n"
+    "                        model before and after the second removal.\n";
