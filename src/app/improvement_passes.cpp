@@ -72,6 +72,7 @@ void close_pass(int& pass) {
 void pose_step(const std::vector<Particle>& particles, const std::vector<float>& offsets,
                const std::vector<float3>& normals, const std::vector<Camera*>& cameras, int pass) {
   require_particles(particles, "camera pose");
+  // The model stays uploaded through the step; each alignment uploads the copy it renders from.
   Points points = createPoints(particles, offsets, normals);
   for (std::size_t i = 0; i < cameras.size(); ++i) {
     Camera& cam = *cameras[i];
