@@ -1,7 +1,10 @@
 // Time per call of compute_camera_pose (particle form, the pose step's arguments 0.02, 0.5, 110)
 // for one 640 x 480 view of the 16-view sample scene, its pose written 0.3 degrees and 3 pixel
 // footprints off, against the model of the 16 true depth maps (one particle per depth pixel).
-//   bench_pose [benchmark flags] [--scene DIR] [--view I]
+//   bench_pose [benchmark flags] [--scene DIR] [--view I] [--views N] [--model-views M]
+// --views sets the number of views of the scene (default 16), --model-views the number of views
+// around view I whose depth maps make the model (default all): with 8 and 3 the model has about
+// the size of the fine model of an 8-view run.
 // The scene is written into DIR (default pose-scene in the working directory). Besides the time,
 // the counters give the rotation (degrees) and centre (pixel footprints) errors before and after,
 // the renderer's share of the time and the model size.
@@ -28,6 +31,8 @@ namespace {
 pose_test::PoseScene views;
 pose_test::Model model;
 int view = 3;
+int scene_views = 16;
+int model_views = 0;  // 0: all
 
 void BM_ComputeCameraPose(benchmark::State& state) {
   Camera const& truth = views.truth[view];
@@ -65,23 +70,34 @@ int main(int argc, char** argv) {
       dir = argv[i + 1];
     } else if (has_value && std::strcmp(argv[i], "--view") == 0) {
       view = std::atoi(argv[i + 1]);
+    } else if (has_value && std::strcmp(argv[i], "--views") == 0) {
+      scene_views = std::atoi(argv[i + 1]);
+    } else if (has_value && std::strcmp(argv[i], "--model-views") == 0) {
+      model_views = std::atoi(argv[i + 1]);
     } else {
       std::fprintf(stderr, "bench_pose: unknown argument %s\n", argv[i]);
       return 1;
     }
   }
-  if (view < 0 || view >= 16) {
-    std::fprintf(stderr, "bench_pose: --view needs a view from 0 to 15\n");
+  if (scene_views < 2 || view < 0 || view >= scene_views || model_views < 0 || model_views > scene_views) {
+    std::fprintf(stderr, "bench_pose: --views needs at least 2, --view a view of the scene, --model-views at most "
+                         "--views\n");
     return 1;
   }
+  if (model_views == 0) model_views = scene_views;
   try {
-    std::fprintf(stderr, "bench_pose: generating 16 views in %s and their model ...\n", dir.c_str());
+    std::fprintf(stderr, "bench_pose: generating %d views in %s and the model of %d ...\n", scene_views, dir.c_str(),
+                 model_views);
     std::ostringstream progress;  // the view reader's lines stay off the table
     std::streambuf* out = std::cout.rdbuf(progress.rdbuf());
-    views = pose_test::make_pose_scene(std::filesystem::absolute(dir).string(), 16, 640, 480, 0.3, 3.0);
-    std::vector<int> all;
-    for (int i = 0; i < 16; ++i) all.push_back(i);
-    model = pose_test::true_model(views, all);
+    views = pose_test::make_pose_scene(std::filesystem::absolute(dir).string(), scene_views, 640, 480, 0.3, 3.0);
+    // The views nearest to the aligned one on the ring: it first, then alternately after and before.
+    std::vector<int> around;
+    for (int k = 0; static_cast<int>(around.size()) < model_views; ++k) {
+      const int step = (k + 1) / 2 * (k % 2 == 1 ? 1 : -1);
+      around.push_back(((view + step) % scene_views + scene_views) % scene_views);
+    }
+    model = pose_test::true_model(views, around);
     std::cout.rdbuf(out);
     cublas.load();
   } catch (const std::exception& e) {

@@ -9,6 +9,7 @@
 #include <sstream>
 #include <vector>
 
+#include "device/error.h"
 #include "device/event.h"
 
 namespace ketra::timer {
@@ -125,7 +126,13 @@ void stop(std::string const& name) {
   device::eventRecord(e.stop_event);
   device::eventSynchronize(e.stop_event);
   float ms = 0.0f;
-  device::eventElapsedTime(&ms, e.start_event, e.stop_event);
+  // A timer stopped before its first start has no span: it adds nothing and leaves no device
+  // error behind for the next check.
+  const device::Error pending = device::peekAtLastError();
+  if (device::eventElapsedTime(&ms, e.start_event, e.stop_event) != device::Success) {
+    device::setLastError(pending);
+    ms = 0.0f;
+  }
   e.elapsed += ms;
   e.running = false;
 }

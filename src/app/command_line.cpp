@@ -6,6 +6,7 @@
 #include <cstring>
 #include <iostream>
 
+#include "src/app/improvement_passes.h"
 #include "src/app/model_files.h"
 #include "src/app/my_arg.h"
 #include "src/app/option_usage.h"
@@ -59,6 +60,12 @@ const option::Descriptor usage[] = {
      "      --ply-colors \tThe names of the colour properties in the model files: diffuse (diffuse_red, "
      "diffuse_green, diffuse_blue) or standard (red, green, blue, which common point-cloud readers expect). "
      "Default is diffuse"},
+    {IMPROVE_CAMERAS, 0, "", "improve-cameras", None,
+     "      --improve-cameras \tAlign every camera to the model and refine the depth maps by photo-consistency, "
+     "in three passes, and write the refined views to DIR/views/. Needs the device BLAS."},
+    {BACKFACE_TEST, 0, "", "backface-test", None,
+     "      --backface-test \tRemove points that show their back to a view, before each support filter of the "
+     "fine model, and write the model before and after the second removal."},
     {0, 0, nullptr, nullptr, nullptr, nullptr},
 };
 
@@ -74,6 +81,13 @@ std::string quoted_path(const std::string& path) {
     text += c;
   }
   return text + "\"";
+}
+
+// The models the run writes with the switches in force.
+std::vector<std::string> model_names() {
+  std::vector<std::string> names = {kSuperpixelModelName, kModelName};
+  if (use_backface_visibility_test) names.insert(names.end(), {kBackfaceModelName1, kBackfaceModelName2});
+  return names;
 }
 
 }  // namespace
@@ -107,8 +121,9 @@ std::optional<int> set_up_run(int argc, char* argv[], std::vector<std::string>& 
   // Made without a shell, so the name is taken as it stands; a directory that cannot hold the
   // models ends the run here rather than after the work.
   output_directory = options[OUT_DIR].arg;
-  if (const std::string problem = prepare_output_directory(output_directory, {kSuperpixelModelName, kModelName});
-      !problem.empty()) {
+  improve_cameras = static_cast<bool>(options[IMPROVE_CAMERAS]);
+  use_backface_visibility_test = static_cast<bool>(options[BACKFACE_TEST]);
+  if (const std::string problem = prepare_output_directory(output_directory, model_names()); !problem.empty()) {
     std::cerr << problem << "\n";
     return 1;
   }
@@ -131,7 +146,11 @@ std::optional<int> set_up_run(int argc, char* argv[], std::vector<std::string>& 
   gethostname(host_name, sizeof(host_name) - 1);
   debug_processor_name = host_name;
   USE_GPU = true;
-  // A device report would go here with improve_cameras on; the command line never turns it on.
+  if (improve_cameras)
+    if (const std::string problem = start_pose_device(); !problem.empty()) {
+      std::cerr << problem << "\n";
+      return 1;
+    }
 
   // Everything behind the first "--" of the whole vector is a view file, whatever it looks like.
   view_files.clear();

@@ -26,6 +26,8 @@ enum : unsigned {
   VISIBLE_SUPPORT = 13,
   VISIBLE_FLOOR = 14,
   PLY_COLORS = 15,
+  IMPROVE_CAMERAS = 16,
+  BACKFACE_TEST = 17,
 };
 }  // namespace option_index
 

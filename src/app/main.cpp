@@ -8,11 +8,14 @@
 #include "device/memory.h"
 #include "image/CMatrix.h"
 #include "src/core/camera.h"
+#include "src/app/backface_removal.h"
 #include "src/app/command_line.h"
 #include "src/app/fatal_error.h"
+#include "src/app/improvement_passes.h"
 #include "src/app/input_checks.h"
 #include "src/app/model_files.h"
 #include "src/app/preview.h"
+#include "src/app/refined_views.h"
 #include "src/app/run_summary.h"
 #include "src/app/support_rule.h"
 #include "src/seed/create_particles_from_superpixels.h"
@@ -61,12 +64,18 @@ int main(int argc, char* argv[]) {
   report_internal_errors();
   std::vector<std::string> view_files;
   if (std::optional<int> status = set_up_run(argc, argv, view_files)) return *status;
+  const std::string views_directory = output_directory + "/views";
+  if (improve_cameras)
+    if (const std::string problem = prepare_refined_views(views_directory, view_files); !problem.empty())
+      return fail(problem);
 
   std::vector<Camera> cameras;
   std::vector<Camera*> camera_ptrs;
   std::vector<CMatrix<float>> depthmaps;
+  std::vector<std::string> depth_paths;  // as the view files name them, for the refined views
   try {
-    read_views(view_files, cameras, camera_ptrs, depthmaps, /*average_depth_given=*/true);  // --depth-avg is required
+    read_views(view_files, cameras, camera_ptrs, depthmaps, /*average_depth_given=*/true,  // --depth-avg is required
+               &depth_paths);
   } catch (const ViewFileError& e) {
     return fail(e.what());
   }
@@ -114,21 +123,46 @@ int main(int argc, char* argv[]) {
   sp_normals.clear();
   float r1 = average_depth / cameras[0].K[0];
   const float r5 = (5.0f * average_depth) / cameras[0].K[0];
+  if (use_backface_visibility_test) remove_backfacing_particles(particles, offsets, normals, camera_ptrs, r1, 1);
   // Before the fine filter each view's particles still lie on its own superpixels' planes, which
   // disagree on curved and creased surfaces; the visible share judges the fine model once, after.
   if (!support_rule.visible())
     support_filter(particles, offsets, normals, camera_ptrs, r1, min_support, kPixelSupportPerView, support_rule);
 
   int pass = 0;
-  print_filter_header(r5, particles.size());
-  filter_particles(particles, offsets, normals, alpha, beta, r5, 2, 10, gradient_descent_timestep, 5, "particles");
-  const std::string pass_model_name = output_directory + "/model_" + std::to_string(pass) + ".ply";  // not written
-  ++pass;
+  const auto filter_step = [&] {
+    print_filter_header(r5, particles.size());
+    filter_particles(particles, offsets, normals, alpha, beta, r5, 2, 10, gradient_descent_timestep, 5, "particles");
+  };
+  filter_step();
+  if (!improve_cameras) {
+    close_pass(pass);
+  } else {
+    // Camera alignment, depth-map refinement and filtering, three times.
+    try {
+      run_improvement_passes(particles, offsets, normals, camera_ptrs, depthmaps, filter_step, pass);
+    } catch (const ImprovementError& e) {
+      return fail(e.what());
+    }
+  }
 
   r1 = average_depth / cameras[0].K[0];
+  if (use_backface_visibility_test) {
+    if (!write_model(particles, offsets, normals, output_directory + kBackfaceModelName1)) return 1;
+    remove_backfacing_particles(particles, offsets, normals, camera_ptrs, r1, 2);
+    if (!write_model(particles, offsets, normals, output_directory + kBackfaceModelName2)) return 1;
+  }
   support_filter(particles, offsets, normals, camera_ptrs, r1, min_support, kPixelSupportPerView, support_rule);
   if (!write_model(particles, offsets, normals, output_directory + kModelName)) return 1;
   RunSummary summary;
+  summary.backface_models = use_backface_visibility_test;
+  if (improve_cameras) {
+    if (const std::string problem = write_refined_views(views_directory, view_files, cameras, depth_paths);
+        !problem.empty())
+      return fail(problem);
+    summary.views_directory = views_directory;
+    summary.refined_views = n_keyframes;
+  }
   if (write_preview) {
     summary.preview_directory = output_directory + "/preview";
     summary.preview_images = write_preview_images(particles, offsets, normals, camera_ptrs, summary.preview_directory);

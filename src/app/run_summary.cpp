@@ -46,6 +46,11 @@ std::string format_summary(const RunSummary& run) {
   s << "  model:            " << run.points << " points in " << run.output_directory << kModelName << ", "
     << std::setprecision(share < 0.1 ? 2 : 1) << 100.0 * share << " % of the " << run.input_pixels
     << " input depth pixels\n";
+  if (run.backface_models)
+    s << "  back-face models: " << run.output_directory << kBackfaceModelName1 << " and "
+      << run.output_directory << kBackfaceModelName2 << " (before and after the last removal)\n";
+  if (!run.views_directory.empty())
+    s << "  refined views:    " << run.refined_views << " view files in " << run.views_directory << "\n";
   if (!run.preview_directory.empty())
     s << "  preview:          " << run.preview_images << " images in " << run.preview_directory << "\n";
   return s.str() + advice(run, share);

@@ -16,6 +16,9 @@ struct RunSummary {
   float visible_support_floor = 0.0f;
   std::string preview_directory;  // where the preview images went; empty without them
   int preview_images = 0;
+  std::string views_directory;  // where the refined views went; empty without --improve-cameras
+  int refined_views = 0;
+  bool backface_models = false;  // the models before and after the last back-face removal were written
 };
 
 // The closing lines: the points and path of each model, the share of input depth pixels the

@@ -114,7 +114,8 @@ void check_sizes(const std::string& file, const ViewFileTokens& view, const CMat
 ViewFileError::ViewFileError(const std::string& file, const std::string& cause)
     : std::runtime_error("view file " + quoted(file) + ": " + cause) {}
 
-void read_view(const std::string& file, int index, Camera& camera, CMatrix<float>& depthmap) {
+void read_view(const std::string& file, int index, Camera& camera, CMatrix<float>& depthmap,
+               std::string* depth_path) {
   ViewFileTokens view;
   if (const std::string problem = parse_view_file(read_text(file), view); !problem.empty())
     throw ViewFileError(file, problem);
@@ -141,6 +142,7 @@ void read_view(const std::string& file, int index, Camera& camera, CMatrix<float
   camera.K[7] = static_cast<float>(camera.height - 1) - camera.K[7];
 
   camera.image_filename = view.image_path;
+  if (depth_path != nullptr) *depth_path = view.depth_path;
   CMatrix<unsigned short> raw;
   read_image(file, "depth map ", view.depth_path, [&] { raw.readFromPNG(view.depth_path.c_str()); });
   read_image(file, "colour image ", view.image_path, [&] { camera.image = loadImage(view.image_path); });
@@ -153,14 +155,16 @@ void read_view(const std::string& file, int index, Camera& camera, CMatrix<float
 
 void read_views(const std::vector<std::string>& files, std::vector<Camera>& cameras,
                 std::vector<Camera*>& camera_ptrs, std::vector<CMatrix<float>>& depthmaps,
-                bool average_depth_given) {
+                bool average_depth_given, std::vector<std::string>* depth_paths) {
+  if (depth_paths != nullptr) depth_paths->assign(files.size(), std::string());
   cameras.assign(files.size(), Camera());
   camera_ptrs.assign(files.size(), nullptr);
   depthmaps.assign(files.size(), CMatrix<float>());
   for (std::size_t i = 0; i < files.size(); ++i) {
     std::cout << "Reading file " << files[i] << std::endl;
     camera_ptrs[i] = &cameras[i];
-    read_view(files[i], static_cast<int>(i), cameras[i], depthmaps[i]);
+    read_view(files[i], static_cast<int>(i), cameras[i], depthmaps[i],
+              depth_paths != nullptr ? &(*depth_paths)[i] : nullptr);
   }
   if (files.empty()) return;
 

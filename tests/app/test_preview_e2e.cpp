@@ -4,10 +4,10 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
-#include <fstream>
 #include <string>
 #include <vector>
 
+#include "tests/support/generated_scene.h"
 #include "tests/support/run_process.h"
 #include "tools/scene/png_io.h"
 #include "tools/scene/scene_camera.h"
@@ -18,27 +18,20 @@ namespace fs = std::filesystem;
 TEST(Preview, ImagesShowTheInputBesideTheRenderedModel) {
   const fs::path root = fs::path(QUILLARA_TEST_TMP) / "preview";
   fs::remove_all(root);
-  scene::SceneOptions options;
-  options.out_dir = (root / "scene").string();
-  options.views = 6;
-  options.width = 128;
-  options.height = 96;
-  scene::write_scene(scene::make_default_scene(), options);
-  std::ifstream depth_file(options.out_dir + "/average_depth.txt");
-  std::string average_depth;
-  depth_file >> average_depth;
-  std::vector<std::string> args = {"-o", (root / "model").string(), "--depth-avg", average_depth, "--superpixels",
-                                   "400", "--min-support-sp", "1", "--min-support", "1", "--preview", "--"};
-  for (int v = 0; v < options.views; ++v) args.push_back(options.out_dir + "/" + scene::view_file_name(v));
+  const e2e::GeneratedScene generated = e2e::generate_scene((root / "scene").string(), 6, 128, 96);
+  std::vector<std::string> args = {"-o", (root / "model").string(), "--depth-avg", generated.average_depth,
+                                   "--superpixels", "400", "--min-support-sp", "1", "--min-support", "1", "--preview",
+                                   "--"};
+  args.insert(args.end(), generated.view_files.begin(), generated.view_files.end());
   const e2e::Result r = e2e::run(QUILLARA_BIN, root.string(), args);
   ASSERT_EQ(r.status, 0) << r.err;
   EXPECT_NE(r.out.find("  preview:          6 images in " + (root / "model" / "preview").string() + "\n"),
             std::string::npos)
       << r.out;
 
-  for (int v = 0; v < options.views; ++v) {
+  for (int v = 0; v < 6; ++v) {
     SCOPED_TRACE(v);
-    const scene::ViewFile view = scene::read_view_file(options.out_dir + "/" + scene::view_file_name(v));
+    const scene::ViewFile view = scene::read_view_file(generated.dir + "/" + scene::view_file_name(v));
     const scene::PngRgb8 input = scene::read_png_rgb8(view.image_path);
     const scene::Png16 depth = scene::read_png_gray16(view.depth_path);
     const scene::PngRgb8 preview =

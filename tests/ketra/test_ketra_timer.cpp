@@ -6,6 +6,7 @@
 #include <utility>
 #include <vector>
 
+#include "device/error.h"
 #include "ketra/timer.h"
 
 using namespace ketra::timer;
@@ -36,6 +37,10 @@ TEST(KetraTimer, SpansAccumulateAndResetRestarts) {
   EXPECT_EQ(printed({{"rendering", 1.0f}, {"io", 2.0f}}, Msec), "        io: 2.000 msec\n rendering: 1.000 msec\n");
   clear();
   EXPECT_EQ(elapsedTime("never used"), 0.0f);
+  EXPECT_FALSE(isRunning("never used"));
+  stop("stopped first");  // before any start: nothing to add, no device error left
+  EXPECT_EQ(elapsedTime("stopped first"), 0.0f);
+  EXPECT_EQ(device::getLastError(), device::Success);
   start("t");
   start("t");  // starting a running timer keeps it running
   stop("t");

@@ -53,13 +53,17 @@ struct Model {
 };
 
 // One particle per depth pixel of the given views at their true poses, with the analytic normal of
-// the surface: the model a perfect fusion would give.
-inline Model true_model(PoseScene const& s, std::vector<int> const& views) {
+// the surface: the model a perfect fusion would give. With a stride above 1, only the pixels whose
+// x and y are multiples of it make particles: a sparser model, quicker to render.
+inline Model true_model(PoseScene const& s, std::vector<int> const& views, int stride = 1) {
   const scene::Scene world = scene::make_default_scene();
   const std::vector<scene::SceneCamera> cameras = scene::make_cameras(world, scene::camera_ring(s.options));
   Model m;
   for (int i : views) {
-    const CMatrix<float>& depth = s.depth[i];
+    CMatrix<float> depth = s.depth[i];
+    for (int y = 0; y < depth.ySize; ++y)
+      for (int x = 0; x < depth.xSize; ++x)
+        if (x % stride != 0 || y % stride != 0) depth(x, y) = 0.0f;
     CMatrix<float3> normals(depth.xSize, depth.ySize);
     for (int y = 0; y < depth.ySize; ++y)
       for (int x = 0; x < depth.xSize; ++x) {

@@ -38,4 +38,10 @@ inline const char* const expected_usage =
     "      --ply-colors      The names of the colour properties in the model files:\n"
     "                        diffuse (diffuse_red, diffuse_green, diffuse_blue) or\n"
     "                        standard (red, green, blue, which common point-cloud\n"
-    "                        readers expect). Default is diffuse\n";
+    "                        readers expect). Default is diffuse\n"
+    "      --improve-cameras Align every camera to the model and refine the depth\n"
+    "                        maps by photo-consistency, in three passes, and write\n"
+    "                        the refined views to DIR/views/. Needs the device BLAS.\n"
+    "      --backface-test   Remove points that show their back to a view, before\n"
+    "                        each support filter of the fine model, and write the\n"
+    "                        model before and after the second removal.\n";

@@ -1,0 +1,41 @@
+#pragma once
+
+// A scene written by the generator for an end-to-end run: its view files in order and the average
+// depth to pass as --depth-avg.
+
+#include <fstream>
+#include <string>
+#include <vector>
+
+#include "tools/scene/scene_files.h"
+
+namespace e2e {
+
+struct GeneratedScene {
+  std::string dir, average_depth;
+  std::vector<std::string> view_files;
+};
+
+// Writes the default scene with `options` (out_dir included) and lists its first `views` view
+// files, all of them when `views` is 0.
+inline GeneratedScene generate_scene(const scene::SceneOptions& options, int views = 0) {
+  GeneratedScene s;
+  s.dir = options.out_dir;
+  scene::write_scene(scene::make_default_scene(), options);
+  std::ifstream(s.dir + "/average_depth.txt") >> s.average_depth;
+  for (int v = 0; v < (views > 0 ? views : options.views); ++v)
+    s.view_files.push_back(s.dir + "/" + scene::view_file_name(v));
+  return s;
+}
+
+// The default scene: `views` views of width x height pixels in `dir`, exact depths and poses.
+inline GeneratedScene generate_scene(const std::string& dir, int views, int width, int height) {
+  scene::SceneOptions options;
+  options.out_dir = dir;
+  options.views = views;
+  options.width = width;
+  options.height = height;
+  return generate_scene(options);
+}
+
+}  // namespace e2e
