@@ -7,6 +7,70 @@
 #include "src/core/settings.h"
 #include "src/core/viewer_hooks.h"
 
+#pragma GCC diagnostic ignored "-Wpsabi"
+
+namespace {
+
+// sum + W(|R|, h) in the lanes where R lies within the kernel's reach.
+LANE_INLINE lane_float add_kernel_term(const SphKernel& kernel, lane_float sum, lane_float dx, lane_float dy,
+                                       lane_float dz) {
+  const lane_float r2 = dx * dx + dy * dy + dz * dz;
+  return kernel.outside(r2) ? sum : sum + kernel(lane_sqrt(r2));
+}
+
+LANE_KERNEL void density_lanes(const SphKernel& kernel, const CellBatch& batch, const NeighbourList& list,
+                               float* out) {
+  const lane_float px = lane_load(batch.x), py = lane_load(batch.y), pz = lane_load(batch.z);
+  const float* xs = list.x.data();
+  const float* ys = list.y.data();
+  const float* zs = list.z.data();
+  lane_float sum{};
+  for (int e = 0, count = list.size(); e < count; ++e)
+    sum = add_kernel_term(kernel, sum, xs[e] - px, ys[e] - py, zs[e] - pz);
+  const lane_int unlisted = lane_load(batch.self_listed) == 0;
+  sum = unlisted ? add_kernel_term(kernel, sum, px - px, py - py, pz - pz) : sum;
+  lane_store(out, sum);
+}
+
+}  // namespace
+
+void ComputeDensityFunctor::run(const CellBatch& batch, const NeighbourList& list, Out_t* out) const {
+  float all[kLanes];
+  density_lanes(kernel, batch, list, all);
+  for (int l = 0; l < batch.count; ++l) out[l] = all[l];
+}
+
+void ComputeParticleSupportFunctor::run(const CellBatch& batch, const NeighbourList& list, Out_t* out) const {
+  for (int l = 0; l < batch.count; ++l) {
+    const int i = batch.index[l];
+    const float3 p_i = {batch.x[l], batch.y[l], batch.z[l]};
+    const float3 n_i = normals[i];
+    const int camera_i = particles[i].camera_index;
+    float s = 0.0f;
+    // Runs of the own view give nothing, and once the sum has passed the level no pair adds to it;
+    // the self pair gives nothing either.
+    for (int r = 0; r < list.run_count && !(s > min_support); ++r) {
+      const NeighbourList::Run& run = list.runs[r];
+      if (run.view == camera_i) continue;
+      for (int e = run.begin; e < run.end && !(s > min_support); ++e) {
+        const int j = list.index[e];
+        if (j == i || particles[j].camera_index == camera_i) continue;
+        const float3 n_j = normals[j];
+        const float d = dot(n_i, n_j);
+        if (d < 0.0f) continue;
+        const float3 D = p_i - float3{list.x[e], list.y[e], list.z[e]};
+        const float r = length(D);
+        const float footprint = particles[j].radius;
+        if (r > footprint) continue;
+        const float e_plane = std::fabs(dot(n_j, D)) / footprint;
+        const float w = use_normal_dot_weight ? (1.0f - (1.0f - std::fabs(d))) - e_plane : 1.0f - e_plane;
+        if (w > 0.0f) s += w;
+      }
+    }
+    out[l] = s;
+  }
+}
+
 void update_density(std::vector<float>& density, const std::vector<Particle>& particles, std::vector<float>& offsets,
                     std::vector<float3>& normals, const std::vector<unsigned long long>& cell_keys,
                     const std::vector<int>& cell_prefix_sum, const std::vector<unsigned int>& handles,

@@ -5,6 +5,204 @@
 
 #include "src/core/settings.h"
 
+void PositionLanes::fill(const PositionPass& pass, const CellBatch& batch, bool with_angles) {
+  for (int l = 0; l < kLanes; ++l) {
+    if (l >= batch.count) {  // unused lanes repeat the last used one
+      for (float* row : {n[0], n[1], n[2], d[0], d[1], d[2], t, inv_rho, n_dot_d, dn_phi[0], dn_phi[1], dn_phi[2],
+                         dn_theta[0], dn_theta[1], dn_theta[2]})
+        row[l] = row[l - 1];
+      continue;
+    }
+    const int i = batch.index[l];
+    const float3 n_i = pass.normals[i];
+    const float3 d_i = pass.particles[i].dir;
+    n[0][l] = n_i.x;
+    n[1][l] = n_i.y;
+    n[2][l] = n_i.z;
+    d[0][l] = d_i.x;
+    d[1][l] = d_i.y;
+    d[2][l] = d_i.z;
+    t[l] = pass.offsets[i];
+    inv_rho[l] = 1.0f / pass.density[i];
+    n_dot_d[l] = dot(n_i, d_i);
+    float3 phi{}, theta{};
+    if (with_angles) {
+      const RayFrame frame = ray_frame(d_i);
+      const NormalAngles angles = normal_angles(n_i, d_i, frame);
+      const float st = std::sin(angles.theta), ct = std::cos(angles.theta);
+      const float sp = std::sin(angles.phi), cp = std::cos(angles.phi);
+      phi = (st * cp) * frame.p - (st * sp) * d_i;
+      theta = (ct * cp) * d_i + (ct * sp) * frame.p - st * frame.q;
+    }
+    dn_phi[0][l] = phi.x;
+    dn_phi[1][l] = phi.y;
+    dn_phi[2][l] = phi.z;
+    dn_theta[0][l] = theta.x;
+    dn_theta[1][l] = theta.y;
+    dn_theta[2][l] = theta.z;
+  }
+}
+
+float records_minimiser(Minimum* records, int m, float slope) {
+  int lo = 0, hi = m, mid = m / 2;
+  float s = slope;
+  while (true) {
+    std::nth_element(records + lo, records + mid, records + hi);
+    float s2 = s;
+    for (int k = lo; k < mid; ++k) {
+      s2 += records[k].jump;
+      if (s2 > 0.0f) {
+        hi = mid;
+        break;
+      }
+    }
+    if (s2 <= 0.0f) {
+      lo = mid;
+      s = s2;
+    }
+    if (hi - lo < 2) break;
+    mid = lo + (hi - lo) / 2;
+  }
+  return records[lo].t;
+}
+
+#pragma GCC diagnostic ignored "-Wpsabi"
+
+namespace {
+
+// A particle of each lane and one neighbour j: R = p_j - p_i, r = |R|, and the plane weights
+// w_i = |n_i . u| F and w_j = |n_j . u| F with u = R / r and F the kernel, times |n_i . n_j| when
+// weighting by the normals. `c` is n_i . n_j. `in_reach` marks the lanes with j != i and r within
+// the radius.
+struct LanePair {
+  lane_float Rx, Ry, Rz, r, c, w_i, w_j;
+  lane_int in_reach;
+};
+
+struct LaneParticles {
+  lane_float px, py, pz, nx, ny, nz;
+  lane_int own;
+};
+
+LANE_INLINE LaneParticles lane_particles(const CellBatch& batch, const PositionLanes& lanes) {
+  return {lane_load(batch.x), lane_load(batch.y), lane_load(batch.z), lane_load(lanes.n[0]),
+          lane_load(lanes.n[1]), lane_load(lanes.n[2]), lane_load(batch.index)};
+}
+
+LANE_INLINE LanePair lane_pair(const PositionPass& pass, bool use_dot_weight, const LaneParticles& i,
+                               const NeighbourList& list, int e) {
+  const NeighbourNormals& n_j = pass.neighbours;
+  const float njx = n_j.x[e], njy = n_j.y[e], njz = n_j.z[e];
+  LanePair pair;
+  pair.Rx = list.x[e] - i.px;
+  pair.Ry = list.y[e] - i.py;
+  pair.Rz = list.z[e] - i.pz;
+  const lane_float r2 = pair.Rx * pair.Rx + pair.Ry * pair.Ry + pair.Rz * pair.Rz;
+  pair.r = lane_sqrt(r2);
+  pair.in_reach = (i.own != list.index[e]) & ~pass.kernel.outside(r2) & (pair.r <= pass.radius);
+  pair.c = i.nx * njx + i.ny * njy + i.nz * njz;
+  lane_float F = pass.kernel(pair.r);
+  if (use_dot_weight) F = F * lane_fabs(pair.c);
+  const lane_float ux = pair.Rx / pair.r, uy = pair.Ry / pair.r, uz = pair.Rz / pair.r;
+  pair.w_i = lane_fabs(i.nx * ux + i.ny * uy + i.nz * uz) * F;
+  pair.w_j = lane_fabs(njx * ux + njy * uy + njz * uz) * F;
+  return pair;
+}
+
+}  // namespace
+
+LANE_KERNEL void exact_step_records(const PositionPass& pass, bool use_dot_weight, const PositionLanes& lanes,
+                                    const CellBatch& batch, const NeighbourList& list, RecordLanes& records) {
+  const LaneParticles i = lane_particles(batch, lanes);
+  const lane_float dx = lane_load(lanes.d[0]), dy = lane_load(lanes.d[1]), dz = lane_load(lanes.d[2]);
+  const lane_float t_i = lane_load(lanes.t), inv_rho_i = lane_load(lanes.inv_rho);
+  const lane_float e = lane_load(lanes.n_dot_d);
+  const float radius = pass.radius, beta = pass.beta;
+  Minimum* rows[kLanes];
+  int count[kLanes];
+  for (int l = 0; l < kLanes; ++l) {
+    rows[l] = records.row(l);
+    count[l] = 0;
+  }
+  lane_float down{};
+  for (int k = 0, size = list.size(); k < size; ++k) {
+    const LanePair pair = lane_pair(pass, use_dot_weight, i, list, k);
+    const lane_int valid = pair.in_reach & ~(pair.r < 1e-6f);  // coincident particles have no direction
+    const float njx = pass.neighbours.x[k], njy = pass.neighbours.y[k], njz = pass.neighbours.z[k];
+    // First term, the plane of i; second term, the plane of j.
+    const lane_float a = i.nx * pair.Rx + i.ny * pair.Ry + i.nz * pair.Rz;
+    const lane_float t1 = a / e + t_i;
+    lane_float s1 = -pair.w_i * e;
+    const lane_float f = njx * dx + njy * dy + njz * dz;
+    const lane_float t2 = (pair.Rx * njx + pair.Ry * njy + pair.Rz * njz) / f + t_i;
+    lane_float s2 = pair.w_j * f;
+    // Opposite normals: one-sided terms of strength beta; kind 1 rises above t, kind 2 falls below.
+    const lane_int opposite = pair.c < 0.0f;
+    s1 = opposite ? s1 * beta : s1;
+    s2 = opposite ? s2 * beta : s2;
+    // The strict tests drop planes nearly parallel to the ray, NaN and infinite t among them.
+    const lane_int ok1 = valid & (radius > lane_fabs(t1 - t_i));
+    const lane_int ok2 = valid & (radius > lane_fabs(t2 - t_i));
+    const lane_float weight1 = lane_fabs(s1) * inv_rho_i;
+    const lane_float weight2 = lane_fabs(s2) * pass.neighbours.inv_density[k];
+    down = (ok1 & (~opposite | ~(s1 > 0.0f))) ? down + weight1 : down;
+    down = (ok2 & (~opposite | ~(s2 > 0.0f))) ? down + weight2 : down;
+
+    const lane_int any = ok1 | ok2;
+    bool pushed = false;
+    for (int l = 0; l < kLanes; ++l) pushed |= any[l] != 0;
+    if (!pushed) continue;
+    const lane_float jump1 = opposite ? weight1 : 2.0f * weight1;
+    const lane_float jump2 = opposite ? weight2 : 2.0f * weight2;
+    for (int l = 0; l < batch.count; ++l) {
+      Minimum* row = rows[l];
+      row[count[l]] = {t1[l], jump1[l]};
+      count[l] += ok1[l] & 1;
+      row[count[l]] = {t2[l], jump2[l]};
+      count[l] += ok2[l] & 1;
+    }
+  }
+  for (int l = 0; l < kLanes; ++l) records.count[l] = count[l];
+  lane_store(records.down_weight, down);
+}
+
+LANE_KERNEL void gradient_lanes(const PositionPass& pass, bool use_dot_weight, const PositionLanes& lanes,
+                                const CellBatch& batch, const NeighbourList& list, float gradient[3][kLanes]) {
+  constexpr float eps = 1e-6f;
+  const LaneParticles i = lane_particles(batch, lanes);
+  const lane_float dx = lane_load(lanes.d[0]), dy = lane_load(lanes.d[1]), dz = lane_load(lanes.d[2]);
+  const lane_float inv_rho_i = lane_load(lanes.inv_rho), minus_n_dot_d = -lane_load(lanes.n_dot_d);
+  const lane_float phix = lane_load(lanes.dn_phi[0]), phiy = lane_load(lanes.dn_phi[1]),
+                   phiz = lane_load(lanes.dn_phi[2]);
+  const lane_float thetax = lane_load(lanes.dn_theta[0]), thetay = lane_load(lanes.dn_theta[1]),
+                   thetaz = lane_load(lanes.dn_theta[2]);
+  const float beta = pass.beta;
+  lane_float G_t{}, G_phi{}, G_theta{};
+  for (int k = 0, size = list.size(); k < size; ++k) {
+    const LanePair pair = lane_pair(pass, use_dot_weight, i, list, k);
+    const float njx = pass.neighbours.x[k], njy = pass.neighbours.y[k], njz = pass.neighbours.z[k];
+    const lane_float a = i.nx * pair.Rx + i.ny * pair.Ry + i.nz * pair.Rz;
+    const lane_float b = -(njx * pair.Rx + njy * pair.Ry + njz * pair.Rz);
+    const lane_float sa = lane_sqrt(a * a + eps);
+    const lane_float sb = lane_sqrt(b * b + eps);
+    lane_float ga = minus_n_dot_d * a * inv_rho_i * pair.w_i / sa;
+    lane_float gb = (dx * njx + dy * njy + dz * njz) * b * pass.neighbours.inv_density[k] * pair.w_j / sb;
+    // Opposite normals: only the penetrating side counts, with strength beta.
+    const lane_int opposite = pair.c < 0.0f;
+    ga = opposite ? ((a > 0.0f) ? ga * beta : lane_float{}) : ga;
+    gb = opposite ? ((b > 0.0f) ? gb * beta : lane_float{}) : gb;
+    const lane_int use = pair.in_reach;
+    G_t = use ? gb + (ga + G_t) : G_t;
+    const lane_float phi_R = phix * pair.Rx + phiy * pair.Ry + phiz * pair.Rz;
+    const lane_float theta_R = thetax * pair.Rx + thetay * pair.Ry + thetaz * pair.Rz;
+    G_phi = use ? G_phi + phi_R * a * inv_rho_i * pair.w_i / sa : G_phi;
+    G_theta = use ? G_theta + theta_R * a * inv_rho_i * pair.w_i / sa : G_theta;
+  }
+  lane_store(gradient[0], G_t);
+  lane_store(gradient[1], G_phi);
+  lane_store(gradient[2], G_theta);
+}
+
 namespace {
 
 template <bool use_dot_weight>

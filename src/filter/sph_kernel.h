@@ -2,6 +2,8 @@
 
 #include <cmath>
 
+#include "src/spatial/lanes.h"
+
 // Poly6 smoothing kernel 315 / (64 pi h^9) * (h^2 - r^2)^3 for |r| <= h, 0 beyond, evaluated in
 // this exact float order so that every pass gets the same bits.
 inline float W(float r, float h) {
@@ -11,6 +13,9 @@ inline float W(float r, float h) {
   float d = s - r * r;
   return 315.0f / (h * 201.06194f * (q * q)) * (d * d * d);
 }
+
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wpsabi"
 
 // The same kernel with the factor that depends on h alone computed once per pass. Gives the bits of
 // W(r, h) for every r. `outside(r2)` tells from the squared distance, without a square root,
@@ -40,10 +45,17 @@ struct SphKernel {
 
   // True only if sqrtf(r2) > h for certain; a non-finite r2 is never reported outside.
   bool outside(float r2) const { return r2 > r2_limit && r2 <= 3.4028235e38f; }
+  LANE_INLINE lane_int outside(lane_float r2) const { return (r2 > r2_limit) & (r2 <= 3.4028235e38f); }
 
   float operator()(float r) const {
     if (std::fabs(r) > h) return 0.0f;
     float d = s - r * r;
     return factor * (d * d * d);
   }
+  LANE_INLINE lane_float operator()(lane_float r) const {
+    const lane_float d = s - r * r;
+    return lane_fabs(r) > h ? lane_float{} : factor * (d * d * d);
+  }
 };
+
+#pragma GCC diagnostic pop

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <cstring>
 #include <memory>
 #include <sstream>
@@ -8,11 +9,12 @@
 #include <vector>
 
 #include "device/vector_types.h"
-#include "src/spatial/cell_index.h"
-#include "src/spatial/hash_map.h"
-#include "src/spatial/morton.h"
 #include "src/core/particle.h"
 #include "src/core/particle_position.h"
+#include "src/spatial/cell_index.h"
+#include "src/spatial/hash_map.h"
+#include "src/spatial/lanes.h"
+#include "src/spatial/morton.h"
 
 // What a functor may read during a neighbour pass: the particle state before the pass.
 struct NeighbourPass {
@@ -26,17 +28,59 @@ struct NeighbourPass {
   int max_cell_length = 0;
 };
 
-// Functor protocol. A functor declares `Out_t` and, on a copy made for each thread:
-//   void setup(const NeighbourPass&);        once per thread
-//   void start(int i, const float3& p_i);    for each particle
-//   void pair(int j, const float3& p_j);     for each neighbour delivered
-//   Out_t finish();                          the particle's result
-// Per-particle state lives in the copy; static members carry settings of a pass.
+// The neighbours of one cell in the order they are delivered: the 27 cells in offset order, each
+// run sampled at every stride-th position. The same for every particle of the cell.
+struct NeighbourList {
+  std::vector<int> index;
+  std::vector<float> x, y, z;
+  // The present neighbour runs as [begin, end) in the list, with the view all particles of the
+  // whole run come from (-1 if mixed; filled only for functors that ignore their own view).
+  struct Run {
+    int begin, end, view;
+  };
+  Run runs[27];
+  int run_count = 0;
+
+  int size() const { return static_cast<int>(index.size()); }
+  void clear() {
+    index.clear();
+    x.clear();
+    y.clear();
+    z.clear();
+    run_count = 0;
+  }
+  void push(int j, float3 p) {
+    index.push_back(j);
+    x.push_back(p.x);
+    y.push_back(p.y);
+    z.push_back(p.z);
+  }
+};
+
+// Up to kLanes particles of one cell, handled side by side. Unused lanes repeat the last used one.
+struct CellBatch {
+  int count = 0;
+  int index[kLanes];
+  float x[kLanes], y[kLanes], z[kLanes];
+  // 1 where (i, i) is among the list's entries, else 0; a stride may have stepped over it.
+  int self_listed[kLanes];
+};
+
+// Functor protocol. A functor declares `Out_t` and `static constexpr bool with_self`, and on a copy
+// made for each thread provides:
+//   void setup(const NeighbourPass&);                           once per thread
+//   void gather(const NeighbourList&);                          once per cell, before its batches
+//   void run(const CellBatch&, const NeighbourList&, Out_t*);   out[l] for the lanes in use
+// `run` reduces, for each lane's particle i, the pairs (i, j) with j the list's entries in order.
+// An entry with j == i is the self pair: a functor with_self takes it, and takes (i, i) once at the
+// end where the lane's self is not listed; a functor without self skips it. Static members carry
+// settings of a pass.
 // A functor whose pairs from the particle's own view give nothing may declare
 //   static constexpr bool ignores_own_view = true;
-// neighbour runs made only of particles of that view are then skipped whole. Such runs gather
-// where many particles of one view sit at one place (at a camera centre, for pixels whose initial
-// depth is 0) and would otherwise cost time quadratic in their length.
+// the list's runs then carry their view, and runs made only of particles of that view can be
+// skipped whole. Such runs gather where many particles of one view sit at one place (at a camera
+// centre, for pixels whose initial depth is 0) and would otherwise cost time quadratic in their
+// length.
 template <typename Functor>
 constexpr bool ignores_own_view() {
   if constexpr (requires { Functor::ignores_own_view; }) return Functor::ignores_own_view;
@@ -48,6 +92,9 @@ constexpr bool ignores_own_view() {
 // lands in slot k + cell_prefix_sum[q - 1] as (particle index, value). Every `stride`-th particle of a
 // neighbour run is visited. With `with_self` the pair (i, i) is delivered exactly once; without it,
 // never. The invalid cell is skipped, and its slots keep (0, zero).
+// The 27 neighbour runs are looked up and gathered once per cell, and the cell's particles go
+// through them in batches of kLanes: the pairs of each particle come in the same order as if it
+// walked the cells alone, so the results do not depend on the batching or the thread count.
 template <typename Functor, bool with_self>
 void iterate_particles_cells(Functor& functor, std::vector<std::pair<int, typename Functor::Out_t>>& results,
                              const std::vector<unsigned long long>& cell_keys,
@@ -56,6 +103,7 @@ void iterate_particles_cells(Functor& functor, std::vector<std::pair<int, typena
                              const std::vector<Particle>& particles, const std::vector<unsigned int>& handles,
                              const HashMap& cell_map, const HashMap& first_cell_map, float3 grid_min,
                              int max_cell_length, float radius, float alpha, float beta, int stride) {
+  static_assert(Functor::with_self == with_self, "the functor serves the other self-pair mode");
   (void)first_cell_map;  // kept for the interface; no functor reads it
   results.resize(cell_prefix_sum.back());
   const float inv_cell = 1.0f / radius;
@@ -63,8 +111,8 @@ void iterate_particles_cells(Functor& functor, std::vector<std::pair<int, typena
   const long long c = static_cast<long long>(cell_keys.size());
 
   // Positions and keys in handle order, formed once per pass. They are the same float expressions
-  // the walk would evaluate per pair, so the results are bit-identical and the walk reads them
-  // sequentially.
+  // a walk per particle would evaluate per pair, so the results are bit-identical, and the walk
+  // reads them sequentially.
   std::unique_ptr<float3[]> run_pos(new float3[n]);
   std::unique_ptr<unsigned long long[]> run_key(new unsigned long long[n]);
 #pragma omp parallel for schedule(static)
@@ -102,15 +150,15 @@ void iterate_particles_cells(Functor& functor, std::vector<std::pair<int, typena
   pass.max_cell_length = max_cell_length;
 
   const unsigned long long run_step = static_cast<unsigned long long>(stride);
+  const unsigned long long end = static_cast<unsigned long long>(n);
 
 #pragma omp parallel
   {
-    unsigned long long neighbour_key[27];
-    unsigned int neighbour_start[27];
-    std::memset(neighbour_key, 0xFF, sizeof(neighbour_key));
-    std::memset(neighbour_start, 0xFF, sizeof(neighbour_start));
+    NeighbourList list;
+    CellBatch batch;
     Functor local(functor);
     local.setup(pass);
+    typename Functor::Out_t out[kLanes];
 
 #pragma omp for schedule(dynamic, 4)
     for (long long q = 0; q < c; ++q) {
@@ -125,42 +173,45 @@ void iterate_particles_cells(Functor& functor, std::vector<std::pair<int, typena
       decode(key, x, y, z);
       if (x == 65535 && y == 65535 && z == 65535) continue;
 
+      list.clear();
       for (int m = 0; m < 27; ++m) {
         const long long dx = m % 3 - 1, dy = m / 3 % 3 - 1, dz = m / 9 - 1;
-        neighbour_key[m] = encode(x + dx, y + dy, z + dz);
-        neighbour_start[m] = hash_map_find_bounded(cell_map, neighbour_key[m]);
+        const unsigned long long neighbour_key = encode(x + dx, y + dy, z + dz);
+        const unsigned int neighbour_start = hash_map_find_bounded(cell_map, neighbour_key);
+        if (neighbour_start == hash_map_not_found) continue;
+        const int begin = list.size();
+        for (unsigned long long b = neighbour_start; b < end; b += run_step) {
+          if (run_key[b] != neighbour_key) break;
+          list.push(static_cast<int>(handles[b]), run_pos[b]);
+        }
+        int view = -1;
+        if constexpr (ignores_own_view<Functor>()) view = run_view[neighbour_start];
+        list.runs[list.run_count++] = {begin, list.size(), view};
       }
+      local.gather(list);
 
+      long long length = 0;
+      while (start + length < n && run_key[start + length] == key) ++length;
       const long long slot_base = q > 0 ? cell_prefix_sum[q - 1] : 0;
-      for (long long k = 0; start + k < n; ++k) {
-        const unsigned long long own = start + k;
-        if (run_key[own] != key) break;
-        const int i = static_cast<int>(handles[own]);
-        const float3 p_i = run_pos[own];
-        auto& result = results[slot_base + k];
-        result.first = i;
-        local.start(i, p_i);
-        bool self_delivered = false;
-        for (int m = 0; m < 27; ++m) {
-          if (neighbour_start[m] == hash_map_not_found) continue;
-          if constexpr (ignores_own_view<Functor>()) {
-            if (run_view[neighbour_start[m]] == particles[i].camera_index) continue;
-          }
-          const unsigned long long cell = neighbour_key[m];
-          for (unsigned long long b = neighbour_start[m]; b < static_cast<unsigned long long>(n); b += run_step) {
-            if (run_key[b] != cell) break;
-            const int j = static_cast<int>(handles[b]);
-            if (j == i) {
-              if constexpr (!with_self) continue;
-              self_delivered = true;
-            }
-            local.pair(j, run_pos[b]);
-          }
+      for (long long k0 = 0; k0 < length; k0 += kLanes) {
+        batch.count = static_cast<int>(std::min<long long>(kLanes, length - k0));
+        for (int l = 0; l < kLanes; ++l) {
+          const long long k = k0 + std::min(l, batch.count - 1);
+          batch.index[l] = static_cast<int>(handles[start + k]);
+          const float3 p = run_pos[start + k];
+          batch.x[l] = p.x;
+          batch.y[l] = p.y;
+          batch.z[l] = p.z;
+          // The own run is sampled from its start, so the stride reaches the particle at run
+          // position k exactly when k is a multiple of it.
+          batch.self_listed[l] = k % stride == 0 ? 1 : 0;
         }
-        if constexpr (with_self) {
-          if (!self_delivered) local.pair(i, p_i);
+        local.run(batch, list, out);
+        for (int l = 0; l < batch.count; ++l) {
+          auto& result = results[slot_base + k0 + l];
+          result.first = batch.index[l];
+          result.second = out[l];
         }
-        result.second = local.finish();
       }
     }
   }

@@ -56,31 +56,52 @@ std::vector<typename Functor::Out_t> run_pass(const cloud::ParticleSet& set, con
   return merged;
 }
 
-// Brute force, O(n^2): the neighbours of particle i in the order a pass must deliver them (the 27
-// cells in offset order, each in handle order, every stride-th), found by scanning all particles.
-std::vector<int> reference_neighbours(const Index& index, const std::vector<unsigned long long>& key_of, int i,
-                                      int stride, bool with_self) {
+// Brute force, O(n^2): the neighbour list of particle i as a pass must deliver it (the 27 cells in
+// offset order, each in handle order, every stride-th, i itself included where sampled), found by
+// scanning all particles, with the view of each cell's whole run.
+NeighbourList reference_neighbours(const cloud::ParticleSet& set, const Index& index,
+                                   const std::vector<unsigned long long>& key_of, int i, int stride) {
   unsigned int x, y, z;
   decode(key_of[i], x, y, z);
-  std::vector<int> order;
-  bool self = false;
+  NeighbourList list;
   for (int m = 0; m < 27; ++m) {
     const unsigned long long cell = encode(x + (m % 3 - 1LL), y + (m / 3 % 3 - 1LL), z + (m / 9 - 1LL));
-    int position = 0;
+    const int begin = list.size();
+    int position = 0, view = -2;
     for (unsigned int j : index.handles) {
       if (key_of[j] != cell) continue;
+      const int camera = set.particles[j].camera_index;
+      view = view == -2 || view == camera ? camera : -1;
       if (position++ % stride != 0) continue;
-      if (static_cast<int>(j) == i) {
-        if (!with_self) continue;
-        self = true;
-      }
-      order.push_back(static_cast<int>(j));
+      list.push(static_cast<int>(j), particle_position(set.particles[j], set.offsets[j]));
     }
+    if (view != -2) list.runs[list.run_count++] = {begin, list.size(), view};
   }
-  if (with_self && !self) order.push_back(i);
-  return order;
+  return list;
 }
 
+// Runs a functor for particle i alone against `list`.
+template <typename Functor>
+typename Functor::Out_t run_one(Functor& functor, const cloud::ParticleSet& set, int i, const NeighbourList& list) {
+  CellBatch batch;
+  batch.count = 1;
+  const float3 p = particle_position(set.particles[i], set.offsets[i]);
+  bool listed = false;
+  for (int j : list.index) listed |= j == i;
+  for (int l = 0; l < kLanes; ++l) {
+    batch.index[l] = i;
+    batch.x[l] = p.x;
+    batch.y[l] = p.y;
+    batch.z[l] = p.z;
+    batch.self_listed[l] = listed;
+  }
+  functor.gather(list);
+  typename Functor::Out_t out[kLanes];
+  functor.run(batch, list, out);
+  return out[0];
+}
+
+// The pass on each particle alone, with its brute-force neighbour list.
 template <typename Functor, bool with_self>
 std::vector<typename Functor::Out_t> run_reference(const cloud::ParticleSet& set, const Index& index, float radius,
                                                    const std::vector<float>& density, int stride,
@@ -92,12 +113,8 @@ std::vector<typename Functor::Out_t> run_reference(const cloud::ParticleSet& set
   Functor functor;
   functor.setup(pass);
   std::vector<typename Functor::Out_t> out(set.size());
-  for (int i = 0; i < static_cast<int>(set.size()); ++i) {
-    functor.start(i, particle_position(set.particles[i], set.offsets[i]));
-    for (int j : reference_neighbours(index, key_of, i, stride, with_self))
-      functor.pair(j, particle_position(set.particles[j], set.offsets[j]));
-    out[i] = functor.finish();
-  }
+  for (int i = 0; i < static_cast<int>(set.size()); ++i)
+    out[i] = run_one(functor, set, i, reference_neighbours(set, index, key_of, i, stride));
   return out;
 }
 
@@ -329,27 +346,43 @@ TEST(ParticleFunctors, NormalsNeedEightVisitsAndFaceTheCamera) {
   EXPECT_TRUE(same_bits(normal_from_moments(nans, p), p.init_normal));
 }
 
-TEST(ParticleFunctors, WeightedMedianTakesTheRightEndOfAFlatMinimum) {
-  using Minimum = UpdateParticlePosFunctor<true>::Minimum;
-  std::vector<Minimum> records = {{1.0f, 1.0f, 3}, {0.0f, 1.0f, 3}};
-  EXPECT_EQ(UpdateParticlePosFunctor<true>::records_minimiser(records), 1.0f);
-  records = {{2.0f, 1.0f, 3}, {0.0f, 3.0f, 3}, {1.0f, 1.0f, 3}};
-  EXPECT_EQ(UpdateParticlePosFunctor<true>::records_minimiser(records), 0.0f);
-  // One-sided terms: only slopes down below 1 and up above 3; flat in between.
-  records = {{1.0f, 2.0f, 2}, {3.0f, 2.0f, 1}, {0.0f, 0.0f, 3}, {5.0f, 0.0f, 1}};
-  EXPECT_EQ(UpdateParticlePosFunctor<true>::records_minimiser(records), 3.0f);
+namespace {
 
-  // Against sort-and-scan on random record sets.
+// A term of the exact step's energy: kind 1 rises by `weight` above t, 2 falls by it below, 3 both.
+struct Term {
+  float t, weight;
+  int kind;
+};
+
+float minimiser_of(const std::vector<Term>& terms) {
+  std::vector<Minimum> records;
+  float down = 0.0f;
+  for (const Term& term : terms) {
+    records.push_back({term.t, term.kind == 3 ? 2.0f * term.weight : term.weight});
+    if (term.kind & 2) down += term.weight;
+  }
+  return records_minimiser(records.data(), static_cast<int>(records.size()), -down);
+}
+
+}  // namespace
+
+TEST(ParticleFunctors, WeightedMedianTakesTheRightEndOfAFlatMinimum) {
+  EXPECT_EQ(minimiser_of({{1.0f, 1.0f, 3}, {0.0f, 1.0f, 3}}), 1.0f);
+  EXPECT_EQ(minimiser_of({{2.0f, 1.0f, 3}, {0.0f, 3.0f, 3}, {1.0f, 1.0f, 3}}), 0.0f);
+  // One-sided terms: only slopes down below 1 and up above 3; flat in between.
+  EXPECT_EQ(minimiser_of({{1.0f, 2.0f, 2}, {3.0f, 2.0f, 1}, {0.0f, 0.0f, 3}, {5.0f, 0.0f, 1}}), 3.0f);
+
+  // Against sort-and-scan on random term sets.
   for (uint64_t trial = 0; trial < 300; ++trial) {
     const int m = 2 + static_cast<int>(cloud::mix(trial) % 40);
-    records.clear();
+    std::vector<Term> terms;
     for (int k = 0; k < m; ++k) {
       const uint64_t id = trial * 1000 + k;
-      records.push_back({std::floor(cloud::uniform01(1, id) * 16.0f) / 4.0f, std::floor(cloud::uniform01(2, id) * 8.0f) / 8.0f,
-                         1 + static_cast<int>(cloud::mix(id) % 3)});
+      terms.push_back({std::floor(cloud::uniform01(1, id) * 16.0f) / 4.0f,
+                       std::floor(cloud::uniform01(2, id) * 8.0f) / 8.0f, 1 + static_cast<int>(cloud::mix(id) % 3)});
     }
-    std::vector<Minimum> sorted = records;
-    std::sort(sorted.begin(), sorted.end());
+    std::vector<Term> sorted = terms;
+    std::sort(sorted.begin(), sorted.end(), [](const Term& a, const Term& b) { return a.t < b.t; });
     float slope = 0.0f;
     for (const auto& r : sorted) slope -= (r.kind & 2) ? r.weight : 0.0f;
     float expected = sorted[0].t;
@@ -357,7 +390,7 @@ TEST(ParticleFunctors, WeightedMedianTakesTheRightEndOfAFlatMinimum) {
       slope += sorted[k].kind == 3 ? 2.0f * sorted[k].weight : sorted[k].weight;
       if (slope <= 0.0f) expected = sorted[k + 1].t;
     }
-    ASSERT_EQ(UpdateParticlePosFunctor<true>::records_minimiser(records), expected) << "trial " << trial;
+    ASSERT_EQ(minimiser_of(terms), expected) << "trial " << trial;
   }
 }
 
@@ -381,15 +414,16 @@ TEST(ParticleFunctors, ExactStepOnACommonPlane) {
 
 namespace {
 
-// Runs one functor over the single pair (0, 1) of a two-particle set.
+// Runs one functor for particle 0 of a two-particle set against particle 1 alone.
 template <typename Functor>
-Functor& one_pair(Functor& functor, const cloud::ParticleSet& set, const std::vector<float>& density) {
+typename Functor::Out_t one_pair(Functor& functor, const cloud::ParticleSet& set, const std::vector<float>& density) {
   const NeighbourPass pass{set.particles.data(), set.offsets.data(), set.normals.data(), density.data(),
                            1.0f, 0.0f, 1.0f, 4};
   functor.setup(pass);
-  functor.start(0, set.particles[0].pos);
-  functor.pair(1, set.particles[1].pos);
-  return functor;
+  NeighbourList list;
+  list.push(1, set.particles[1].pos);
+  list.runs[list.run_count++] = {0, 1, -1};
+  return run_one(functor, set, 0, list);
 }
 
 }  // namespace
@@ -399,8 +433,10 @@ TEST(ParticleFunctors, PlaneParallelToTheRayGivesNoRecord) {
   set.normals[0] = {1, 0, 0};  // n_i at a right angle to d_i
   UpdateParticlePosFunctor<false> functor;
   one_pair(functor, set, {1.0f, 1.0f});
-  ASSERT_EQ(functor.records.size(), 1u);
-  EXPECT_FLOAT_EQ(functor.records[0].t, 0.2f);
+  // One record besides the data term at t = 0.
+  ASSERT_EQ(functor.records.count[0], 1);
+  const Minimum* row = functor.records.row(0);
+  EXPECT_FLOAT_EQ(std::max(row[0].t, row[1].t), 0.2f);
 }
 
 TEST(ParticleFunctors, CollisionTermIsOneSided) {
@@ -408,7 +444,7 @@ TEST(ParticleFunctors, CollisionTermIsOneSided) {
   for (float height : {-0.2f, 0.2f}) {
     const cloud::ParticleSet set = two_particles({0.3f, 0, height}, {0, 0, -1});
     ComputeGradientFunctor<false> gradient;
-    const float3 g = one_pair(gradient, set, {1.0f, 1.0f}).finish();
+    const float3 g = one_pair(gradient, set, {1.0f, 1.0f});
     if (height < 0.0f) {
       EXPECT_EQ(g.x, 0.0f);
     } else {
@@ -416,8 +452,11 @@ TEST(ParticleFunctors, CollisionTermIsOneSided) {
     }
     UpdateParticlePosFunctor<false> exact;
     one_pair(exact, set, {1.0f, 1.0f});
-    ASSERT_EQ(exact.records.size(), 2u);
-    for (const auto& record : exact.records) EXPECT_NE(record.kind, 3);
+    // Both records one-sided: each rises by its weight alone, and both slope down below their t
+    // (the third record is the data term, weightless with alpha 0).
+    ASSERT_EQ(exact.records.count[0], 2);
+    const Minimum* row = exact.records.row(0);
+    EXPECT_FLOAT_EQ(exact.records.down_weight[0], row[0].jump + row[1].jump + row[2].jump);
   }
 }
 
