@@ -43,29 +43,6 @@ void PositionLanes::fill(const PositionPass& pass, const CellBatch& batch, bool 
   }
 }
 
-float records_minimiser(Minimum* records, int m, float slope) {
-  int lo = 0, hi = m, mid = m / 2;
-  float s = slope;
-  while (true) {
-    std::nth_element(records + lo, records + mid, records + hi);
-    float s2 = s;
-    for (int k = lo; k < mid; ++k) {
-      s2 += records[k].jump;
-      if (s2 > 0.0f) {
-        hi = mid;
-        break;
-      }
-    }
-    if (s2 <= 0.0f) {
-      lo = mid;
-      s = s2;
-    }
-    if (hi - lo < 2) break;
-    mid = lo + (hi - lo) / 2;
-  }
-  return records[lo].t;
-}
-
 #pragma GCC diagnostic ignored "-Wpsabi"
 
 namespace {

@@ -10,6 +10,7 @@
 #include "src/core/particle.h"
 #include "src/filter/normals.h"
 #include "src/filter/ray_frame.h"
+#include "src/filter/records_minimiser.h"
 #include "src/filter/sph_kernel.h"
 
 // Energy of particle i in its own offset t, all others fixed:
@@ -56,14 +57,6 @@ struct PositionLanes {
   void fill(const PositionPass& pass, const CellBatch& batch, bool with_angles);
 };
 
-// One breakpoint of the piecewise linear energy: at `t` the slope rises by `jump`, which is the
-// term's weight for a one-sided term and twice it for a two-sided one. Records compare by t.
-struct Minimum {
-  float t;
-  float jump;
-  bool operator<(const Minimum& other) const { return t < other.t; }
-};
-
 // The breakpoints of each lane's particle, in the order of its pairs, and the sum of the weights
 // of the terms that slope down below their breakpoint, summed in the same order.
 struct RecordLanes {
@@ -71,6 +64,7 @@ struct RecordLanes {
   int capacity = 0;
   int count[kLanes];
   float down_weight[kLanes];
+  MinimiserScratch scratch;
 
   Minimum* row(int lane) { return buffer.data() + static_cast<size_t>(lane) * capacity; }
 };
@@ -78,10 +72,6 @@ struct RecordLanes {
 // Appends each lane's records for the pairs of the list (at most two per pair).
 void exact_step_records(const PositionPass& pass, bool use_dot_weight, const PositionLanes& lanes,
                         const CellBatch& batch, const NeighbourList& list, RecordLanes& records);
-
-// Right end of the minimum of the piecewise linear energy with the left slope `slope`, found by
-// bisection with nth_element instead of a full sort. Reorders the records.
-float records_minimiser(Minimum* records, int m, float slope);
 
 // Exact step: the energy is piecewise linear and convex in t, its minimiser a weighted median of
 // the breakpoints. The result is relaxed towards the old t by the static `omega`.
@@ -117,7 +107,7 @@ struct UpdateParticlePosFunctor : PositionPass {
       Minimum* row = records.row(l);
       row[m] = {0.0f, 2.0f * alpha};  // the data term, alpha |t|
       const float slope = -(records.down_weight[l] + alpha);
-      out[l] = records_minimiser(row, m + 1, slope) * omega + (1.0f - omega) * t_i;
+      out[l] = exact_step_minimiser(row, m + 1, slope, records.scratch) * omega + (1.0f - omega) * t_i;
     }
   }
 };

@@ -392,6 +392,34 @@ TEST(ParticleFunctors, WeightedMedianTakesTheRightEndOfAFlatMinimum) {
     }
     ASSERT_EQ(minimiser_of(terms), expected) << "trial " << trial;
   }
+
+  // The sorted form gives the bisection's bits or declines: on sets of a few hundred records with
+  // distinct t it decides nearly always; ties at a probe and a slope of exactly zero make it decline.
+  MinimiserScratch scratch;
+  int decided = 0;
+  for (uint64_t trial = 0; trial < 200; ++trial) {
+    const int m = 64 + static_cast<int>(cloud::mix(trial + 7) % 400);
+    std::vector<Minimum> records;
+    float down = 0.0f;
+    for (int k = 0; k < m; ++k) {
+      const uint64_t id = trial * 1000 + k;
+      const float t = trial % 4 == 0 ? std::floor(cloud::uniform01(3, id) * 8.0f) : cloud::uniform01(3, id) - 0.5f;
+      const float jump = cloud::uniform01(4, id);
+      records.push_back({t, jump});
+      if (k % 2) down += jump;
+    }
+    const std::vector<Minimum> copy = records;
+    float sorted = 0.0f;
+    const bool ok = sorted_minimiser(records.data(), m, -down, scratch, sorted);
+    ASSERT_EQ(std::memcmp(records.data(), copy.data(), m * sizeof(Minimum)), 0) << "trial " << trial;
+    const float expected = records_minimiser(records.data(), m, -down);
+    if (ok) ASSERT_TRUE(same_bits(sorted, expected)) << "trial " << trial;
+    decided += ok;
+  }
+  EXPECT_GT(decided, 140);
+  std::vector<Minimum> flat(100, Minimum{1.0f, 0.0f});
+  float unused;
+  EXPECT_FALSE(sorted_minimiser(flat.data(), 100, 0.0f, scratch, unused));
 }
 
 TEST(ParticleFunctors, ExactStepOnACommonPlane) {
