@@ -1,6 +1,7 @@
 #include "src/filter/records_minimiser.h"
 
 #include <algorithm>
+#include <cfloat>
 #include <cmath>
 #include <cstdint>
 #include <cstring>
@@ -30,16 +31,16 @@ float records_minimiser(Minimum* records, int m, float slope) {
 
 namespace {
 
-// Float bits to an unsigned key of the same order (-0 just below +0).
-uint32_t order_key(float t) {
-  uint32_t bits;
-  std::memcpy(&bits, &t, sizeof bits);
-  return bits & 0x80000000u ? ~bits : bits | 0x80000000u;
+// A record as one 64-bit entry, t in the upper half.
+uint64_t entry_of(const Minimum& record) {
+  uint32_t t, jump;
+  std::memcpy(&t, &record.t, sizeof t);
+  std::memcpy(&jump, &record.jump, sizeof jump);
+  return static_cast<uint64_t>(t) << 32 | jump;
 }
 
-float key_value(uint64_t entry) {
-  const uint32_t key = static_cast<uint32_t>(entry >> 32);
-  const uint32_t bits = key & 0x80000000u ? key & 0x7fffffffu : ~key;
+float entry_t(uint64_t entry) {
+  const uint32_t bits = static_cast<uint32_t>(entry >> 32);
   float t;
   std::memcpy(&t, &bits, sizeof t);
   return t;
@@ -52,53 +53,60 @@ float entry_jump(uint64_t entry) {
   return jump;
 }
 
-// Stable least-significant-digit radix sort of the entries by their upper 32 bits, a byte at a
-// time; bytes all entries share are skipped. Returns the buffer that holds the result.
-uint64_t* radix_sort(uint64_t* entries, uint64_t* spare, int m) {
-  uint32_t histogram[4][256] = {};
+// Sorts the entries by t: a radix sort by two bytes of t scaled linearly onto 0 .. 65535, which is
+// monotone in t, then an insertion pass that orders the entries sharing a scaled value. Returns
+// false where t doesn't span a finite, non-empty range.
+bool sort_by_t(uint64_t* entries, uint64_t* spare, int m, float t_min, float t_max) {
+  const float span = t_max - t_min;
+  const float scale = 65535.0f / span;
+  if (!(span > 0.0f) || !(scale <= FLT_MAX)) return false;
+  auto key = [&](uint64_t entry) {
+    const uint32_t k = static_cast<uint32_t>((entry_t(entry) - t_min) * scale);
+    return k > 65535u ? 65535u : k;
+  };
+  uint32_t low[257] = {}, high[257] = {};
   for (int i = 0; i < m; ++i) {
-    const uint32_t key = static_cast<uint32_t>(entries[i] >> 32);
-    for (int d = 0; d < 4; ++d) ++histogram[d][key >> (8 * d) & 255];
+    const uint32_t k = key(entries[i]);
+    ++low[(k & 255) + 1];
+    ++high[(k >> 8) + 1];
   }
-  for (int d = 0; d < 4; ++d) {
-    uint32_t* start = histogram[d];
-    const int shift = 32 + 8 * d;
-    if (start[entries[0] >> shift & 255] == static_cast<uint32_t>(m)) continue;
-    uint32_t sum = 0;
-    for (int b = 0; b < 256; ++b) {
-      const uint32_t count = start[b];
-      start[b] = sum;
-      sum += count;
+  for (int b = 0; b < 256; ++b) {
+    low[b + 1] += low[b];
+    high[b + 1] += high[b];
+  }
+  for (int i = 0; i < m; ++i) spare[low[key(entries[i]) & 255]++] = entries[i];
+  for (int i = 0; i < m; ++i) entries[high[key(spare[i]) >> 8]++] = spare[i];
+  for (int i = 1; i < m; ++i) {
+    const uint64_t entry = entries[i];
+    const float t = entry_t(entry);
+    int j = i - 1;
+    if (!(t < entry_t(entries[j]))) continue;
+    while (j >= 0 && t < entry_t(entries[j])) {
+      entries[j + 1] = entries[j];
+      --j;
     }
-    for (int i = 0; i < m; ++i) spare[start[entries[i] >> shift & 255]++] = entries[i];
-    std::swap(entries, spare);
+    entries[j + 1] = entry;
   }
-  return entries;
+  return true;
 }
 
 }  // namespace
 
 bool sorted_minimiser(const Minimum* records, int m, float slope, MinimiserScratch& scratch, float& result) {
-  scratch.keys.resize(m);
+  scratch.entries.resize(m);
   scratch.spare.resize(m);
-  scratch.prefix.resize(m + 1);
-  uint64_t* entries = scratch.keys.data();
+  uint64_t* entries = scratch.entries.data();
+  // Negative, infinite or NaN weights are left to the bisection.
+  bool valid = std::isfinite(slope);
+  float t_min = FLT_MAX, t_max = -FLT_MAX;
   for (int i = 0; i < m; ++i) {
-    uint32_t jump;
-    std::memcpy(&jump, &records[i].jump, sizeof jump);
-    entries[i] = static_cast<uint64_t>(order_key(records[i].t)) << 32 | jump;
+    entries[i] = entry_of(records[i]);
+    const float t = records[i].t;
+    t_min = t < t_min ? t : t_min;
+    t_max = t > t_max ? t : t_max;
+    valid = valid && records[i].jump >= 0.0f && records[i].jump <= FLT_MAX;
   }
-  const uint64_t* sorted = radix_sort(entries, scratch.spare.data(), m);
-
-  // Jumps summed in t order, in double; negative, infinite or NaN weights are left to the bisection.
-  double* prefix = scratch.prefix.data();
-  prefix[0] = 0.0;
-  for (int i = 0; i < m; ++i) {
-    const float jump = entry_jump(sorted[i]);
-    if (!(jump >= 0.0f)) return false;
-    prefix[i + 1] = prefix[i] + jump;
-  }
-  if (!std::isfinite(prefix[m]) || !std::isfinite(slope)) return false;
+  if (!valid || !sort_by_t(entries, scratch.spare.data(), m, t_min, t_max)) return false;
 
   // The bisection's path. At a probe it compares with 0 a float sum of the slope and the jumps of
   // all records below the probe, added in some order; such a sum of n + 1 terms lies within
@@ -106,14 +114,22 @@ bool sorted_minimiser(const Minimum* records, int m, float slope, MinimiserScrat
   // Twice that margin also covers the rounding of the double sums here.
   const double margin = 1.0 / 8388608.0;
   int lo = 0, hi = m, mid = m / 2;
+  double below_lo = 0.0;  // jumps of the records below lo
   while (true) {
-    if (key_value(sorted[mid - 1]) == key_value(sorted[mid])) return false;  // the split of a tie
-    const double left = static_cast<double>(slope) + prefix[mid];
-    const double bound = (mid + 2) * margin * (std::fabs(static_cast<double>(slope)) + prefix[mid]);
+    if (entry_t(entries[mid - 1]) == entry_t(entries[mid])) return false;  // the split of a tie
+    double partial[4] = {};
+    int k = lo;
+    for (; k + 4 <= mid; k += 4)
+      for (int p = 0; p < 4; ++p) partial[p] += entry_jump(entries[k + p]);
+    for (; k < mid; ++k) partial[0] += entry_jump(entries[k]);
+    const double below_mid = below_lo + ((partial[0] + partial[1]) + (partial[2] + partial[3]));
+    const double left = static_cast<double>(slope) + below_mid;
+    const double bound = (mid + 2) * margin * (std::fabs(static_cast<double>(slope)) + below_mid);
     if (left > bound) {
       hi = mid;
     } else if (left < -bound) {
       lo = mid;
+      below_lo = below_mid;
     } else {
       return false;
     }
@@ -122,8 +138,9 @@ bool sorted_minimiser(const Minimum* records, int m, float slope, MinimiserScrat
   }
   // The bisection ends with the record of rank lo at lo; of records of equal t (only -0 and +0
   // differ in their bits) it could be either.
-  result = key_value(sorted[lo]);
-  if (result == 0.0f && ((lo > 0 && key_value(sorted[lo - 1]) == 0.0f) || (lo + 1 < m && key_value(sorted[lo + 1]) == 0.0f)))
+  result = entry_t(entries[lo]);
+  if (result == 0.0f &&
+      ((lo > 0 && entry_t(entries[lo - 1]) == 0.0f) || (lo + 1 < m && entry_t(entries[lo + 1]) == 0.0f)))
     return false;
   return true;
 }

@@ -19,12 +19,11 @@ float records_minimiser(Minimum* records, int m, float slope);
 
 // Per-thread scratch of sorted_minimiser.
 struct MinimiserScratch {
-  std::vector<uint64_t> keys, spare;
-  std::vector<double> prefix;
+  std::vector<uint64_t> entries, spare;
 };
 
-// The value records_minimiser gives, found on a radix-sorted copy where the slope at every probe of
-// the bisection is a prefix sum. The float sums of the bisection depend on the order nth_element
+// The value records_minimiser gives, found on a sorted copy where the slope at every probe of the
+// bisection is a sum over a prefix. The float sums of the bisection depend on the order nth_element
 // leaves, so this holds only where each decision is clear of their rounding and no probe splits
 // records of equal t; otherwise it returns false and leaves the records untouched.
 bool sorted_minimiser(const Minimum* records, int m, float slope, MinimiserScratch& scratch, float& result);
