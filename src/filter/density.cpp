@@ -25,8 +25,10 @@ LANE_KERNEL void density_lanes(const SphKernel& kernel, const CellBatch& batch, 
   const float* ys = list.y.data();
   const float* zs = list.z.data();
   lane_float sum{};
-  for (int e = 0, count = list.size(); e < count; ++e)
+  for (int q = 0; q < batch.entry_count; ++q) {
+    const int e = batch.entries[q];
     sum = add_kernel_term(kernel, sum, xs[e] - px, ys[e] - py, zs[e] - pz);
+  }
   const lane_int unlisted = lane_load(batch.self_listed) == 0;
   sum = unlisted ? add_kernel_term(kernel, sum, px - px, py - py, pz - pz) : sum;
   lane_store(out, sum);

@@ -13,6 +13,7 @@
 struct ComputeDensityFunctor {
   using Out_t = float;
   static constexpr bool with_self = true;
+  static constexpr bool radius_bound = true;
   SphKernel kernel{1.0f};
 
   void setup(const NeighbourPass& pass) { kernel = SphKernel(pass.radius); }

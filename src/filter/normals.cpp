@@ -49,7 +49,8 @@ LANE_KERNEL void normal_moments(const SphKernel& kernel, bool use_dot_weight, co
     niz[l] = n.z;
   }
   lane_float C0{}, C1{}, C2{}, C3{}, C4{}, C5{};
-  for (int e = 0, count = list.size(); e < count; ++e) {
+  for (int q = 0; q < batch.entry_count; ++q) {
+    const int e = batch.entries[q];
     const float njx = neighbour_normals.x[e], njy = neighbour_normals.y[e], njz = neighbour_normals.z[e];
     const lane_float c = nix * njx + niy * njy + niz * njz;
     const lane_float Rx = list.x[e] - px, Ry = list.y[e] - py, Rz = list.z[e] - pz;

@@ -35,6 +35,7 @@ template <bool first_iteration, bool use_dot_weight>
 struct ComputeNormalsFunctor {
   using Out_t = float3;
   static constexpr bool with_self = true;
+  static constexpr bool radius_bound = true;
   SphKernel kernel{1.0f};
   const Particle* particles = nullptr;
   const float3* normals = nullptr;

@@ -102,7 +102,8 @@ LANE_KERNEL void exact_step_records(const PositionPass& pass, bool use_dot_weigh
     count[l] = 0;
   }
   lane_float down{};
-  for (int k = 0, size = list.size(); k < size; ++k) {
+  for (int q = 0; q < batch.entry_count; ++q) {
+    const int k = batch.entries[q];
     const LanePair pair = lane_pair(pass, use_dot_weight, i, list, k);
     const lane_int valid = pair.in_reach & ~(pair.r < 1e-6f);  // coincident particles have no direction
     const float njx = pass.neighbours.x[k], njy = pass.neighbours.y[k], njz = pass.neighbours.z[k];
@@ -155,7 +156,8 @@ LANE_KERNEL void gradient_lanes(const PositionPass& pass, bool use_dot_weight, c
                    thetaz = lane_load(lanes.dn_theta[2]);
   const float beta = pass.beta;
   lane_float G_t{}, G_phi{}, G_theta{};
-  for (int k = 0, size = list.size(); k < size; ++k) {
+  for (int q = 0; q < batch.entry_count; ++q) {
+    const int k = batch.entries[q];
     const LanePair pair = lane_pair(pass, use_dot_weight, i, list, k);
     const float njx = pass.neighbours.x[k], njy = pass.neighbours.y[k], njz = pass.neighbours.z[k];
     const lane_float a = i.nx * pair.Rx + i.ny * pair.Ry + i.nz * pair.Rz;

@@ -79,6 +79,7 @@ template <bool use_dot_weight>
 struct UpdateParticlePosFunctor : PositionPass {
   using Out_t = float;
   static constexpr bool with_self = false;
+  static constexpr bool radius_bound = true;
   static inline float omega = 1.0f;
 
   PositionLanes lanes;
@@ -121,6 +122,7 @@ template <bool use_dot_weight>
 struct ComputeGradientFunctor : PositionPass {
   using Out_t = float3;
   static constexpr bool with_self = false;
+  static constexpr bool radius_bound = true;
   static constexpr float eps = 1e-6f;
 
   PositionLanes lanes;

@@ -3,6 +3,7 @@
 #include <cmath>
 
 #include "src/spatial/lanes.h"
+#include "src/spatial/neighbour_batch.h"
 
 // Poly6 smoothing kernel 315 / (64 pi h^9) * (h^2 - r^2)^3 for |r| <= h, 0 beyond, evaluated in
 // this exact float order so that every pass gets the same bits.
@@ -30,17 +31,7 @@ struct SphKernel {
     s = h * h;
     float q = s * s;
     factor = 315.0f / (h * 201.06194f * (q * q));
-    // Square roots are correctly rounded and monotone, so walk from h*h to the boundary.
-    float x = s;
-    if (std::isfinite(x) && x >= 0.0f) {
-      while (std::sqrt(x) > h) x = std::nextafter(x, 0.0f);
-      for (float next = std::nextafter(x, HUGE_VALF); std::sqrt(next) <= h && std::isfinite(next);
-           next = std::nextafter(x, HUGE_VALF))
-        x = next;
-      r2_limit = x;
-    } else {
-      r2_limit = HUGE_VALF;
-    }
+    r2_limit = squared_reach(h);
   }
 
   // True only if sqrtf(r2) > h for certain; a non-finite r2 is never reported outside.

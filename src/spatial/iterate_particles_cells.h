@@ -14,6 +14,7 @@
 #include "src/spatial/cell_index.h"
 #include "src/spatial/hash_map.h"
 #include "src/spatial/lanes.h"
+#include "src/spatial/neighbour_batch.h"
 #include "src/spatial/morton.h"
 
 // What a functor may read during a neighbour pass: the particle state before the pass.
@@ -26,44 +27,6 @@ struct NeighbourPass {
   float alpha = 0.0f;
   float beta = 0.0f;
   int max_cell_length = 0;
-};
-
-// The neighbours of one cell in the order they are delivered: the 27 cells in offset order, each
-// run sampled at every stride-th position. The same for every particle of the cell.
-struct NeighbourList {
-  std::vector<int> index;
-  std::vector<float> x, y, z;
-  // The present neighbour runs as [begin, end) in the list, with the view all particles of the
-  // whole run come from (-1 if mixed; filled only for functors that ignore their own view).
-  struct Run {
-    int begin, end, view;
-  };
-  Run runs[27];
-  int run_count = 0;
-
-  int size() const { return static_cast<int>(index.size()); }
-  void clear() {
-    index.clear();
-    x.clear();
-    y.clear();
-    z.clear();
-    run_count = 0;
-  }
-  void push(int j, float3 p) {
-    index.push_back(j);
-    x.push_back(p.x);
-    y.push_back(p.y);
-    z.push_back(p.z);
-  }
-};
-
-// Up to kLanes particles of one cell, handled side by side. Unused lanes repeat the last used one.
-struct CellBatch {
-  int count = 0;
-  int index[kLanes];
-  float x[kLanes], y[kLanes], z[kLanes];
-  // 1 where (i, i) is among the list's entries, else 0; a stride may have stepped over it.
-  int self_listed[kLanes];
 };
 
 // Functor protocol. A functor declares `Out_t` and `static constexpr bool with_self`, and on a copy
@@ -84,6 +47,15 @@ struct CellBatch {
 template <typename Functor>
 constexpr bool ignores_own_view() {
   if constexpr (requires { Functor::ignores_own_view; }) return Functor::ignores_own_view;
+  return false;
+}
+// A functor whose pairs beyond the pass radius give nothing may declare
+//   static constexpr bool radius_bound = true;
+// its batches then carry in `entries` only the list entries that may lie within the radius of one
+// of their particles. Otherwise `entries` stays empty and the functor reads the whole list.
+template <typename Functor>
+constexpr bool radius_bound() {
+  if constexpr (requires { Functor::radius_bound; }) return Functor::radius_bound;
   return false;
 }
 
@@ -151,11 +123,13 @@ void iterate_particles_cells(Functor& functor, std::vector<std::pair<int, typena
 
   const unsigned long long run_step = static_cast<unsigned long long>(stride);
   const unsigned long long end = static_cast<unsigned long long>(n);
+  const float reach2 = squared_reach(radius);
 
 #pragma omp parallel
   {
     NeighbourList list;
     CellBatch batch;
+    std::vector<int> entries, order;
     Functor local(functor);
     local.setup(pass);
     typename Functor::Out_t out[kLanes];
@@ -188,15 +162,19 @@ void iterate_particles_cells(Functor& functor, std::vector<std::pair<int, typena
         if constexpr (ignores_own_view<Functor>()) view = run_view[neighbour_start];
         list.runs[list.run_count++] = {begin, list.size(), view};
       }
+      if constexpr (radius_bound<Functor>()) list.compute_bounds();
       local.gather(list);
 
       long long length = 0;
       while (start + length < n && run_key[start + length] == key) ++length;
+      batch_order(&run_pos[start], length, grid_min, inv_cell, order);
       const long long slot_base = q > 0 ? cell_prefix_sum[q - 1] : 0;
       for (long long k0 = 0; k0 < length; k0 += kLanes) {
         batch.count = static_cast<int>(std::min<long long>(kLanes, length - k0));
+        int slot[kLanes];
         for (int l = 0; l < kLanes; ++l) {
-          const long long k = k0 + std::min(l, batch.count - 1);
+          const long long k = order[k0 + std::min(l, batch.count - 1)];
+          slot[l] = static_cast<int>(k);
           batch.index[l] = static_cast<int>(handles[start + k]);
           const float3 p = run_pos[start + k];
           batch.x[l] = p.x;
@@ -206,9 +184,14 @@ void iterate_particles_cells(Functor& functor, std::vector<std::pair<int, typena
           // position k exactly when k is a multiple of it.
           batch.self_listed[l] = k % stride == 0 ? 1 : 0;
         }
+        if constexpr (radius_bound<Functor>()) {
+          entries_in_reach(batch, list, reach2, entries);
+          batch.entries = entries.data();
+          batch.entry_count = static_cast<int>(entries.size());
+        }
         local.run(batch, list, out);
         for (int l = 0; l < batch.count; ++l) {
-          auto& result = results[slot_base + k0 + l];
+          auto& result = results[slot_base + slot[l]];
           result.first = batch.index[l];
           result.second = out[l];
         }

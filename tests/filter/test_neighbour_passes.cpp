@@ -95,6 +95,11 @@ typename Functor::Out_t run_one(Functor& functor, const cloud::ParticleSet& set,
     batch.z[l] = p.z;
     batch.self_listed[l] = listed;
   }
+  // Every entry, unfiltered by distance.
+  std::vector<int> entries(list.size());
+  for (int e = 0; e < list.size(); ++e) entries[e] = e;
+  batch.entries = entries.data();
+  batch.entry_count = list.size();
   functor.gather(list);
   typename Functor::Out_t out[kLanes];
   functor.run(batch, list, out);
