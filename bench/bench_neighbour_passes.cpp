@@ -47,7 +47,7 @@ struct CountPairsFunctor {
   void run(const CellBatch& batch, const NeighbourList& list, Out_t* out) const {
     for (int l = 0; l < batch.count; ++l) {
       int own = 0;
-      for (int j : list.index) own += j == batch.index[l];
+      for (int e = 0; e < list.size(); ++e) own += list.index[e] == batch.index[l];
       out[l] = static_cast<float>(list.size() - own) + (with_self ? 1.0f : 0.0f);
     }
   }

@@ -27,13 +27,13 @@ bool beyond(const float a_lo[3], const float a_hi[3], const float b_lo[3], const
 
 #pragma GCC diagnostic ignored "-Wpsabi"
 
-// The point form of `beyond` for eight entries at a time, appending those not beyond to `out`.
-LANE_KERNEL int entries_not_beyond(const float* xs, const float* ys, const float* zs, int begin, int end,
-                                   const float lo[3], const float hi[3], float reach2, int* out) {
+// The point form of `beyond` for the entries [begin, end), eight at a time (the list has room to
+// read past its end), appending those not beyond to `out`.
+LANE_KERNEL int entries_not_beyond(const NeighbourList& list, int begin, int end, const float lo[3],
+                                   const float hi[3], float reach2, int* out) {
   int count = 0;
-  int e = begin;
-  for (; e + kLanes <= end; e += kLanes) {
-    const lane_float p[3] = {lane_load(xs + e), lane_load(ys + e), lane_load(zs + e)};
+  for (int e = begin; e < end; e += kLanes) {
+    const lane_float p[3] = {lane_load(list.x.data() + e), lane_load(list.y.data() + e), lane_load(list.z.data() + e)};
     lane_float gap2{}, span2{};
     for (int d = 0; d < 3; ++d) {
       const lane_float below = p[d] - hi[d], above = lo[d] - p[d];
@@ -45,15 +45,11 @@ LANE_KERNEL int entries_not_beyond(const float* xs, const float* ys, const float
       span2 = d == 0 ? span * span : span2 + span * span;
     }
     const lane_int far = (gap2 > reach2) & (span2 <= FLT_MAX);
-    for (int l = 0; l < kLanes; ++l) {
+    const int lanes = end - e < kLanes ? end - e : kLanes;
+    for (int l = 0; l < lanes; ++l) {
       out[count] = e + l;
       count += far[l] == 0;
     }
-  }
-  for (; e < end; ++e) {
-    const float p[3] = {xs[e], ys[e], zs[e]};
-    out[count] = e;
-    count += !beyond(p, p, lo, hi, reach2);
   }
   return count;
 }
@@ -67,23 +63,37 @@ unsigned int quarter(float v, float origin, float inv_cell) {
 
 }  // namespace
 
-void NeighbourList::compute_bounds() {
-  for (int r = 0; r < run_count; ++r) {
-    Bounds& b = bounds[r];
-    b.finite = true;
-    const float* axes[3] = {x.data(), y.data(), z.data()};
-    for (int d = 0; d < 3; ++d) {
-      float lo = FLT_MAX, hi = -FLT_MAX;
-      for (int e = runs[r].begin; e < runs[r].end; ++e) {
-        const float v = axes[d][e];
-        b.finite = b.finite && finite(v);
-        lo = v < lo ? v : lo;
-        hi = v > hi ? v : hi;
-      }
-      b.lo[d] = lo;
-      b.hi[d] = hi;
+namespace {
+
+LANE_KERNEL void run_bounds(const NeighbourList& list, const NeighbourList::Run& run, NeighbourList::Bounds& b) {
+  const float* axes[3] = {list.x.data(), list.y.data(), list.z.data()};
+  lane_int all_finite = lane_int{} == 0;
+  lane_int offset;
+  for (int l = 0; l < kLanes; ++l) offset[l] = l;
+  for (int d = 0; d < 3; ++d) {
+    lane_float lo = lane_splat(FLT_MAX), hi = lane_splat(-FLT_MAX);
+    for (int e = run.begin; e < run.end; e += kLanes) {
+      const lane_int inside = offset < run.end - e;
+      const lane_float v = lane_load(axes[d] + e);
+      all_finite &= ~inside | (lane_fabs(v) <= FLT_MAX);
+      lo = inside & (v < lo) ? v : lo;
+      hi = inside & (v > hi) ? v : hi;
+    }
+    b.lo[d] = lo[0];
+    b.hi[d] = hi[0];
+    for (int l = 1; l < kLanes; ++l) {
+      b.lo[d] = lo[l] < b.lo[d] ? lo[l] : b.lo[d];
+      b.hi[d] = hi[l] > b.hi[d] ? hi[l] : b.hi[d];
     }
   }
+  b.finite = true;
+  for (int l = 0; l < kLanes; ++l) b.finite = b.finite && all_finite[l] != 0;
+}
+
+}  // namespace
+
+void NeighbourList::compute_bounds() {
+  for (int r = 0; r < run_count; ++r) run_bounds(*this, runs[r], bounds[r]);
 }
 
 float squared_reach(float h) {
@@ -116,13 +126,25 @@ void entries_in_reach(const CellBatch& batch, const NeighbourList& list, float r
     for (int e = 0; e < size; ++e) entries.push_back(e);
     return;
   }
-  entries.resize(size);
+  entries.resize(size + kLanes);
   int count = 0;
-  for (int r = 0; r < list.run_count; ++r) {
-    const NeighbourList::Bounds& b = list.bounds[r];
-    if (b.finite && beyond(b.lo, b.hi, lo, hi, reach2)) continue;
-    count += entries_not_beyond(list.x.data(), list.y.data(), list.z.data(), list.runs[r].begin, list.runs[r].end, lo,
-                                hi, reach2, entries.data() + count);
+  // Runs lie back to back in the list; neighbouring runs within reach are filtered as one range.
+  int range_begin = 0, range_end = 0;
+  for (int r = 0; r <= list.run_count; ++r) {
+    if (r < list.run_count) {
+      const NeighbourList::Bounds& b = list.bounds[r];
+      if (b.finite && beyond(b.lo, b.hi, lo, hi, reach2)) continue;
+      if (list.runs[r].begin == range_end) {
+        range_end = list.runs[r].end;
+        continue;
+      }
+    }
+    if (range_end > range_begin)
+      count += entries_not_beyond(list, range_begin, range_end, lo, hi, reach2, entries.data() + count);
+    if (r < list.run_count) {
+      range_begin = list.runs[r].begin;
+      range_end = list.runs[r].end;
+    }
   }
   entries.resize(count);
 }

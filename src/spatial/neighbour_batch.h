@@ -6,7 +6,8 @@
 #include "src/spatial/lanes.h"
 
 // The neighbours of one cell in the order they are delivered: the 27 cells in offset order, each
-// run sampled at every stride-th position. The same for every particle of the cell.
+// run sampled at every stride-th position. The same for every particle of the cell. The arrays
+// hold size() entries and at least kLanes more, so that eight entries can be read from any entry on.
 struct NeighbourList {
   std::vector<int> index;
   std::vector<float> x, y, z;
@@ -23,20 +24,26 @@ struct NeighbourList {
   Run runs[27];
   Bounds bounds[27];
   int run_count = 0;
+  int count = 0;
 
-  int size() const { return static_cast<int>(index.size()); }
+  int size() const { return count; }
   void clear() {
-    index.clear();
-    x.clear();
-    y.clear();
-    z.clear();
+    count = 0;
     run_count = 0;
   }
   void push(int j, float3 p) {
-    index.push_back(j);
-    x.push_back(p.x);
-    y.push_back(p.y);
-    z.push_back(p.z);
+    if (count + kLanes >= static_cast<int>(index.size())) {
+      const size_t grown = 2 * index.size() + 4 * kLanes;
+      index.resize(grown);
+      x.resize(grown);
+      y.resize(grown);
+      z.resize(grown);
+    }
+    index[count] = j;
+    x[count] = p.x;
+    y[count] = p.y;
+    z[count] = p.z;
+    ++count;
   }
   void compute_bounds();
 };

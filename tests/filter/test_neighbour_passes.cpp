@@ -87,7 +87,7 @@ typename Functor::Out_t run_one(Functor& functor, const cloud::ParticleSet& set,
   batch.count = 1;
   const float3 p = particle_position(set.particles[i], set.offsets[i]);
   bool listed = false;
-  for (int j : list.index) listed |= j == i;
+  for (int e = 0; e < list.size(); ++e) listed |= list.index[e] == i;
   for (int l = 0; l < kLanes; ++l) {
     batch.index[l] = i;
     batch.x[l] = p.x;
