@@ -80,11 +80,10 @@ void update_density(std::vector<float>& density, const std::vector<Particle>& pa
                     float radius, float alpha, float beta, int stride) {
   std::cout << "  updating particle density" << std::endl;
   ComputeDensityFunctor functor;
-  std::vector<std::pair<int, float>> results;
-  iterate_particles_cells<ComputeDensityFunctor, true>(functor, results, cell_keys, cell_prefix_sum, density, offsets,
-                                                       normals, particles, handles, cell_map, first_cell_map,
-                                                       grid_min, max_cell_length, radius, alpha, beta, stride);
-  merge_results(density, results);
+  (void)first_cell_map;
+  iterate_particles_cells_into<ComputeDensityFunctor, true>(functor, density, cell_keys, cell_prefix_sum, density,
+                                                            offsets, normals, particles, handles, cell_map, grid_min,
+                                                            max_cell_length, radius, alpha, beta, stride);
 }
 
 namespace {
@@ -114,7 +113,8 @@ void compute_particle_support(std::vector<float>& support, std::vector<Particle>
   std::vector<unsigned long long> keys;
   compute_cell_keys(keys, handles, particles, offsets, grid_min, inv_cell);
   sort_particle_handles(handles, keys);
-  reorder_particles(particles, offsets, normals, handles);
+  // In place: the set before filtering is the largest of a run, and it is never held twice.
+  reorder_in_place(particles, offsets, normals, handles);
 
   support.assign(n, 0.0f);
   if (n > 0) {
@@ -122,28 +122,33 @@ void compute_particle_support(std::vector<float>& support, std::vector<Particle>
     std::vector<unsigned int> cell_starts;
     std::vector<int> cell_prefix_sum;
     create_cell_start_index_table(cell_keys, cell_starts, keys);
+    std::vector<unsigned long long>().swap(keys);
     create_cell_size_prefix_sum(cell_prefix_sum, cell_starts, static_cast<int>(n));
     const HashMap cell_map = create_hash_map(cell_keys, cell_starts, 0.8f);
 
     ComputeParticleSupportFunctor::min_support = min_support;
     ComputeParticleSupportFunctor functor;
-    std::vector<std::pair<int, float>> results;
     const std::vector<float> no_density;
-    iterate_particles_cells<ComputeParticleSupportFunctor, true>(functor, results, cell_keys, cell_prefix_sum,
-                                                                 no_density, offsets, normals, particles, handles,
-                                                                 cell_map, cell_map, grid_min, 0, radius, 0.0f, 0.0f, 1);
-    merge_results(support, results);
+    iterate_particles_cells_into<ComputeParticleSupportFunctor, true>(functor, support, cell_keys, cell_prefix_sum,
+                                                                      no_density, offsets, normals, particles,
+                                                                      handles, cell_map, grid_min, 0, radius, 0.0f,
+                                                                      0.0f, 1);
   }
 
+  // The support view: the particles in grey by their support, shown to the viewer hook. The grey
+  // is set in place and the colours restored afterwards, which spares a copy of the set.
   float largest_support = 0.0f;
   for (float s : support) largest_support = std::max(largest_support, s);
-  std::vector<Particle> view = particles;
+  std::vector<uchar4> colors(n);
 #pragma omp parallel for schedule(static)
   for (long long i = 0; i < n; ++i) {
+    colors[i] = particles[i].color;
     const unsigned char grey = grey_byte(support[i] / largest_support * 255.0f);
-    view[i].color.x = grey;
-    view[i].color.y = grey;
-    view[i].color.z = grey;
+    particles[i].color.x = grey;
+    particles[i].color.y = grey;
+    particles[i].color.z = grey;
   }
-  sendParticlesToLumvik(view, offsets, normals, "particles_support", debug_lumvik_particle_iteration++);
+  sendParticlesToLumvik(particles, offsets, normals, "particles_support", debug_lumvik_particle_iteration++);
+#pragma omp parallel for schedule(static)
+  for (long long i = 0; i < n; ++i) particles[i].color = colors[i];
 }

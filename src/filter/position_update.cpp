@@ -194,11 +194,10 @@ void run_exact_step(std::vector<float>& new_offsets, const std::vector<Particle>
   using Functor = UpdateParticlePosFunctor<use_dot_weight>;
   Functor::omega = omega;
   Functor functor;
-  std::vector<std::pair<int, float>> results;
-  iterate_particles_cells<Functor, false>(functor, results, cell_keys, cell_prefix_sum, density, offsets, normals,
-                                          particles, handles, cell_map, first_cell_map, grid_min, max_cell_length,
-                                          radius, alpha, beta, stride);
-  merge_results(new_offsets, results);
+  (void)first_cell_map;
+  iterate_particles_cells_into<Functor, false>(functor, new_offsets, cell_keys, cell_prefix_sum, density, offsets,
+                                               normals, particles, handles, cell_map, grid_min, max_cell_length,
+                                               radius, alpha, beta, stride);
 }
 
 template <bool use_dot_weight>

@@ -2,6 +2,7 @@
 
 #include <omp.h>
 
+#include <algorithm>
 #include <cfloat>
 #include <cmath>
 
@@ -158,18 +159,52 @@ void cell_length_statistics(int* max_length, float* average_length, const std::v
   if (average_length) *average_length = total / static_cast<float>(c);
 }
 
+namespace {
+
+// v[k] = old v[handles[k]] for the handles' positions, through one new array at a time; entries
+// beyond them stay.
+template <typename T>
+void permute(std::vector<T>& v, const std::vector<unsigned int>& handles) {
+  const long long n = static_cast<long long>(handles.size());
+  std::vector<T> moved(v.size());
+#pragma omp parallel for schedule(static)
+  for (long long k = 0; k < n; ++k) moved[k] = v[handles[k]];
+  std::copy(v.begin() + std::min<long long>(n, v.size()), v.end(), moved.begin() + std::min<long long>(n, v.size()));
+  v.swap(moved);
+}
+
+}  // namespace
+
 void reorder_particles(std::vector<Particle>& particles, std::vector<float>& offsets, std::vector<float3>& normals,
                        std::vector<unsigned int>& handles) {
-  const std::vector<Particle> old_particles = particles;
-  const std::vector<float> old_offsets = offsets;
-  const std::vector<float3> old_normals = normals;
+  permute(offsets, handles);
+  permute(normals, handles);
+  permute(particles, handles);
   const long long n = static_cast<long long>(handles.size());
 #pragma omp parallel for schedule(static)
-  for (long long k = 0; k < n; ++k) {
-    const unsigned int h = handles[k];
-    particles[k] = old_particles[h];
-    offsets[k] = old_offsets[h];
-    normals[k] = old_normals[h];
-    handles[k] = static_cast<unsigned int>(k);
+  for (long long k = 0; k < n; ++k) handles[k] = static_cast<unsigned int>(k);
+}
+
+void reorder_in_place(std::vector<Particle>& particles, std::vector<float>& offsets, std::vector<float3>& normals,
+                      std::vector<unsigned int>& handles) {
+  permute(offsets, handles);
+  permute(normals, handles);
+  // Each cycle of the permutation: position k takes the particle from handles[k], and handles[k]
+  // becomes k, which marks the position done.
+  const long long n = static_cast<long long>(handles.size());
+  for (long long start = 0; start < n; ++start) {
+    if (handles[start] == start) continue;
+    const Particle first = particles[start];
+    long long k = start;
+    while (true) {
+      const long long from = handles[k];
+      handles[k] = static_cast<unsigned int>(k);
+      if (from == start) {
+        particles[k] = first;
+        break;
+      }
+      particles[k] = particles[from];
+      k = from;
+    }
   }
 }

@@ -59,55 +59,41 @@ constexpr bool radius_bound() {
   return false;
 }
 
-// Runs `functor` over the particles of the 27 cells around each particle. Cells are taken from
-// cell_keys in a dynamic schedule of 4 cells; the result of the particle at run position k of cell q
-// lands in slot k + cell_prefix_sum[q - 1] as (particle index, value). Every `stride`-th particle of a
-// neighbour run is visited. With `with_self` the pair (i, i) is delivered exactly once; without it,
-// never. The invalid cell is skipped, and its slots keep (0, zero).
-// The 27 neighbour runs are looked up and gathered once per cell, and the cell's particles go
-// through them in batches of kLanes: the pairs of each particle come in the same order as if it
-// walked the cells alone, so the results do not depend on the batching or the thread count.
-template <typename Functor, bool with_self>
-void iterate_particles_cells(Functor& functor, std::vector<std::pair<int, typename Functor::Out_t>>& results,
-                             const std::vector<unsigned long long>& cell_keys,
-                             const std::vector<int>& cell_prefix_sum, const std::vector<float>& density,
-                             const std::vector<float>& offsets, const std::vector<float3>& normals,
-                             const std::vector<Particle>& particles, const std::vector<unsigned int>& handles,
-                             const HashMap& cell_map, const HashMap& first_cell_map, float3 grid_min,
-                             int max_cell_length, float radius, float alpha, float beta, int stride) {
+// Runs `functor` over the particles of the 27 cells around each particle and hands each result to
+// `sink(slot, i, value)`. The walk of iterate_particles_cells below; the index must be that of the
+// current positions, so that each cell's run of handles ends where cell_prefix_sum says.
+template <typename Functor, bool with_self, typename Sink>
+void walk_particles_cells(Functor& functor, Sink&& sink, const std::vector<unsigned long long>& cell_keys,
+                          const std::vector<int>& cell_prefix_sum, const std::vector<float>& density,
+                          const std::vector<float>& offsets, const std::vector<float3>& normals,
+                          const std::vector<Particle>& particles, const std::vector<unsigned int>& handles,
+                          const HashMap& cell_map, float3 grid_min, int max_cell_length, float radius, float alpha,
+                          float beta, int stride) {
   static_assert(Functor::with_self == with_self, "the functor serves the other self-pair mode");
-  (void)first_cell_map;  // kept for the interface; no functor reads it
-  results.resize(cell_prefix_sum.back());
   const float inv_cell = 1.0f / radius;
   const long long n = static_cast<long long>(handles.size());
   const long long c = static_cast<long long>(cell_keys.size());
 
-  // Positions and keys in handle order, formed once per pass. They are the same float expressions
-  // a walk per particle would evaluate per pair, so the results are bit-identical, and the walk
-  // reads them sequentially.
+  // Positions in handle order, formed once per pass: the same float expressions a walk per
+  // particle would evaluate per pair, so the results are bit-identical, and read sequentially.
   std::unique_ptr<float3[]> run_pos(new float3[n]);
-  std::unique_ptr<unsigned long long[]> run_key(new unsigned long long[n]);
 #pragma omp parallel for schedule(static)
   for (long long k = 0; k < n; ++k) {
     const unsigned int i = handles[k];
-    const Particle& p = particles[i];
-    const float t = offsets[i];
-    const float3 q = particle_position(p, t);
-    run_pos[k] = q;
-    run_key[k] = is_finite_value(p.pos.x) && is_finite_value(t) ? cell_key(q, grid_min, inv_cell) : invalid_cell_key;
+    run_pos[k] = particle_position(particles[i], offsets[i]);
   }
 
-  // View of each cell's particles, at the cell's first position; -1 where views are mixed.
-  std::unique_ptr<int[]> run_view;
+  // View of each cell's particles; -1 where views are mixed.
+  std::unique_ptr<int[]> cell_view;
   if constexpr (ignores_own_view<Functor>()) {
-    run_view.reset(new int[n]);
+    cell_view.reset(new int[c]);
 #pragma omp parallel for schedule(static)
     for (long long q = 0; q < c; ++q) {
       const long long first = q > 0 ? cell_prefix_sum[q - 1] : 0;
       int view = particles[handles[first]].camera_index;
       for (long long b = first + 1; b < cell_prefix_sum[q] && view != -1; ++b)
         if (particles[handles[b]].camera_index != view) view = -1;
-      run_view[first] = view;
+      cell_view[q] = view;
     }
   }
 
@@ -121,9 +107,8 @@ void iterate_particles_cells(Functor& functor, std::vector<std::pair<int, typena
   pass.beta = beta;
   pass.max_cell_length = max_cell_length;
 
-  const unsigned long long run_step = static_cast<unsigned long long>(stride);
-  const unsigned long long end = static_cast<unsigned long long>(n);
   const float reach2 = squared_reach(radius);
+  const int* const cell_end = cell_prefix_sum.data();
 
 #pragma omp parallel
   {
@@ -147,26 +132,25 @@ void iterate_particles_cells(Functor& functor, std::vector<std::pair<int, typena
       decode(key, x, y, z);
       if (x == 65535 && y == 65535 && z == 65535) continue;
 
+      // A neighbour cell's run ends where the next cell starts: the first particle whose key
+      // differs from the cell's.
       list.clear();
       for (int m = 0; m < 27; ++m) {
         const long long dx = m % 3 - 1, dy = m / 3 % 3 - 1, dz = m / 9 - 1;
-        const unsigned long long neighbour_key = encode(x + dx, y + dy, z + dz);
-        const unsigned int neighbour_start = hash_map_find_bounded(cell_map, neighbour_key);
+        const unsigned int neighbour_start = hash_map_find_bounded(cell_map, encode(x + dx, y + dy, z + dz));
         if (neighbour_start == hash_map_not_found) continue;
+        const long long cell = std::upper_bound(cell_end, cell_end + c, static_cast<int>(neighbour_start)) - cell_end;
         const int begin = list.size();
-        for (unsigned long long b = neighbour_start; b < end; b += run_step) {
-          if (run_key[b] != neighbour_key) break;
+        for (long long b = neighbour_start; b < cell_end[cell]; b += stride)
           list.push(static_cast<int>(handles[b]), run_pos[b]);
-        }
         int view = -1;
-        if constexpr (ignores_own_view<Functor>()) view = run_view[neighbour_start];
+        if constexpr (ignores_own_view<Functor>()) view = cell_view[cell];
         list.runs[list.run_count++] = {begin, list.size(), view};
       }
       if constexpr (radius_bound<Functor>()) list.compute_bounds();
       local.gather(list);
 
-      long long length = 0;
-      while (start + length < n && run_key[start + length] == key) ++length;
+      const long long length = cell_end[q] - start;
       batch_order(&run_pos[start], length, grid_min, inv_cell, order);
       const long long slot_base = q > 0 ? cell_prefix_sum[q - 1] : 0;
       for (long long k0 = 0; k0 < length; k0 += kLanes) {
@@ -190,14 +174,55 @@ void iterate_particles_cells(Functor& functor, std::vector<std::pair<int, typena
           batch.entry_count = static_cast<int>(entries.size());
         }
         local.run(batch, list, out);
-        for (int l = 0; l < batch.count; ++l) {
-          auto& result = results[slot_base + slot[l]];
-          result.first = batch.index[l];
-          result.second = out[l];
-        }
+        for (int l = 0; l < batch.count; ++l) sink(slot_base + slot[l], batch.index[l], out[l]);
       }
     }
   }
+}
+
+// Runs `functor` over the particles of the 27 cells around each particle. Cells are taken from
+// cell_keys in a dynamic schedule of 4 cells; the result of the particle at run position k of cell q
+// lands in slot k + cell_prefix_sum[q - 1] as (particle index, value). Every `stride`-th particle of a
+// neighbour run is visited. With `with_self` the pair (i, i) is delivered exactly once; without it,
+// never. The invalid cell is skipped, and its slots keep (0, zero).
+// The 27 neighbour runs are looked up and gathered once per cell, and the cell's particles go
+// through them in batches of kLanes: the pairs of each particle come in the same order as if it
+// walked the cells alone, so the results do not depend on the batching or the thread count.
+template <typename Functor, bool with_self>
+void iterate_particles_cells(Functor& functor, std::vector<std::pair<int, typename Functor::Out_t>>& results,
+                             const std::vector<unsigned long long>& cell_keys,
+                             const std::vector<int>& cell_prefix_sum, const std::vector<float>& density,
+                             const std::vector<float>& offsets, const std::vector<float3>& normals,
+                             const std::vector<Particle>& particles, const std::vector<unsigned int>& handles,
+                             const HashMap& cell_map, const HashMap& first_cell_map, float3 grid_min,
+                             int max_cell_length, float radius, float alpha, float beta, int stride) {
+  (void)first_cell_map;  // kept for the interface; no functor reads it
+  results.resize(cell_prefix_sum.back());
+  auto sink = [&results](long long slot, int i, const typename Functor::Out_t& value) { results[slot] = {i, value}; };
+  walk_particles_cells<Functor, with_self>(functor, sink, cell_keys, cell_prefix_sum, density, offsets, normals,
+                                           particles, handles, cell_map, grid_min, max_cell_length, radius, alpha,
+                                           beta, stride);
+}
+
+// The pass and the merge below in one, without the slots: target[i] gets the value of every
+// particle outside the invalid cell, and target[0] the zero value of the invalid cell's slots if it
+// has any, as the merge leaves it when it runs in slot order. For passes whose functor doesn't read
+// the target.
+template <typename Functor, bool with_self>
+void iterate_particles_cells_into(Functor& functor, std::vector<typename Functor::Out_t>& target,
+                                  const std::vector<unsigned long long>& cell_keys,
+                                  const std::vector<int>& cell_prefix_sum, const std::vector<float>& density,
+                                  const std::vector<float>& offsets, const std::vector<float3>& normals,
+                                  const std::vector<Particle>& particles, const std::vector<unsigned int>& handles,
+                                  const HashMap& cell_map, float3 grid_min, int max_cell_length, float radius,
+                                  float alpha, float beta, int stride) {
+  auto sink = [&target](long long, int i, const typename Functor::Out_t& value) { target[i] = value; };
+  walk_particles_cells<Functor, with_self>(functor, sink, cell_keys, cell_prefix_sum, density, offsets, normals,
+                                           particles, handles, cell_map, grid_min, max_cell_length, radius, alpha,
+                                           beta, stride);
+  unsigned int x, y, z;
+  decode(cell_keys.back(), x, y, z);
+  if (x == 65535 && y == 65535 && z == 65535) target[0] = typename Functor::Out_t{};
 }
 
 // Writes each slot's value to its particle: target[results[s].first] = results[s].second.

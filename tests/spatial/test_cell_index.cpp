@@ -139,14 +139,27 @@ TEST(CellIndex, SortIsStableForAnyThreadCount) {
 }
 
 TEST(CellIndex, ReorderMovesAllThreeArraysAndResetsHandles) {
-  std::vector<Particle> particles = {particle_at(0, 0, 0), particle_at(1, 0, 0), particle_at(2, 0, 0)};
-  std::vector<float> offsets = {0.0f, 1.0f, 2.0f};
-  std::vector<float3> normals = {{0, 0, 0}, {1, 1, 1}, {2, 2, 2}};
-  std::vector<unsigned int> handles = {2, 0, 1};
-  reorder_particles(particles, offsets, normals, handles);
-  EXPECT_EQ(particles[0].pos.x, 2.0f);
-  EXPECT_EQ(particles[1].pos.x, 0.0f);
-  EXPECT_EQ(offsets, (std::vector<float>{2.0f, 0.0f, 1.0f}));
-  EXPECT_EQ(normals[2].y, 1.0f);
-  EXPECT_EQ(handles, (std::vector<unsigned int>{0, 1, 2}));
+  // Both forms, on a permutation with a fixed point and cycles of length 2 and 4.
+  const std::vector<unsigned int> permutation = {2, 0, 1, 3, 7, 4, 5, 6, 9, 8};
+  for (bool in_place : {false, true}) {
+    std::vector<Particle> particles;
+    std::vector<float> offsets;
+    std::vector<float3> normals;
+    for (int k = 0; k < 10; ++k) {
+      particles.push_back(particle_at(static_cast<float>(k), 0, 0));
+      offsets.push_back(static_cast<float>(k));
+      normals.push_back({0, static_cast<float>(k), 0});
+    }
+    std::vector<unsigned int> handles = permutation;
+    if (in_place)
+      reorder_in_place(particles, offsets, normals, handles);
+    else
+      reorder_particles(particles, offsets, normals, handles);
+    for (int k = 0; k < 10; ++k) {
+      EXPECT_EQ(particles[k].pos.x, static_cast<float>(permutation[k]));
+      EXPECT_EQ(offsets[k], static_cast<float>(permutation[k]));
+      EXPECT_EQ(normals[k].y, static_cast<float>(permutation[k]));
+      EXPECT_EQ(handles[k], static_cast<unsigned int>(k));
+    }
+  }
 }
