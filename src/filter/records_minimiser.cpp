@@ -146,8 +146,8 @@ bool sorted_minimiser(const Minimum* records, int m, float slope, MinimiserScrat
 }
 
 float exact_step_minimiser(Minimum* records, int m, float slope, MinimiserScratch& scratch) {
-  // Below about 64 records the bisection is faster than the sort's fixed cost.
+  // Below about 16 records the bisection is faster than the sort's fixed cost.
   float result;
-  if (m >= 64 && sorted_minimiser(records, m, slope, scratch, result)) return result;
+  if (m >= 16 && sorted_minimiser(records, m, slope, scratch, result)) return result;
   return records_minimiser(records, m, slope);
 }
