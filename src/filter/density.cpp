@@ -12,8 +12,8 @@
 namespace {
 
 // sum + W(|R|, h) in the lanes where R lies within the kernel's reach.
-LANE_INLINE lane_float add_kernel_term(const SphKernel& kernel, lane_float sum, lane_float dx, lane_float dy,
-                                       lane_float dz) {
+LANE_INLINE lane_float add_kernel_term(const SphKernel& kernel, const lane_float& sum, const lane_float& dx,
+                                       const lane_float& dy, const lane_float& dz) {
   const lane_float r2 = dx * dx + dy * dy + dz * dz;
   return kernel.outside(r2) ? sum : sum + kernel(lane_sqrt(r2));
 }

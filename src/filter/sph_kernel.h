@@ -36,14 +36,14 @@ struct SphKernel {
 
   // True only if sqrtf(r2) > h for certain; a non-finite r2 is never reported outside.
   bool outside(float r2) const { return r2 > r2_limit && r2 <= 3.4028235e38f; }
-  LANE_INLINE lane_int outside(lane_float r2) const { return (r2 > r2_limit) & (r2 <= 3.4028235e38f); }
+  LANE_INLINE lane_int outside(const lane_float& r2) const { return (r2 > r2_limit) & (r2 <= 3.4028235e38f); }
 
   float operator()(float r) const {
     if (std::fabs(r) > h) return 0.0f;
     float d = s - r * r;
     return factor * (d * d * d);
   }
-  LANE_INLINE lane_float operator()(lane_float r) const {
+  LANE_INLINE lane_float operator()(const lane_float& r) const {
     const lane_float d = s - r * r;
     return lane_fabs(r) > h ? lane_float{} : factor * (d * d * d);
   }

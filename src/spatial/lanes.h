@@ -11,7 +11,7 @@
 
 #define LANE_KERNEL __attribute__((target_clones("avx2", "default")))
 
-// The lane types are passed by value only between inlined functions.
+// The lane types are returned by value only from inlined functions.
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wpsabi"
 
@@ -34,24 +34,25 @@ LANE_INLINE lane_int lane_load(const int* p) {
   return v;
 }
 
-LANE_INLINE void lane_store(float* p, lane_float v) { std::memcpy(p, &v, sizeof v); }
+LANE_INLINE void lane_store(float* p, const lane_float& v) { std::memcpy(p, &v, sizeof v); }
 
 LANE_INLINE lane_float lane_splat(float v) { return lane_float{} + v; }
 
 // Correctly rounded like the scalar square root; the loop becomes one vector instruction when the
 // build does not keep errno for math functions.
-LANE_INLINE lane_float lane_sqrt(lane_float v) {
+LANE_INLINE lane_float lane_sqrt(const lane_float& v) {
   lane_float r;
   for (int l = 0; l < kLanes; ++l) r[l] = __builtin_sqrtf(v[l]);
   return r;
 }
 
-LANE_INLINE lane_float lane_fabs(lane_float v) {
+LANE_INLINE lane_float lane_fabs(const lane_float& v) {
   lane_int bits;
   std::memcpy(&bits, &v, sizeof v);
   bits &= 0x7fffffff;
-  std::memcpy(&v, &bits, sizeof v);
-  return v;
+  lane_float r;
+  std::memcpy(&r, &bits, sizeof r);
+  return r;
 }
 
 #pragma GCC diagnostic pop
