@@ -5,7 +5,7 @@
 
 #include "src/core/settings.h"
 
-void PositionLanes::fill(const PositionPass& pass, const CellBatch& batch, bool with_angles) {
+void PositionLanes::fill(const PositionPass& pass, const CellBatch& batch, bool with_angles, NormalAngles* angles) {
   for (int l = 0; l < kLanes; ++l) {
     if (l >= batch.count) {  // unused lanes repeat the last used one
       for (float* row : {n[0], n[1], n[2], d[0], d[1], d[2], t, inv_rho, n_dot_d, dn_phi[0], dn_phi[1], dn_phi[2],
@@ -28,9 +28,10 @@ void PositionLanes::fill(const PositionPass& pass, const CellBatch& batch, bool 
     float3 phi{}, theta{};
     if (with_angles) {
       const RayFrame frame = ray_frame(d_i);
-      const NormalAngles angles = normal_angles(n_i, d_i, frame);
-      const float st = std::sin(angles.theta), ct = std::cos(angles.theta);
-      const float sp = std::sin(angles.phi), cp = std::cos(angles.phi);
+      const NormalAngles a = normal_angles(n_i, d_i, frame);
+      if (angles) angles[i] = a;
+      const float st = std::sin(a.theta), ct = std::cos(a.theta);
+      const float sp = std::sin(a.phi), cp = std::cos(a.phi);
       phi = (st * cp) * frame.p - (st * sp) * d_i;
       theta = (ct * cp) * d_i + (ct * sp) * frame.p - st * frame.q;
     }
@@ -239,6 +240,8 @@ void update_particles_gd(std::vector<float>& new_offsets, const std::vector<Part
                          float alpha, float beta, float /*unused*/, int stride, float timestep) {
   std::cout << "  updating particle positions (gradient descent)" << std::endl;
   std::vector<std::pair<int, float3>> results;
+  std::vector<NormalAngles> angles(particles.size());
+  ComputeGradientFunctor<true>::angles = ComputeGradientFunctor<false>::angles = angles.data();
   if (use_normal_dot_weight)
     run_gradient_pass<true>(results, particles, density, offsets, normals, cell_keys, cell_prefix_sum, handles,
                             cell_map, first_cell_map, grid_min, max_cell_length, radius, alpha, beta, stride);
@@ -246,12 +249,13 @@ void update_particles_gd(std::vector<float>& new_offsets, const std::vector<Part
     run_gradient_pass<false>(results, particles, density, offsets, normals, cell_keys, cell_prefix_sum, handles,
                              cell_map, first_cell_map, grid_min, max_cell_length, radius, alpha, beta, stride);
 
-  gradient_step(new_offsets, offsets, normals, particles, results, radius, timestep);
+  ComputeGradientFunctor<true>::angles = ComputeGradientFunctor<false>::angles = nullptr;
+  gradient_step(new_offsets, offsets, normals, particles, results, radius, timestep, angles.data());
 }
 
 void gradient_step(std::vector<float>& new_offsets, const std::vector<float>& offsets, std::vector<float3>& normals,
                    const std::vector<Particle>& particles, const std::vector<std::pair<int, float3>>& results,
-                   float radius, float timestep) {
+                   float radius, float timestep, const NormalAngles* angles) {
   // Each result touches only its own particle's offset and normal.
   const long long count = static_cast<long long>(results.size());
 #pragma omp parallel for schedule(static)
@@ -264,9 +268,11 @@ void gradient_step(std::vector<float>& new_offsets, const std::vector<float>& of
 
     const float3 d = particles[i].dir;
     const RayFrame frame = ray_frame(d);
-    const NormalAngles angles = normal_angles(normals[i], d, frame);
-    const float phi2 = angles.phi - timestep * g.y;
-    const float theta2 = angles.theta - timestep * g.z;
+    // The slots of invalid particles all stand for particle 0 and turn its normal again each time,
+    // so its angles are taken afresh.
+    const NormalAngles a = angles && i != 0 ? angles[i] : normal_angles(normals[i], d, frame);
+    const float phi2 = a.phi - timestep * g.y;
+    const float theta2 = a.theta - timestep * g.z;
     const float3 n2 = normal_from_angles(phi2, theta2, d, frame);
     if (dot(n2, d) > 0.0f) normals[i] = n2;  // a normal never turns away from its camera
   }

@@ -54,7 +54,8 @@ struct PositionLanes {
   float dn_phi[3][kLanes];   // derivatives of n_i by its angles in the ray frame (gradient only)
   float dn_theta[3][kLanes];
 
-  void fill(const PositionPass& pass, const CellBatch& batch, bool with_angles);
+  // With `angles`, the normal's angles of each lane's particle also go to angles[i].
+  void fill(const PositionPass& pass, const CellBatch& batch, bool with_angles, NormalAngles* angles = nullptr);
 };
 
 // The breakpoints of each lane's particle, in the order of its pairs, and the sum of the weights
@@ -124,12 +125,14 @@ struct ComputeGradientFunctor : PositionPass {
   static constexpr bool with_self = false;
   static constexpr bool radius_bound = true;
   static constexpr float eps = 1e-6f;
+  // Where set, each particle's normal angles are kept there for the gradient step.
+  static inline NormalAngles* angles = nullptr;
 
   PositionLanes lanes;
 
   void setup(const NeighbourPass& pass) { bind(pass); }
   void run(const CellBatch& batch, const NeighbourList& list, Out_t* out) {
-    lanes.fill(*this, batch, true);
+    lanes.fill(*this, batch, true, angles);
     float g[3][kLanes];
     gradient_lanes(*this, use_dot_weight, lanes, batch, list, g);
     for (int l = 0; l < batch.count; ++l) {
@@ -151,9 +154,10 @@ void update_particles(std::vector<float>& new_offsets, const std::vector<Particl
 // The gradient step for every result (i, g): t moves by -g.x * timestep, cut to `radius`, into
 // new_offsets[i]; the normal's angles move by -timestep * (g.y, g.z), and the turned normal is kept
 // only if it still faces the camera.
+// `angles`, where given, holds each particle's normal angles as the gradient pass found them.
 void gradient_step(std::vector<float>& new_offsets, const std::vector<float>& offsets, std::vector<float3>& normals,
                    const std::vector<Particle>& particles, const std::vector<std::pair<int, float3>>& results,
-                   float radius, float timestep);
+                   float radius, float timestep, const NormalAngles* angles = nullptr);
 
 // Prints "  updating particle positions (gradient descent)" and takes one gradient step of length
 // `timestep`: new_offsets gets the offsets moved by at most `radius`, and normals turn in place
