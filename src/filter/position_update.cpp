@@ -5,6 +5,16 @@
 
 #include "src/core/settings.h"
 
+namespace {
+
+void set_lane(float rows[3][kLanes], int lane, float3 v) {
+  rows[0][lane] = v.x;
+  rows[1][lane] = v.y;
+  rows[2][lane] = v.z;
+}
+
+}  // namespace
+
 void PositionLanes::fill(const PositionPass& pass, const CellBatch& batch, bool with_angles, NormalAngles* angles) {
   for (int l = 0; l < kLanes; ++l) {
     if (l >= batch.count) {  // unused lanes repeat the last used one
@@ -16,12 +26,8 @@ void PositionLanes::fill(const PositionPass& pass, const CellBatch& batch, bool 
     const int i = batch.index[l];
     const float3 n_i = pass.normals[i];
     const float3 d_i = pass.particles[i].dir;
-    n[0][l] = n_i.x;
-    n[1][l] = n_i.y;
-    n[2][l] = n_i.z;
-    d[0][l] = d_i.x;
-    d[1][l] = d_i.y;
-    d[2][l] = d_i.z;
+    set_lane(n, l, n_i);
+    set_lane(d, l, d_i);
     t[l] = pass.offsets[i];
     inv_rho[l] = 1.0f / pass.density[i];
     n_dot_d[l] = dot(n_i, d_i);
@@ -35,12 +41,8 @@ void PositionLanes::fill(const PositionPass& pass, const CellBatch& batch, bool 
       phi = (st * cp) * frame.p - (st * sp) * d_i;
       theta = (ct * cp) * d_i + (ct * sp) * frame.p - st * frame.q;
     }
-    dn_phi[0][l] = phi.x;
-    dn_phi[1][l] = phi.y;
-    dn_phi[2][l] = phi.z;
-    dn_theta[0][l] = theta.x;
-    dn_theta[1][l] = theta.y;
-    dn_theta[2][l] = theta.z;
+    set_lane(dn_phi, l, phi);
+    set_lane(dn_theta, l, theta);
   }
 }
 
