@@ -1,10 +1,14 @@
 #include "src/spatial/cell_index.h"
 
 #include <omp.h>
+#include <sys/mman.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cfloat>
 #include <cmath>
+#include <cstdint>
+#include <type_traits>
 
 #include "src/spatial/morton.h"
 #include "src/core/particle_position.h"
@@ -161,10 +165,23 @@ void cell_length_statistics(int* max_length, float* average_length, const std::v
 
 namespace {
 
+// Gives the pages of v's spare capacity back to the system. A set that thresholding has shrunk keeps
+// its old capacity, and the pages the larger set filled stay resident until the array is freed.
+template <typename T>
+void release_spare_capacity(std::vector<T>& v) {
+  static_assert(std::is_trivially_copyable_v<T>, "the spare capacity holds no objects");
+  const uintptr_t page = static_cast<uintptr_t>(sysconf(_SC_PAGESIZE));
+  const uintptr_t begin = (reinterpret_cast<uintptr_t>(v.data() + v.size()) + page - 1) / page * page;
+  const uintptr_t end = reinterpret_cast<uintptr_t>(v.data() + v.capacity()) / page * page;
+  if (end > begin) madvise(reinterpret_cast<void*>(begin), end - begin, MADV_DONTNEED);
+}
+
 // v[k] = old v[handles[k]] for the handles' positions, through one new array at a time; entries
-// beyond them stay.
+// beyond them stay. The old array's spare capacity is released first, so that the two arrays
+// together hold no more than twice the set.
 template <typename T>
 void permute(std::vector<T>& v, const std::vector<unsigned int>& handles) {
+  release_spare_capacity(v);
   const long long n = static_cast<long long>(handles.size());
   std::vector<T> moved(v.size());
 #pragma omp parallel for schedule(static)
