@@ -78,6 +78,7 @@ class CTensor {
   void readFromPPM(const char* filename);
   void readFromPGM(const char* filename);
   void readFromPNG(const char* filename, bool ignoreAlpha);
+  void readFromJPEG(const char* filename);  // three planes; greyscale files give three equal ones
 
   // Writers, for CTensor<unsigned char>; writeToPNG also for CTensor<float>.
   void writeToImage(const char* filename);
@@ -110,6 +111,8 @@ template <>
 void CTensor<float>::readFromPGM(const char* filename);
 template <>
 void CTensor<float>::readFromPNG(const char* filename, bool ignoreAlpha);
+template <>
+void CTensor<float>::readFromJPEG(const char* filename);
 template <>
 void CTensor<unsigned char>::writeToImage(const char* filename);
 template <>

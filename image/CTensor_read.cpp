@@ -1,36 +1,52 @@
+#include <sys/stat.h>
+
 #include <climits>
 #include <cstdio>
-#include <iostream>
+#include <stdexcept>
+#include <string>
 
 #include "image/CTensor.h"
 #include "image/EInvalidFileFormat.h"
 #include "image/image_format.h"
+#include "image/jpeg_io.h"
 #include "image/png_io.h"
 
 namespace {
 
-// Byte-wise reading of a PPM or PGM file. A file that could not be opened reads as empty, so
-// every loop below ends at the end of the data however malformed the file is.
+// Byte-wise reading of a PPM or PGM file. `who` names the reader in its error texts.
 class ByteReader {
  public:
-  explicit ByteReader(const char* filename) : fp_(std::fopen(filename, "rb")) {
-    if (fp_ == nullptr) std::cerr << "File not found: " << filename << std::endl;
+  ByteReader(const char* filename, const char* who) : fp_(std::fopen(filename, "rb")), name_(filename), who_(who) {
+    if (fp_ == nullptr) throw std::runtime_error(who_ + ": Cannot open file " + name_);
+    struct stat st;
+    if (fstat(fileno(fp_), &st) == 0 && S_ISREG(st.st_mode)) size_ = st.st_size;
   }
-  ~ByteReader() {
-    if (fp_ != nullptr) std::fclose(fp_);
-  }
+  ~ByteReader() { std::fclose(fp_); }
   ByteReader(const ByteReader&) = delete;
   ByteReader& operator=(const ByteReader&) = delete;
 
-  int get() { return fp_ != nullptr ? std::fgetc(fp_) : EOF; }
+  int get() { return std::fgetc(fp_); }
   int peek() {
     const int c = get();
     if (c != EOF) std::ungetc(c, fp_);
     return c;
   }
 
+  // A regular file must hold every sample its header promises; this is checked before the
+  // storage is allocated, so a short file cannot ask for gigabytes. Streams of unknown length
+  // read -1 past their end instead.
+  void expect_bytes(long long count) {
+    if (size_ < 0) return;
+    const long position = std::ftell(fp_);
+    if (position >= 0 && count > size_ - position)
+      throw std::runtime_error(who_ + ": File " + name_ + " is truncated");
+  }
+
  private:
   std::FILE* fp_;
+  std::string name_;
+  std::string who_;
+  long long size_ = -1;
 };
 
 bool is_digit(int c) { return c >= '0' && c <= '9'; }
@@ -87,6 +103,7 @@ NetpbmHeader read_header_to_height(ByteReader& in, const char* format, int kind_
 void read_samples(ByteReader& in, CTensor<float>& t, const NetpbmHeader& h, int planes, const char* format) {
   const long long count = static_cast<long long>(h.width) * h.height * planes;
   if (count > INT_MAX) throw EInvalidFileFormat(format);
+  in.expect_bytes(count);
   t.setSize(h.width, h.height, planes);
   const std::size_t plane = static_cast<std::size_t>(h.width) * static_cast<std::size_t>(h.height);
   for (std::size_t i = 0; i < plane; ++i)
@@ -104,6 +121,7 @@ void CTensor<float>::readFromImage(const char* filename) {
     case ImageFormat::PPM: readFromPPM(filename); break;
     case ImageFormat::PGM: readFromPGM(filename); break;
     case ImageFormat::PNG: readFromPNG(filename, false); break;
+    case ImageFormat::JPEG: readFromJPEG(filename); break;
   }
 }
 
@@ -122,10 +140,20 @@ void CTensor<float>::readFromPNG(const char* filename, bool ignoreAlpha) {
   }
 }
 
+template <>
+void CTensor<float>::readFromJPEG(const char* filename) {
+  const jpeg_io::JpegPixels jpeg = jpeg_io::read_jpeg(filename, "CTensor::readFromJPEG");
+  setSize(jpeg.width, jpeg.height, 3);
+  for (int y = 0; y < jpeg.height; ++y)
+    for (int x = 0; x < jpeg.width; ++x)
+      for (int z = 0; z < 3; ++z)
+        (*this)(x, y, z) = static_cast<float>(jpeg.rgb[(static_cast<std::size_t>(y) * jpeg.width + x) * 3 + z]);
+}
+
 // The maximum value is skipped but not used: samples are always single bytes.
 template <>
 void CTensor<float>::readFromPPM(const char* filename) {
-  ByteReader in(filename);
+  ByteReader in(filename, "CTensor::readFromPPM");
   const NetpbmHeader h = read_header_to_height(in, "PPM", '5', '6');
   int c;
   do c = in.get();
@@ -139,7 +167,7 @@ void CTensor<float>::readFromPPM(const char* filename) {
 // the maximum value's digits and line end are read as the first pixels. Kept as it stands.
 template <>
 void CTensor<float>::readFromPGM(const char* filename) {
-  ByteReader in(filename);
+  ByteReader in(filename, "CTensor::readFromPGM");
   const NetpbmHeader h = read_header_to_height(in, "PGM", '5', '5');
   read_samples(in, *this, h, 1, "PGM");
 }

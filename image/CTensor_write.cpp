@@ -46,6 +46,7 @@ void CTensor<unsigned char>::writeToImage(const char* filename) {
     case ImageFormat::PPM: writeToPPM(filename); break;
     case ImageFormat::PGM: writeToPGM(filename); break;
     case ImageFormat::PNG: writeToPNG(filename); break;
+    case ImageFormat::JPEG: throw std::runtime_error("Image file format not supported");
   }
 }
 

@@ -1,7 +1,6 @@
 #include "image/EInvalidFileFormat.h"
 
-#include <iostream>
+#include <string>
 
-EInvalidFileFormat::EInvalidFileFormat(const char* format) {
-  std::cerr << "Exception EInvalidFileFormat: File is not in " << format << " format" << std::endl;
-}
+EInvalidFileFormat::EInvalidFileFormat(const char* format)
+    : std::runtime_error(std::string("File is not in ") + format + " format") {}

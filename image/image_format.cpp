@@ -10,5 +10,6 @@ ImageFormat image_format_from_name(const char* filename) {
   if (ext == "ppm" || ext == "PPM") return ImageFormat::PPM;
   if (ext == "pgm" || ext == "PGM") return ImageFormat::PGM;
   if (ext == "png" || ext == "PNG") return ImageFormat::PNG;
+  if (ext == "jpg" || ext == "JPG" || ext == "jpeg" || ext == "JPEG") return ImageFormat::JPEG;
   throw std::runtime_error("Image file format not supported");
 }

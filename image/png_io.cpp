@@ -1,6 +1,7 @@
 #include "image/png_io.h"
 
 #include <png.h>
+#include <sys/stat.h>
 
 #include <bit>
 #include <csetjmp>
@@ -59,6 +60,20 @@ bool write_rows(png_structp png, png_infop info, png_bytepp rows) {
   return true;
 }
 
+// libpng's own reports would add lines to standard error beside the exception that says what
+// failed, so errors only jump back to the failing step and warnings are dropped.
+void error_jump(png_structp png, png_const_charp) { png_longjmp(png, 1); }
+void ignore_warning(png_structp, png_const_charp) {}
+
+// Deflate expands data at most 1032 times, so a file shorter than its rows / 1032 is cut short
+// whatever it claims. Checked before the rows are allocated.
+bool holds_rows(std::FILE* fp, std::size_t rowbytes, int height) {
+  struct stat st;
+  if (fstat(fileno(fp), &st) != 0 || !S_ISREG(st.st_mode)) return true;
+  const double needed = static_cast<double>(rowbytes) * height;
+  return needed <= 1032.0 * static_cast<double>(st.st_size) + 1024.0;
+}
+
 bool accepted(Accept accept, int color_type, int bit_depth) {
   switch (accept) {
     case Accept::Rgb8OrRgba8:
@@ -113,7 +128,7 @@ PngRows read_png(const char* filename, const char* who, Accept accept, const cha
   if (std::fread(signature, 1, 8, s.fp) != 8) fail(who, std::string("Could not read header of file ") + filename);
   if (png_sig_cmp(signature, 0, 8) != 0) fail(who, std::string("File ") + filename + " is not a PNG");
 
-  s.png = png_create_read_struct(PNG_LIBPNG_VER_STRING, nullptr, nullptr, nullptr);
+  s.png = png_create_read_struct(PNG_LIBPNG_VER_STRING, nullptr, error_jump, ignore_warning);
   if (s.png == nullptr) fail(who, "Could not create png read struct");
   s.info = png_create_info_struct(s.png);
   if (s.info == nullptr) {
@@ -142,6 +157,10 @@ PngRows read_png(const char* filename, const char* who, Accept accept, const cha
     s.close();
     fail(who, "png_read_image failed");
   }
+  if (!holds_rows(s.fp, result.rowbytes, result.height)) {
+    s.close();
+    fail(who, std::string("File ") + filename + " is truncated");
+  }
   result.bytes.resize(result.rowbytes * static_cast<std::size_t>(result.height));
   std::vector<png_bytep> rows(static_cast<std::size_t>(result.height));
   for (int y = 0; y < result.height; ++y) rows[y] = result.bytes.data() + result.rowbytes * y;
@@ -158,7 +177,7 @@ void write_png(const char* filename, const char* who, int width, int height, int
   WriteSession s;
   s.fp = std::fopen(filename, "wb");
   if (s.fp == nullptr) fail(who, std::string("Cannot open file ") + filename);
-  s.png = png_create_write_struct(PNG_LIBPNG_VER_STRING, nullptr, nullptr, nullptr);
+  s.png = png_create_write_struct(PNG_LIBPNG_VER_STRING, nullptr, error_jump, ignore_warning);
   if (s.png == nullptr) fail(who, "Could not create png write struct");
   s.info = png_create_info_struct(s.png);
   if (s.info == nullptr) {

@@ -3,38 +3,50 @@
 #include <unistd.h>
 
 #include <boost/filesystem.hpp>
-#include <cstdlib>
 #include <cstring>
 #include <iostream>
 
+#include "src/app/model_files.h"
 #include "src/app/my_arg.h"
 #include "src/app/option_usage.h"
-#include "src/core/settings.h"
 #include "src/app/string_to.h"
+#include "src/core/settings.h"
+#include "src/io/output_directory.h"
 
 using option::Arg::None;
 using namespace option_index;
 
+namespace {
+constexpr const char* kVersion = "1.0.0";
+}  // namespace
+
 const option::Descriptor usage[] = {
     {UNKNOWN, 0, "", "", None, "Usage: quillara [options] -- camera_00 camera_01 ... \n"},
+    {UNKNOWN, 0, "", "", nullptr,
+     "Required: -o (--out-dir) and --depth-avg. Each camera_NN is a view file; README.md describes its format "
+     "and how to choose --depth-avg.\n"},
     {HELP, 0, "h", "help", None, "  -h, --help \tPrint this help."},
+    {VERSION, 0, "", "version", None, "      --version \tPrint the version of the program."},
     {OUT_DIR, 0, "o", "out-dir", MyArg::NonEmpty, "  -o, --out-dir \tThe output directory."},
-    {DEPTH_AVG, 0, "", "depth-avg", MyArg::Double,
+    {DEPTH_AVG, 0, "", "depth-avg", MyArg::PositiveDouble,
      "      --depth-avg \tThe average depth of the scene. This defines the radius of the smoothing kernel."},
-    {ALPHA_SP, 0, "", "alpha-sp", MyArg::Double,
+    {ALPHA_SP, 0, "", "alpha-sp", MyArg::NonNegativeDouble,
      "      --alpha-sp \tThe strength of the data term on the superpixel level. Default is 0.1"},
-    {BETA_SP, 0, "", "beta-sp", MyArg::Double,
+    {BETA_SP, 0, "", "beta-sp", MyArg::NonNegativeDouble,
      "      --beta-sp \tThe strength of the collision term on the superpixel level. Default is 1"},
-    {ALPHA, 0, "", "alpha", MyArg::Double, "      --alpha \tThe strength of the data term. Default is 0.001"},
-    {BETA, 0, "", "beta", MyArg::Double, "      --beta \tThe strength of the collision term. Default is 1"},
-    {MIN_SUPPORT_SP, 0, "", "min-support-sp", MyArg::Double,
+    {ALPHA, 0, "", "alpha", MyArg::NonNegativeDouble, "      --alpha \tThe strength of the data term. Default is 0.001"},
+    {BETA, 0, "", "beta", MyArg::NonNegativeDouble, "      --beta \tThe strength of the collision term. Default is 1"},
+    {MIN_SUPPORT_SP, 0, "", "min-support-sp", MyArg::NonNegativeDouble,
      "      --min-support-sp \tThe minimum support of a point in the superpixel level. Points with less support "
      "will be removed from the reconstruction. Default is 2.0"},
-    {MIN_SUPPORT, 0, "", "min-support", MyArg::Double,
+    {MIN_SUPPORT, 0, "", "min-support", MyArg::NonNegativeDouble,
      "      --min-support \tThe minimum support of a point. Points with less support will be removed from the "
      "reconstruction. Default is 3.0"},
-    {SUPERPIXELS, 0, "", "superpixels", MyArg::Integer,
+    {SUPERPIXELS, 0, "", "superpixels", MyArg::PositiveInteger,
      "      --superpixels \tThe number of superpixels generated per image. Default is 5000"},
+    {PREVIEW, 0, "", "preview", None,
+     "      --preview \tAfter the run, write DIR/preview/view_NN.png per view: the input image, the rendered "
+     "model and its shaded normals side by side."},
     {0, 0, nullptr, nullptr, nullptr, nullptr},
 };
 
@@ -72,13 +84,22 @@ std::optional<int> set_up_run(int argc, char* argv[], std::vector<std::string>& 
     return 0;
   }
 
+  if (options[VERSION]) {
+    std::cout << "quillara " << kVersion << "\n";
+    return 0;
+  }
+
   // A missing required option ends the run with status 0 on purpose.
   if (MyArg::testForMissingOptions(required_options, options.data(), usage, false)) return 0;
 
-  // Unquoted and unchecked: an existing directory and a failing command both pass.
+  // Made without a shell, so the name is taken as it stands; a directory that cannot hold the
+  // models ends the run here rather than after the work.
   output_directory = options[OUT_DIR].arg;
-  const int mkdir_status = std::system(("mkdir -p " + output_directory).c_str());
-  (void)mkdir_status;
+  if (const std::string problem = prepare_output_directory(output_directory, {kSuperpixelModelName, kModelName});
+      !problem.empty()) {
+    std::cerr << problem << "\n";
+    return 1;
+  }
 
   // The first occurrence of each option is the one that counts.
   float* const float_settings[] = {&average_depth, &alpha_sp,       &beta_sp,    &alpha,
@@ -86,6 +107,7 @@ std::optional<int> set_up_run(int argc, char* argv[], std::vector<std::string>& 
   for (unsigned index = DEPTH_AVG; index <= MIN_SUPPORT; ++index)
     if (options[index]) *float_settings[index - DEPTH_AVG] = static_cast<float>(stringTo<double>(options[index].arg));
   if (options[SUPERPIXELS]) superpixel_count = stringTo<int>(options[SUPERPIXELS].arg);
+  write_preview = static_cast<bool>(options[PREVIEW]);
 
   use_NCC = true;
   char host_name[2048] = {};

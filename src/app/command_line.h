@@ -21,6 +21,8 @@ enum : unsigned {
   MIN_SUPPORT_SP = 8,
   MIN_SUPPORT = 9,
   SUPERPIXELS = 10,
+  VERSION = 11,
+  PREVIEW = 12,
 };
 }  // namespace option_index
 
@@ -28,7 +30,9 @@ enum : unsigned {
 extern const option::Descriptor usage[];
 extern const unsigned required_options[];
 
-// Parses the command line into the run-level settings, creates the output directory and collects
-// the view files named behind the first "--" (which must exist, at least two of them).
+// Parses the command line into the run-level settings, creates the output directory and checks
+// that the models can be written there, and collects the view files named behind the first "--"
+// (which must exist, at least two of them). Options with values a run cannot work with (see
+// MyArg) are refused by the parser, before anything is created.
 // Returns the exit status when the process must end now, nothing when the run goes on.
 std::optional<int> set_up_run(int argc, char* argv[], std::vector<std::string>& view_files);

@@ -1,4 +1,5 @@
 #include <cfloat>
+#include <chrono>
 #include <iostream>
 #include <optional>
 #include <string>
@@ -8,6 +9,11 @@
 #include "image/CMatrix.h"
 #include "src/core/camera.h"
 #include "src/app/command_line.h"
+#include "src/app/fatal_error.h"
+#include "src/app/input_checks.h"
+#include "src/app/model_files.h"
+#include "src/app/preview.h"
+#include "src/app/run_summary.h"
 #include "src/seed/create_particles_from_superpixels.h"
 #include "src/seed/create_superpixels.h"
 #include "src/filter/density.h"
@@ -36,16 +42,47 @@ void print_filter_header(float radius, size_t count) {
   std::cout << "                   #particles = " << count << "\n";
 }
 
+// Ends the run with one line on standard error, after the progress printed so far.
+int fail(const std::string& line) {
+  std::cout.flush();
+  std::cerr << line << "\n";
+  return 1;
+}
+
+// Writes one model; false, after saying why, when the file cannot be written.
+bool write_model(const std::vector<Particle>& particles, const std::vector<float>& offsets,
+                 const std::vector<float3>& normals, const std::string& path) {
+  try {
+    writeParticlesToPLY(particles, offsets, normals, path);
+    return true;
+  } catch (const ModelWriteError& e) {
+    fail(e.what());
+    return false;
+  }
+}
+
 }  // namespace
 
 int main(int argc, char* argv[]) {
+  const auto start = std::chrono::steady_clock::now();
+  report_internal_errors();
   std::vector<std::string> view_files;
   if (std::optional<int> status = set_up_run(argc, argv, view_files)) return *status;
 
   std::vector<Camera> cameras;
   std::vector<Camera*> camera_ptrs;
   std::vector<CMatrix<float>> depthmaps;
-  read_views(view_files, cameras, camera_ptrs, depthmaps, /*average_depth_given=*/true);  // --depth-avg is required
+  try {
+    read_views(view_files, cameras, camera_ptrs, depthmaps, /*average_depth_given=*/true);  // --depth-avg is required
+  } catch (const ViewFileError& e) {
+    return fail(e.what());
+  }
+  const float s = superpixel_radius(cameras[0].width, cameras[0].height, superpixel_count);
+  if (const std::string problem = radius_problem(average_depth, cameras[0].K[0], s); !problem.empty())
+    return fail(problem);
+  const InputDepths input = measure_input_depths(depthmaps);
+  if (const std::string warning = depth_avg_warning(average_depth, input); !warning.empty())
+    std::cerr << warning << std::endl;
 
   // Superpixel-level model: one particle per superpixel, filtered on the union of all views.
   std::vector<std::vector<Superpixel>> superpixels(n_keyframes);
@@ -58,7 +95,6 @@ int main(int argc, char* argv[]) {
     create_particles_from_superpixels(sp_particles, sp_offsets, sp_normals, superpixels[i], CMatrix<float>(),
                                       CMatrix<float3>(), depthmaps[i], cam);
   }
-  const float s = superpixel_radius(cameras[0].width, cameras[0].height, superpixel_count);
   const float r9 = (s * 9.0f) * average_depth / cameras[0].K[0];
   const float rs = s * average_depth / cameras[0].K[0];
   print_filter_header(r9, sp_particles.size());
@@ -66,7 +102,8 @@ int main(int argc, char* argv[]) {
                    50, "particles");
   support_filter(sp_particles, sp_offsets, sp_normals, rs, min_support_sp);
   sendParticlesToLumvik(sp_particles, sp_offsets, {}, "particles", debug_lumvik_particle_iteration++);
-  writeParticlesToPLY(sp_particles, sp_offsets, sp_normals, output_directory + "/model_superpixel.ply");
+  if (!write_model(sp_particles, sp_offsets, sp_normals, output_directory + kSuperpixelModelName)) return 1;
+  const std::size_t superpixel_points = sp_particles.size();
 
   // Fine model: one particle per pixel on the scaffold of the superpixel-level model.
   for (int i = 0; i < n_keyframes; ++i) {
@@ -93,7 +130,21 @@ int main(int argc, char* argv[]) {
 
   r1 = average_depth / cameras[0].K[0];
   support_filter(particles, offsets, normals, r1, min_support);
-  writeParticlesToPLY(particles, offsets, normals, output_directory + "/model.ply");
+  if (!write_model(particles, offsets, normals, output_directory + kModelName)) return 1;
+  RunSummary summary;
+  if (write_preview) {
+    summary.preview_directory = output_directory + "/preview";
+    summary.preview_images = write_preview_images(particles, offsets, normals, camera_ptrs, summary.preview_directory);
+  }
   device::reset();
+
+  summary.superpixel_points = superpixel_points;
+  summary.points = particles.size();
+  summary.input_pixels = input.pixels;
+  summary.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+  summary.output_directory = output_directory;
+  summary.min_support_sp = min_support_sp;
+  summary.min_support = min_support;
+  std::cout << format_summary(summary) << std::flush;
   return 0;
 }

@@ -1,7 +1,11 @@
 #include "src/app/my_arg.h"
 
+#include <climits>
+#include <cmath>
 #include <cstdlib>
 #include <iostream>
+
+#include "src/app/string_to.h"
 
 namespace MyArg {
 
@@ -51,6 +55,32 @@ option::ArgStatus Integer(const option::Option& option, bool msg) {
   char* end = nullptr;
   std::strtol(option.arg, &end, 10);
   return end != option.arg && *end == 0 ? option::ARG_OK : require_number(option, msg);
+}
+
+// The range checks judge the value the run will use: the text as the settings read it, narrowed
+// to the settings' float.
+option::ArgStatus PositiveDouble(const option::Option& option, bool msg) {
+  if (const option::ArgStatus s = Double(option, msg); s != option::ARG_OK) return s;
+  const float v = static_cast<float>(stringTo<double>(option.arg));
+  if (std::isfinite(v) && v > 0.0f) return option::ARG_OK;
+  if (msg) printError("Option '", option, "' requires a positive finite argument\n");
+  return option::ARG_ILLEGAL;
+}
+
+option::ArgStatus NonNegativeDouble(const option::Option& option, bool msg) {
+  if (const option::ArgStatus s = Double(option, msg); s != option::ARG_OK) return s;
+  const float v = static_cast<float>(stringTo<double>(option.arg));
+  if (std::isfinite(v) && v >= 0.0f) return option::ARG_OK;
+  if (msg) printError("Option '", option, "' requires a finite argument of at least 0\n");
+  return option::ARG_ILLEGAL;
+}
+
+option::ArgStatus PositiveInteger(const option::Option& option, bool msg) {
+  if (const option::ArgStatus s = Integer(option, msg); s != option::ARG_OK) return s;
+  const long v = std::strtol(option.arg, nullptr, 10);
+  if (v >= 1 && v <= INT_MAX) return option::ARG_OK;
+  if (msg) printError("Option '", option, "' requires an argument from 1 to 2147483647\n");
+  return option::ARG_ILLEGAL;
 }
 
 bool testForMissingOptions(const unsigned* required, const option::Option* options,

@@ -15,6 +15,13 @@ option::ArgStatus NonEmpty(const option::Option& option, bool msg);
 option::ArgStatus Double(const option::Option& option, bool msg);
 option::ArgStatus Integer(const option::Option& option, bool msg);
 
+// Numbers with a range, for settings that a run cannot work with otherwise: a radius must be
+// positive and finite, strengths and support levels finite and not negative, the superpixel
+// count at least 1 and an int.
+option::ArgStatus PositiveDouble(const option::Option& option, bool msg);
+option::ArgStatus NonNegativeDouble(const option::Option& option, bool msg);
+option::ArgStatus PositiveInteger(const option::Option& option, bool msg);
+
 // required: zero-terminated list of indices. Returns true when one of them was not given; unless
 // quiet, lists the missing ones on standard error under a header.
 bool testForMissingOptions(const unsigned* required, const option::Option* options,

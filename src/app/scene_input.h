@@ -1,23 +1,32 @@
 #pragma once
 
+#include <stdexcept>
 #include <string>
 #include <vector>
 
 #include "image/CMatrix.h"
 #include "src/core/camera.h"
 
+// A view file, its colour image or its depth map cannot be used. The text, "view file "NAME": "
+// and the cause, is the one line the program reports.
+class ViewFileError : public std::runtime_error {
+ public:
+  ViewFileError(const std::string& file, const std::string& cause);
+};
+
 // Reads every view file in order into the three parallel containers (resized to the number of
 // files): cameras, pointers to them, and the input depth maps in the scene's length unit. Then
 // derives the depth statistics into depth_range_min, depth_range_max and, when no average depth
 // was given on the command line, average_depth. Prints progress and statistics on standard
-// output. Failures of the image readers propagate as they are.
+// output. Throws ViewFileError at the first view that cannot be used.
 void read_views(const std::vector<std::string>& files, std::vector<Camera>& cameras,
                 std::vector<Camera*>& camera_ptrs, std::vector<CMatrix<float>>& depthmaps,
                 bool average_depth_given);
 
 // Reads one view file into camera (index and the pose, intrinsics, sizes and paths) and its
-// depth PNG into depthmap, then loads the colour image. Nothing of the view file is checked:
-// an unreadable or short file leaves zeros and empty paths, and the image readers fail.
+// depth PNG into depthmap, then loads the colour image. Throws ViewFileError when the file is
+// malformed (see parse_view_file), an image cannot be read, or the sizes disagree; the image
+// readers' texts are kept as the cause.
 void read_view(const std::string& file, int index, Camera& camera, CMatrix<float>& depthmap);
 
 // Radius in pixels of a disc with the area of one of `count` superpixels of a width x height

@@ -25,3 +25,4 @@ bool debug_images_camera_pose = false;
 int debug_write = 0;
 std::string debug_processor_name;
 int debug_lumvik_particle_iteration = 0;
+bool write_preview = false;

@@ -30,3 +30,6 @@ extern bool debug_images_camera_pose;
 extern int debug_write;
 extern std::string debug_processor_name;
 extern int debug_lumvik_particle_iteration;
+
+// Set by --preview: render the model into every view after the run (not a filter setting).
+extern bool write_preview;

@@ -19,7 +19,8 @@ float records_minimiser(Minimum* records, int m, float slope) {
         break;
       }
     }
-    if (s2 <= 0.0f) {
+    // Not `s2 <= 0`: a NaN slope must still move a bound, or the bisection never ends.
+    if (!(s2 > 0.0f)) {
       lo = mid;
       s = s2;
     }
@@ -102,6 +103,7 @@ bool sorted_minimiser(const Minimum* records, int m, float slope, MinimiserScrat
   for (int i = 0; i < m; ++i) {
     entries[i] = entry_of(records[i]);
     const float t = records[i].t;
+    valid = valid && t == t;  // NaN t has no place in the order
     t_min = t < t_min ? t : t_min;
     t_max = t > t_max ? t : t_max;
     valid = valid && records[i].jump >= 0.0f && records[i].jump <= FLT_MAX;

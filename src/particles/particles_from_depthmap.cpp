@@ -6,8 +6,11 @@
 #include "device/vector_math.h"
 #include "src/core/back_project.h"
 
+// Depths of 0 and below are never usable, whatever the lower limit: 0 marks a pixel without depth
+// in the input maps and in rendered depth images, and such a depth back-projects onto the camera
+// centre, where every pixel of a view would pile up in one cell with a footprint of 0.
 bool usable_depth(float d, float min_depth, float max_depth) {
-  return std::fabs(d) <= FLT_MAX && d < max_depth && d > min_depth;
+  return std::fabs(d) <= FLT_MAX && d < max_depth && d > min_depth && d > 0.0f;
 }
 
 void create_particles_from_depthmap(std::vector<Particle>& particles, std::vector<float>& offsets,

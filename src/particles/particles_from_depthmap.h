@@ -7,7 +7,7 @@
 #include "src/core/camera.h"
 #include "src/core/particle.h"
 
-// A depth is usable if it is finite and strictly between min_depth and max_depth.
+// A depth is usable if it is finite, positive and strictly between min_depth and max_depth.
 bool usable_depth(float d, float min_depth, float max_depth);
 
 // Appends one particle per pixel whose initial depth is usable to the three parallel arrays,

@@ -2,10 +2,12 @@
 
 #include <boost/filesystem.hpp>
 #include <fstream>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
 #include "src/app/command_line.h"
+#include "src/app/fatal_error.h"
 #include "src/app/my_arg.h"
 #include "src/core/settings.h"
 
@@ -45,23 +47,18 @@ TEST(MyArg, NonEmptyTextAndNumbersReadCompletely) {
   for (const char* bad : {"1.5", "1e3", "abc", "-"})
     EXPECT_EQ(run_check(MyArg::Integer, bad), std::make_pair(option::ARG_ILLEGAL, numeric)) << bad;
 
-  for (option::CheckArg check : {MyArg::NonEmpty, MyArg::Double, MyArg::Integer}) {
+  // The range checks judge the value the settings will hold (the end-to-end tests pin the rest):
+  // a float, read by the stream, which takes no hexadecimal.
+  EXPECT_EQ(run_check(MyArg::PositiveDouble, "3e38"), ok);
+  for (const char* bad : {"1e-50", "0x10"}) EXPECT_EQ(run_check(MyArg::PositiveDouble, bad).first, option::ARG_ILLEGAL);
+  EXPECT_EQ(run_check(MyArg::NonNegativeDouble, "-0"), ok);
+  EXPECT_EQ(run_check(MyArg::PositiveInteger, "2147483647"), ok);
+  EXPECT_EQ(run_check(MyArg::PositiveInteger, "1.5"), std::make_pair(option::ARG_ILLEGAL, numeric));
+
+  for (option::CheckArg check : {MyArg::NonEmpty, MyArg::Double, MyArg::Integer, MyArg::PositiveDouble}) {
     EXPECT_EQ(run_check(check, ""), std::make_pair(option::ARG_ILLEGAL, non_empty));
     EXPECT_EQ(run_check(check, nullptr), std::make_pair(option::ARG_ILLEGAL, non_empty));
   }
-}
-
-TEST(MyArg, MissingOptionsQuietlyOrNone) {
-  std::vector<option::Option> options(12);
-  testing::internal::CaptureStderr();
-  EXPECT_TRUE(MyArg::testForMissingOptions(required_options, options.data(), usage, true));
-  EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
-
-  options[DEPTH_AVG] = with_arg("--depth-avg", "2");
-  options[OUT_DIR] = with_arg("-o", "x");
-  testing::internal::CaptureStderr();
-  EXPECT_FALSE(MyArg::testForMissingOptions(required_options, options.data(), usage, false));
-  EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
 }
 
 // The success path, in process: the settings a later stage reads.
@@ -75,7 +72,7 @@ TEST(SetUpRun, StoresSettingsAndViewFiles) {
   const std::string out = dir + "/out/nested";
 
   std::vector<std::string> args = {"quillara", "-o", out, "--depth-avg", "2.5", "--depth-avg=3", "--alpha-sp", "0.3",
-                                   "--beta", "-2", "--min-support", "0", "--superpixels", "77", "--bogus",
+                                   "--beta", "2", "--min-support", "0", "--superpixels", "77", "--bogus",
                                    "--", view_a, view_b};
   std::vector<char*> argv;
   for (std::string& a : args) argv.push_back(a.data());
@@ -89,7 +86,7 @@ TEST(SetUpRun, StoresSettingsAndViewFiles) {
   EXPECT_EQ(alpha_sp, 0.3f);
   EXPECT_EQ(beta_sp, 1.0f);
   EXPECT_EQ(alpha, 0.001f);
-  EXPECT_EQ(beta, -2.0f);
+  EXPECT_EQ(beta, 2.0f);
   EXPECT_EQ(min_support_sp, 2.0f);
   EXPECT_EQ(min_support, 0.0f);
   EXPECT_EQ(superpixel_count, 77);
@@ -97,3 +94,19 @@ TEST(SetUpRun, StoresSettingsAndViewFiles) {
 }
 
 }  // namespace
+
+void throw_in_parallel_region() {
+#pragma omp parallel for
+  for (int i = 0; i < 4; ++i)
+    if (i == 1) throw std::runtime_error("cell_start is invalid!  key 7   value 4294967295\n");
+}
+
+// An exception that ends the process, even from inside a parallel region, is named first.
+TEST(InternalErrors, TerminateSaysWhatFailed) {
+  EXPECT_DEATH(
+      {
+        report_internal_errors();
+        throw_in_parallel_region();
+      },
+      "quillara: internal error: cell_start is invalid!  key 7   value 4294967295");
+}

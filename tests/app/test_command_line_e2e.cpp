@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <boost/filesystem.hpp>
 #include <fstream>
 #include <string>
@@ -61,18 +62,67 @@ TEST_F(CommandLine, BadArgumentsFailBeforeAnythingIsCreated) {
     std::string err;
   };
   const std::string empty_o = "Option 'o' requires a non-empty argument\n";
+  const std::string depth = "Option '--depth-avg' requires a positive finite argument\n";
+  const std::string count = "Option '--superpixels' requires an argument from 1 to 2147483647\n";
+  const std::vector<std::string> view = {"-o", "out", "--depth-avg", "2"};
+  auto with = [&](std::vector<std::string> more) {
+    more.insert(more.begin(), view.begin(), view.end());
+    more.insert(more.end(), {"--", "a", "b"});
+    return more;
+  };
   const Case cases[] = {
       {{"-o", "out", "--depth-avg", "x", "--", "a", "b"}, "Option '--depth-avg' requires a numeric argument\n"},
-      {{"-o", "out", "--depth-avg", "2", "--superpixels", "1.5", "--", "a", "b"},
-       "Option '--superpixels' requires a numeric argument\n"},
+      {with({"--superpixels", "1.5"}), "Option '--superpixels' requires a numeric argument\n"},
       {{"-o", "", "--depth-avg", "2"}, empty_o},
       {{"--depth-avg", "2", "-ho"}, empty_o},
       {{"--out-dir=", "--depth-avg", "2"}, "Option '--out-dir' requires a non-empty argument\n"},
       {{"-o", "out", "--depth-avg"}, "Option '--depth-avg' requires a non-empty argument\n"},
       {{"-o", "out", "--min-support", "", "--depth-avg", "2"}, "Option '--min-support' requires a non-empty argument\n"},
+      // Values a run cannot work with: it would never end, or end with nothing.
+      {{"-o", "out", "--depth-avg", "-1", "--", "a", "b"}, depth},
+      {{"-o", "out", "--depth-avg=0", "--", "a", "b"}, depth},
+      {{"-o", "out", "--depth-avg", "nan", "--", "a", "b"}, depth},
+      {{"-o", "out", "--depth-avg", "inf", "--", "a", "b"}, depth},
+      {{"-o", "out", "--depth-avg", "1e39", "--", "a", "b"}, depth},  // infinite as a float
+      {with({"--depth-avg", "-3"}), depth},                            // every occurrence is checked
+      {with({"--superpixels", "0"}), count},
+      {with({"--superpixels", "-5"}), count},
+      {with({"--superpixels", "99999999999"}), count},
+      {with({"--alpha", "-0.1"}), "Option '--alpha' requires a finite argument of at least 0\n"},
+      {with({"--min-support-sp", "-1"}), "Option '--min-support-sp' requires a finite argument of at least 0\n"},
   };
-  for (const Case& c : cases) EXPECT_EQ(run(c.args), (Result{"", c.err, 1})) << c.args[1];
+  for (const Case& c : cases) EXPECT_EQ(run(c.args), (Result{"", c.err, 1})) << c.args[1] << " " << c.args[3];
   EXPECT_FALSE(exists("out"));
+}
+
+TEST_F(CommandLine, VersionAndHelp) {
+  EXPECT_EQ(run({"--version", "-o", "out"}), (Result{"quillara 1.0.0\n", "", 0}));
+  EXPECT_FALSE(exists("out"));
+}
+
+// The directory is made without a shell; one that cannot hold the models ends the run at once.
+TEST_F(CommandLine, OutputDirectory) {
+  touch("a");
+  touch("file");
+  const Result not_enough{"", "not enough files\n", 1};
+  for (const std::string name : {"my out", "x;touch PWNED", "deep/er/out", "deep/er/out"}) {
+    EXPECT_EQ(run({"-o", name, "--depth-avg", "2", "--", "a"}), not_enough) << name;
+    EXPECT_TRUE(fs::is_directory(dir_ / name)) << name;
+  }
+  EXPECT_FALSE(exists("PWNED"));
+  EXPECT_FALSE(exists("my"));
+
+  auto fails = [&](const std::string& out, const std::string& err) {
+    EXPECT_EQ(run({"-o", out, "--depth-avg", "2", "--", "a", "a"}), (Result{"", err, 1})) << out;
+  };
+  fails("file", "cannot create output directory \"file\": it exists and is not a directory\n");
+  fails("file/sub", "cannot create output directory \"file/sub\": Not a directory\n");
+  fs::create_directories(dir_ / "taken/model.ply");
+  fails("taken", "cannot write model file \"taken/model.ply\": it is a directory\n");
+  const Result proc = run({"-o", "/proc", "--depth-avg", "2", "--", "a", "a"});
+  EXPECT_EQ(proc.status, 1);
+  EXPECT_TRUE(proc.err.starts_with("cannot write in output directory \"/proc\": ")) << proc;
+  EXPECT_EQ(std::count(proc.err.begin(), proc.err.end(), '\n'), 1);
 }
 
 TEST_F(CommandLine, TooFewViewFiles) {
@@ -106,10 +156,9 @@ TEST_F(CommandLine, EverythingBehindTheFirstDoubleDashIsAFile) {
   EXPECT_EQ(run({"-o", "out", "--depth-avg", "2", "--", "folder", "a", "gone"}),
             (Result{"", "file \"gone\" does not exist\n", 1}));
   // The first "--" may be an option's argument: the view files still start behind it. The output
-  // directory is then "--", and "mkdir -p --" fails with its own words, which the run ignores.
-  Result odd = run({"--depth-avg", "2", "-o", "--", "--", "a"});
-  EXPECT_EQ(odd.status, 1);
-  EXPECT_TRUE(odd.err.ends_with("\nfile \"--\" does not exist\n")) << odd;
+  // directory "--" is made first, so the first view file is that directory.
+  EXPECT_EQ(run({"--depth-avg", "2", "-o", "--", "--", "a"}),
+            (Result{"Reading file --\n", "view file \"--\": is a directory\n", 1}));
 }
 
 }  // namespace

@@ -74,6 +74,13 @@ void expect_exactly_the_two_models(const FusedScene& f) {
   std::sort(files.begin(), files.end());
   EXPECT_EQ(files, (std::vector<std::string>{"model.ply", "model_superpixel.ply"}));
   EXPECT_NE(f.run.out.find(" Filter particles,     radius = "), std::string::npos);
+  // The closing summary: both models with their paths, and no advice, since most points were kept.
+  const std::string summary = f.run.out.substr(f.run.out.rfind("Finished in "));
+  EXPECT_NE(summary.find("  model:            " + std::to_string(f.model.size()) + " points in " + f.out_dir +
+                         "/model.ply, "),
+            std::string::npos)
+      << summary;
+  EXPECT_EQ(std::count(summary.begin(), summary.end(), '\n'), 3) << summary;
 }
 
 // The model lies on the true surfaces, covers them, and is closer to them than the noisy input.
@@ -149,4 +156,8 @@ TEST(DefaultRun, EmptiedModelsAreStillWritten) {
   EXPECT_TRUE(scene::read_model_ply((out / "model_superpixel.ply").string()).empty());
   EXPECT_TRUE(scene::read_model_ply((out / "model.ply").string()).empty());
   EXPECT_NE(r.out.find("                   #particles = 0\n"), std::string::npos);
+  EXPECT_TRUE(r.out.ends_with("\nThe model is empty: too few views confirm each surface at the support levels in "
+                              "force (--min-support-sp 1e+09, --min-support 3); try lower levels, e.g. "
+                              "--min-support-sp 1 --min-support 1, or more views of each surface.\n"))
+      << r.out;
 }

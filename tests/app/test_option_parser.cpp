@@ -91,39 +91,6 @@ TEST(OptionParser, LongOptionValueForms) {
   EXPECT_STREQ(q.parser.non_options[0], "x");
 }
 
-TEST(OptionParser, RejectedArgumentsFailWithTheCheckMessage) {
-  struct Case {
-    std::vector<const char*> args;
-    std::string errors;
-  };
-  const Case cases[] = {
-      {{"-vo", ""}, "Option 'o' requires a non-empty argument\n"},
-      {{"--num=1.5"}, "Option '--num' requires a numeric argument\n"},
-      {{"-n12x"}, "Option 'n' requires a numeric argument\n"},
-  };
-  for (const Case& c : cases) {
-    Parsed p = parse(c.args);
-    EXPECT_TRUE(p.parser.error) << c.errors;
-    EXPECT_EQ(p.errors, c.errors);
-  }
-}
-
-TEST(OptionParser, AllOccurrencesStoredAndTheFirstWins) {
-  Parsed p = parse({"--num", "2", "-n3", "-h", "--num=4"});
-  ASSERT_FALSE(p.parser.error);
-  const Option& first = p.options[NUM];
-  EXPECT_EQ(first.count(), 3);
-  ASSERT_TRUE(first.next && first.next->next);
-  EXPECT_EQ(arg_of(first) + arg_of(*first.next) + arg_of(*first.next->next), "234");
-  EXPECT_EQ(first.next->next->next, nullptr);
-  EXPECT_EQ(first.prev, nullptr);
-  EXPECT_EQ(first.next->next->prev, first.next);
-  EXPECT_EQ(first.next->next->count(), 3);
-  // The buffer keeps command-line order across indices.
-  EXPECT_EQ(p.parser.options_count, 4);
-  EXPECT_EQ(p.buffer[2].index(), static_cast<unsigned>(HELP));
-}
-
 TEST(OptionParser, UnknownOptionsNoAbbreviationsAndALoneDash) {
   Parsed p = parse({"--bogus", "-xh", "--verb", "-", "-v"});
   ASSERT_FALSE(p.parser.error);

@@ -2,17 +2,19 @@
 #include <png.h>
 
 #include <fstream>
-#include <sstream>
 #include <string>
 #include <vector>
 
 #include "image/CTensor.h"
 #include "src/core/camera.h"
+#include "src/app/input_checks.h"
 #include "src/app/scene_input.h"
+#include "src/app/view_file.h"
 #include "src/core/settings.h"
 #include "tests/support/io_test_support.h"
 
 using io_test::expect_runtime_error;
+using io_test::scratch_dir;
 using io_test::scratch_path;
 
 namespace {
@@ -62,7 +64,7 @@ std::vector<unsigned short> constant(unsigned short v) { return std::vector<unsi
 
 TEST_F(SceneInput, ReadsPoseIntrinsicsDepthAndImage) {
   const std::string depth_png = scratch_path("depth.png"), image_png = scratch_path("image.png");
-  io_test::write_grey16_png(depth_png, 2, 1, {1234, 65535});
+  io_test::write_grey16_png(depth_png, 3, 2, {1234, 65535, 0, 0, 0, 0});
   CTensor<unsigned char> rgb(3, 2, 3);
   for (std::size_t i = 0; i < rgb.size(); ++i) rgb.data[i] = static_cast<unsigned char>(10 + i);
   rgb.writeToPNG(image_png.c_str());
@@ -86,13 +88,15 @@ TEST_F(SceneInput, ReadsPoseIntrinsicsDepthAndImage) {
   EXPECT_EQ(std::vector<int>({p.x, p.y, p.z, p.w}), std::vector<int>({14, 20, 26, 255}));
 }
 
-TEST_F(SceneInput, LargerImageScalesIntrinsicsNotDepth) {
-  read({make_view("big", constant(1000), 8, 6)}, true);
+TEST_F(SceneInput, ImageOfTheSameShapeScalesIntrinsics) {
+  const std::string depth_png = scratch_path("depth_8x6.png");
+  io_test::write_grey16_png(depth_png, 8, 6, std::vector<unsigned short>(48, 1000));
+  read({make_view("big", {}, 8, 6, depth_png)}, true);
   const Camera& c = cameras_[0];
   EXPECT_EQ(std::vector<float>({c.K[0], c.K[4], c.K[6], c.K[7]}),
             std::vector<float>({1000.0f, 1020.0f, 2.0f * (3.0f - 1.5f), 2.0f * (2.0f - 0.75f)}));
   EXPECT_EQ(std::vector<int>({c.width, c.height, depthmaps_[0].xSize, depthmaps_[0].ySize}),
-            std::vector<int>({8, 6, 4, 3}));
+            std::vector<int>({8, 6, 8, 6}));
 }
 
 TEST_F(SceneInput, TwoViewsTakeTheLargerMaximum) {
@@ -109,10 +113,10 @@ TEST_F(SceneInput, TwoViewsTakeTheLargerMaximum) {
 }
 
 TEST_F(SceneInput, ThreeViewsTakeTheMiddleMaximum) {
-  // Largest, smallest, middle: the statistic is neither the first, the last nor an extreme.
+  // Largest, smallest, middle: the statistic is neither the first, the last nor an extreme; all-zero
+  // maps count with a maximum of 0.
   read({make_view("a", constant(3000)), make_view("b", constant(1000)), make_view("c", constant(2000))}, true);
   EXPECT_EQ(depth_range_max, 2.0f);
-  // All-zero maps count with a maximum of 0.
   read({make_view("z0", constant(0)), make_view("b", constant(1000)), make_view("z1", constant(0))}, true);
   EXPECT_EQ(depth_range_max, 0.0f);
 }
@@ -125,55 +129,75 @@ TEST_F(SceneInput, EightBitDepthIsThousandths) {
   EXPECT_EQ(depthmaps_[0](3, 2), 0.255f);
 }
 
-TEST_F(SceneInput, UnreadableInputFailsInTheReaders) {
+// Each mistake ends in a ViewFileError naming the file; the end-to-end tests run the common ones.
+TEST_F(SceneInput, MistakesNameTheViewFile) {
   const std::string short_view = scratch_path("short.txt");
   std::ofstream(short_view) << "500 0 1.5 0 510 0.75 0 0 1 1 0 0 0 1 0 0 0 1 1 2 3 4 3";  // no paths
+  const std::string tokens = "has 23 tokens, expected 25 (K: 9, R: 9, t: 3, width, height, colour image, depth map)";
   testing::internal::CaptureStdout();
   expect_runtime_error([&] { read_views({short_view}, cameras_, camera_ptrs_, depthmaps_, true); },
-                       "CMatrix::readFromPNG: Cannot open file ");
+                       "view file \"" + short_view + "\": " + tokens);
   EXPECT_EQ(testing::internal::GetCapturedStdout(), "Reading file " + short_view + "\n");
+
   Camera c;
   CMatrix<float> d;
-  expect_runtime_error([&] { read_view(scratch_path("no_such_view.txt"), 0, c, d); },
-                       "CMatrix::readFromPNG: Cannot open file ");
-  EXPECT_EQ(c.K[0], 0.0f);
+  EXPECT_THROW(read_view(scratch_path("no_such_view.txt"), 0, c, d), ViewFileError);
+  expect_runtime_error([&] { read_view(scratch_dir(), 0, c, d); }, "view file \"" + scratch_dir() + "\": is a directory");
 
-  const std::string grey = scratch_path("grey.pgm");
-  CTensor<unsigned char>(2, 2, 1).writeToPGM(grey.c_str());
-  expect_runtime_error([&] { loadImage(grey); },
-                       "loadImage: expected an image with 3 or 4 planes and a non-zero size, got (2, 2, 1)");
+  // A grey PGM as colour image fails in the conversion, after the reader.
+  const std::string view = make_view("grey", constant(1000));
+  const std::string png = scratch_path("grey_image.png"), grey = scratch_path("grey_image.pgm");
+  CTensor<unsigned char>(4, 3, 1).writeToPGM(grey.c_str());
+  std::string text = io_test::read_bytes(view);
+  text.replace(text.find(png), png.size(), grey);
+  io_test::write_bytes(view, text);
+  expect_runtime_error([&] { read_view(view, 0, c, d); },
+                       "view file \"" + view + "\": colour image \"" + grey +
+                           "\": loadImage: expected an image with 3 or 4 planes and a non-zero size, got (4, 3, 1)");
 }
 
-TEST(WorkingRadii, SuperpixelAndPixelRadius) {
-  EXPECT_FLOAT_EQ(superpixel_radius(640, 480, 5000), 4.4223251f);  // sqrt(61.44 / pi)
-  EXPECT_FLOAT_EQ(superpixel_radius(100, 100, 7), 21.324362f);
-  EXPECT_FLOAT_EQ(pixel_radius(5.0f, 2.0f, 500.0f), 0.02f);
-}
-
-TEST(KeyframeDepthRange, SearchesAlongTheAxis) {
-  Camera c;
-  c.R[0] = c.R[4] = c.R[8] = 1.0f;  // looks along +z
-  std::vector<Camera> n(4);
-  const float around[4][2] = {{1, 0}, {-1, 0}, {0, 1}, {0, -1}};
-  for (int i = 0; i < 4; ++i) {
-    n[i].center[0] = around[i][0];
-    n[i].center[1] = around[i][1];
-    c.neighbours.push_back(&n[i]);
-  }
-  auto estimate = [](Camera& camera) {
-    testing::internal::CaptureStdout();
-    estimate_keyframe_depth_range(camera);
-    return testing::internal::GetCapturedStdout();
+TEST(ViewFile, ChecksWhatAWrongFileGetsWrong) {
+  const std::string K = "500 0 1.5 0 510 0.75 0 0 1  ", R = "0 -1 0 1 0 0 0 0 1  ", t = "1 2 3  ";
+  ViewFileTokens v;
+  EXPECT_EQ(parse_view_file(K + R + t + "4 3 a.png b.png and more", v), "");
+  EXPECT_EQ(std::vector<float>(v.R, v.R + 9), (std::vector<float>{0, -1, 0, 1, 0, 0, 0, 0, 1}));  // as written
+  EXPECT_EQ(v.depth_path, "b.png");
+  const std::pair<std::string, std::string> cases[] = {
+      {K + R + t + "4 3 a.png", "has 24 tokens"},
+      {"500 0 1.5 0 510 0.75 0 0 nan  " + R + t + "4 3 a b", "token 9 (K) is \"nan\", not a finite number"},
+      {K + R + "1 2 1e39  4 3 a b", "token 21 (t) is \"1e39\", not a finite number"},
+      {K + R + t + "4.0 3 a b", "token 22 (width) is \"4.0\", not a whole number of at least 1"},
+      {K + R + t + "4 0 a b", "token 23 (height) is \"0\", not a whole number of at least 1"},
+      {"500 0 1.5 0 -510 0.75 0 0 1  " + R + t + "4 3 a b",
+       "the focal lengths fx and fy (tokens 1 and 5) must be positive, got 500 and -510"},
+      {K + "1 0 0 0 1 0 0 0 -1  " + t + "4 3 a b", "the rotation (tokens 10 to 18) is a reflection: its determinant is -1"},
+      {K + "1 0 0 0 1 0 0 0 1.01  " + t + "4 3 a b",
+       "the rotation (tokens 10 to 18) is not orthonormal: R^T R differs from the identity by up to 0.0201"},
+      {K + "0.7071 -0.7071 0 0.7071 0.7071 0 0 0 1  " + t + "4 3 a b", ""},  // four decimals are enough
   };
-  const std::string printed = estimate(c);
-  std::ostringstream expected;
-  expected << " max_depth = " << c.max_depth << "  min_depth = 3\n";
-  EXPECT_EQ(printed, expected.str());
-  EXPECT_NEAR(c.max_depth, 286.3f, 2.0f);  // where d / sqrt(d^2 + 1) reaches 0.9999939
+  for (const auto& [text, problem] : cases) {
+    const std::string found = parse_view_file(text, v);
+    EXPECT_TRUE(found.starts_with(problem) && problem.empty() == found.empty()) << text << ": " << found;
+  }
+}
 
-  // With fewer than 3 neighbours the depth only shrinks, down to the last step.
-  c.neighbours.resize(2);
-  EXPECT_EQ(estimate(c), " max_depth = 0.000976562  min_depth = 3\n");
-  Camera lonely;
-  EXPECT_EQ(estimate(lonely), "");
+TEST(InputChecks, AverageDepthAgainstTheInputAndTheKernel) {
+  CMatrix<float> m(3, 1);
+  m.data[1] = 2.0f;
+  m.data[2] = 4.0f;
+  const InputDepths depths = measure_input_depths({m});
+  EXPECT_EQ(std::vector<float>({float(depths.pixels), depths.min, depths.max, depths.median}),
+            std::vector<float>({2, 2, 4, 4}));
+  EXPECT_EQ(depth_avg_warning(1.0f, depths), "");
+  EXPECT_EQ(depth_avg_warning(8.5f, depths),
+            "warning: --depth-avg 8.5 lies far outside the depths of the input (2 to 4, median 4); every smoothing "
+            "radius scales with it");
+  EXPECT_NE(depth_avg_warning(1.0f, measure_input_depths({CMatrix<float>(2, 2)})), "");  // no depth at all
+
+  EXPECT_EQ(radius_problem(2.75f, 500.0f, 4.4f), "");
+  EXPECT_EQ(radius_problem(1e7f, 500.0f, 4.4f),
+            "--depth-avg 1e+07 makes the smoothing radius 20000 (one pixel at fx 500 of the first view), too large for "
+            "the filter's 32-bit kernel; give the scene's average depth in the length unit of the view files");
+  EXPECT_NE(radius_problem(2.75f, 500.0f, 1e-4f).find("(one superpixel radius at fx 500 of the first view), too small"),
+            std::string::npos);
 }

@@ -374,6 +374,16 @@ TEST(ParticleFunctors, WeightedMedianTakesTheRightEndOfAFlatMinimum) {
   EXPECT_EQ(minimiser_of({{2.0f, 1.0f, 3}, {0.0f, 3.0f, 3}, {1.0f, 1.0f, 3}}), 0.0f);
   // One-sided terms: only slopes down below 1 and up above 3; flat in between.
   EXPECT_EQ(minimiser_of({{1.0f, 2.0f, 2}, {3.0f, 2.0f, 1}, {0.0f, 0.0f, 3}, {5.0f, 0.0f, 1}}), 3.0f);
+  // A NaN weight or t (a degenerate neighbour) still ends, by either form, at one of the records.
+  MinimiserScratch nan_scratch;
+  for (int bad = 0; bad < 2; ++bad) {
+    std::vector<Term> terms;
+    for (int k = 0; k < 40; ++k) terms.push_back({0.1f * k, 1.0f, 3});
+    (bad ? terms[7].t : terms[7].weight) = std::nanf("");
+    auto [records, slope] = records_of(terms);
+    const float t = exact_step_minimiser(records.data(), 40, slope, nan_scratch);
+    EXPECT_TRUE(std::isnan(t) || (t >= 0.0f && t <= 3.9f));
+  }
 
   // Random term sets, with many equal t (every other set) or none: the bisection against
   // sort-and-scan, and the sorted form, which gives the bisection's bits or declines, leaving the

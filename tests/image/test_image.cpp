@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 #include <png.h>
+#include <zlib.h>
 
 #include <filesystem>
 #include <string>
@@ -40,13 +41,6 @@ std::vector<float> samples(const T& image) {
   return std::vector<float>(image.data, image.data + image.size());
 }
 
-// Runs f, expects EInvalidFileFormat and returns what was printed on standard error.
-std::string invalid_format_output(const std::function<void()>& f) {
-  testing::internal::CaptureStderr();
-  EXPECT_THROW(f(), EInvalidFileFormat);
-  return testing::internal::GetCapturedStderr();
-}
-
 }  // namespace
 
 TEST(PngRead, EachReaderRefusesOtherFormats) {
@@ -60,11 +54,13 @@ TEST(PngRead, EachReaderRefusesOtherFormats) {
   for (const std::string& path : {palette, rgb, rgb16}) expect_runtime_error([&] { read_matrix(path); }, kMatrixRefusal);
 }
 
+// Failures are exceptions with the reader's text and nothing printed: the caller reports them.
 TEST(PngRead, FileFailuresNameTheFile) {
   const std::string missing = scratch_path("missing.png"), tiny = scratch_path("tiny.png"),
                     text = scratch_path("text.png");
   write_bytes(tiny, "\x89PNG");
   write_bytes(text, "this is not an image at all");
+  testing::internal::CaptureStderr();
   expect_runtime_error([&] { read_tensor(missing); }, "CTensor::readFromPNG: Cannot open file " + missing);
   expect_runtime_error([&] { read_matrix(""); }, "CMatrix::readFromPNG: Cannot open file ");
   expect_runtime_error([&] { read_tensor(tiny); }, "CTensor::readFromPNG: Could not read header of file " + tiny);
@@ -76,12 +72,18 @@ TEST(PngRead, FileFailuresNameTheFile) {
   for (std::size_t i = 0; i < pixels.size(); ++i) pixels[i] = static_cast<unsigned char>(i * 7919 % 251);
   write_raw_png(whole, 64, 64, PNG_COLOR_TYPE_RGB, 8, pixels);
   const std::string bytes = read_bytes(whole);
-  testing::internal::CaptureStderr();  // libpng adds its own reason
   write_bytes(cut, bytes.substr(0, 20));
   expect_runtime_error([&] { read_tensor(cut); }, "CTensor::readFromPNG: png_init_io failed");
   write_bytes(cut, bytes.substr(0, bytes.size() / 2));
   expect_runtime_error([&] { read_tensor(cut); }, "CTensor::readFromPNG: png_read_image failed");
-  testing::internal::GetCapturedStderr();
+  // A header that promises more rows than the file can hold is refused before they are allocated.
+  std::string huge = bytes;
+  huge.replace(16, 8, std::string("\x00\x00\xea\x60\x00\x00\xea\x60", 8));  // 60000 x 60000
+  const unsigned long crc = crc32(crc32(0, nullptr, 0), reinterpret_cast<const unsigned char*>(huge.data() + 12), 17);
+  for (int k = 0; k < 4; ++k) huge[29 + k] = static_cast<char>(crc >> (24 - 8 * k));
+  write_bytes(cut, huge);
+  expect_runtime_error([&] { read_tensor(cut); }, "CTensor::readFromPNG: File " + cut + " is truncated");
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
 }
 
 TEST(PngRead, SamplesKeepTheirValues) {
@@ -117,14 +119,14 @@ TEST(ImageFiles, ExtensionChoosesTheFormat) {
   EXPECT_EQ(read_bytes("copy.PPM"), std::string("P6 \n2 1 \n255\n\x01\x03\x05\x02\x04\x06"));
   rgb.writeToImage("tiles.pgm");
   EXPECT_EQ(read_bytes("tiles.pgm").substr(0, 4), "P5 \n");
-  for (const char* name : {"photo.Png", "photo.jpg", "a.png.txt"}) {
+  for (const char* name : {"photo.Png", "photo.gif", "a.png.txt"}) {
     expect_runtime_error([&] { rgb.writeToImage(name); }, "Image file format not supported");
     expect_runtime_error([&] { back.readFromImage(name); }, "Image file format not supported");
   }
   EXPECT_FALSE(std::filesystem::exists("photo.Png"));
 }
 
-TEST(Netpbm, ReaderQuirksAreKept) {
+TEST(Netpbm, ReaderQuirksAndFailures) {
   const std::string path = scratch_path("file.ppm");
   CTensor<float> t;
   // Junk before the magic, comments and empty lines; P5 gives one plane.
@@ -132,23 +134,25 @@ TEST(Netpbm, ReaderQuirksAreKept) {
   t.readFromPPM(path.c_str());
   EXPECT_EQ(t.zSize, 1);
   EXPECT_EQ(samples(t), (std::vector<float>{'A', 'B', 'C', 'D'}));
-  // Reads past the end give -1: pixel 1 has only its red byte.
-  write_bytes(path, "P6\n2 1\n255\n\x01\x02\x03\x04");
-  t.readFromPPM(path.c_str());
-  EXPECT_EQ(samples(t), (std::vector<float>{1, 4, 2, -1, 3, -1}));
   // PGM has no step for the maximum value: its digits and line end become the first pixels.
   write_bytes(path, "P5\n3 2\n255\n\x0a\x0b\x0c\x0d");
   t.readFromPGM(path.c_str());
   EXPECT_EQ(samples(t), (std::vector<float>{'2', '5', '5', '\n', 10, 11}));
 
+  testing::internal::CaptureStderr();
+  write_bytes(path, "P6\n2 1\n255\n\x01\x02\x03\x04");  // pixel 1 has only its red byte
+  expect_runtime_error([&] { t.readFromPPM(path.c_str()); }, "CTensor::readFromPPM: File " + path + " is truncated");
+  write_bytes(path, "P5\n40000 40000\n255\nAB");  // refused before gigabytes are allocated
+  expect_runtime_error([&] { t.readFromPGM(path.c_str()); }, "CTensor::readFromPGM: File " + path + " is truncated");
+  // Found by fuzzing: 30 bytes that used to allocate and fill 1.2 GB.
+  write_bytes(path, std::string("P6\n999999+99# ee\xff\xff\xff\xff\xff\xff\xff\x0b>>>>\n\x12", 30));
+  expect_runtime_error([&] { t.readFromPPM(path.c_str()); }, "CTensor::readFromPPM: File " + path + " is truncated");
   write_bytes(path, "P3\n1 1\n255\n1 2 3\n");  // a text variant is refused
-  EXPECT_EQ(invalid_format_output([&] { t.readFromPPM(path.c_str()); }),
-            "Exception EInvalidFileFormat: File is not in PPM format\n");
-  EXPECT_EQ(invalid_format_output([&] { t.readFromPGM(path.c_str()); }),
-            "Exception EInvalidFileFormat: File is not in PGM format\n");
+  expect_runtime_error([&] { t.readFromPPM(path.c_str()); }, "File is not in PPM format");
+  EXPECT_THROW(t.readFromPGM(path.c_str()), EInvalidFileFormat);
   const std::string missing = scratch_path("missing.ppm");
-  EXPECT_EQ(invalid_format_output([&] { t.readFromPPM(missing.c_str()); }),
-            "File not found: " + missing + "\nException EInvalidFileFormat: File is not in PPM format\n");
+  expect_runtime_error([&] { t.readFromPPM(missing.c_str()); }, "CTensor::readFromPPM: Cannot open file " + missing);
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
 }
 
 TEST(Netpbm, PgmWriterTilesPlanes) {
@@ -176,41 +180,3 @@ TEST(PngWrite, FloatSamplesWrapAndPlanesAreChecked) {
   expect_runtime_error([&] { t.writeToPNG(nowhere.c_str()); }, "CTensor::writeToPNG: Cannot open file " + nowhere);
 }
 
-// Every prefix of valid files and single corrupted bytes either read or throw; the sanitizer
-// build checks that no read goes out of bounds.
-TEST(MalformedFiles, ShortAndCorruptFilesFailCleanly) {
-  const std::string png_path = scratch_path("good.png"), g16_path = scratch_path("good16.png"),
-                    path = scratch_path("bad.img");
-  std::vector<unsigned char> pixels(4 * 3 * 4);
-  for (std::size_t i = 0; i < pixels.size(); ++i) pixels[i] = static_cast<unsigned char>(i * 37);
-  write_raw_png(png_path, 4, 3, PNG_COLOR_TYPE_RGBA, 8, pixels);
-  io_test::write_grey16_png(g16_path, 3, 2, {1, 2, 3, 4, 5, 6});
-  const std::string png = read_bytes(png_path), png16 = read_bytes(g16_path);
-  const std::string ppm = std::string("P6\n# c\n3 2\n255\n") + std::string(18, '\x7f');
-  int failures = 0;
-  auto attempt = [&](const std::string& bytes, const std::function<void()>& read) {
-    write_bytes(path, bytes);
-    try {
-      read();
-    } catch (const std::runtime_error&) {
-      ++failures;
-    } catch (const EInvalidFileFormat&) {
-      ++failures;
-    }
-  };
-  CTensor<float> t;
-  testing::internal::CaptureStderr();
-  for (std::size_t n = 0; n < png.size(); ++n) attempt(png.substr(0, n), [&] { read_tensor(path); });
-  for (std::size_t n = 0; n < png16.size(); ++n) attempt(png16.substr(0, n), [&] { read_matrix(path); });
-  for (std::size_t i = 8; i < png.size(); ++i) {
-    std::string bad = png;
-    bad[i] = static_cast<char>(bad[i] ^ 0x5a);
-    attempt(bad, [&] { read_tensor(path); });
-  }
-  for (std::size_t n = 0; n <= ppm.size(); ++n) {
-    attempt(ppm.substr(0, n), [&] { t.readFromPPM(path.c_str()); });
-    attempt(ppm.substr(0, n), [&] { t.readFromPGM(path.c_str()); });
-  }
-  testing::internal::GetCapturedStderr();
-  EXPECT_GT(failures, 0);
-}

@@ -1,11 +1,15 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <csignal>
+#include <cstdio>
 #include <cstring>
+#include <filesystem>
 #include <string>
 #include <vector>
 
-#include "ply/ply.h"
 #include "src/io/model_output.h"
+#include "src/io/temporary_file.h"
 #include "tests/support/io_test_support.h"
 
 using io_test::read_bytes;
@@ -67,4 +71,36 @@ TEST(ModelOutput, EmptyModelIsHeaderOnly) {
   io_test::write_bytes(path, std::string(1000, 'x'));  // an existing file is replaced
   writeParticlesToPLY({}, {}, {}, path);
   EXPECT_EQ(read_bytes(path), model_header(0));
+}
+
+// The file appears whole or not at all: a failure leaves the earlier file and nothing beside it.
+TEST(ModelOutput, FailureIsAnErrorAndKeepsTheEarlierFile) {
+  const std::string dir = io_test::scratch_dir();
+  const std::string path = dir + "/model.ply";
+  io_test::write_bytes(path, "earlier");
+  const std::vector<Particle> one = {make_particle(make_uchar4(1, 2, 3, 4), 1.0f)};
+  io_test::expect_runtime_error([&] { writeParticlesToPLY(one, {0.0f}, {make_float3(0, 0, 1)}, dir + "/no/model.ply"); },
+                                "cannot write model file \"" + dir + "/no/model.ply\": No such file or directory");
+  std::filesystem::create_directories(dir + "/taken.ply");
+  EXPECT_THROW(writeParticlesToPLY(one, {0.0f}, {make_float3(0, 0, 1)}, dir + "/taken.ply"), ModelWriteError);
+  EXPECT_EQ(read_bytes(path), "earlier");
+  std::vector<std::string> names;
+  for (const auto& entry : std::filesystem::directory_iterator(dir)) names.push_back(entry.path().filename().string());
+  std::sort(names.begin(), names.end());
+  EXPECT_EQ(names, (std::vector<std::string>{"model.ply", "taken.ply"}));
+}
+
+// A run stopped while a model is being written leaves no temporary file behind.
+TEST(TemporaryFile, RemovedWhenTheProcessIsStopped) {
+  const std::string final_path = scratch_path("stopped.ply");
+  std::string temporary;
+  EXPECT_EXIT(
+      {
+        TemporaryFile file(final_path);
+        std::fprintf(stderr, "%s", file.path.c_str());
+        std::raise(SIGTERM);
+      },
+      testing::KilledBySignal(SIGTERM), "stopped.ply.[0-9]+.part");
+  for (const auto& entry : std::filesystem::directory_iterator(io_test::scratch_dir()))
+    EXPECT_EQ(entry.path().filename().string().find(".part"), std::string::npos) << entry.path();
 }

@@ -59,11 +59,11 @@ struct Scene {
 
 }  // namespace
 
-TEST(UsableDepth, FiniteAndStrictlyInside) {
-  // The run's lower limit of -1 lets 0 through.
+TEST(UsableDepth, FinitePositiveAndStrictlyInside) {
+  // The run's lower limit of -1 does not let 0 (no depth) or negative depths through.
   const float cases[][4] = {{2.0f, 0.5f, 10.0f, 1},  {0.5f, 0.5f, 10.0f, 0},     {10.0f, 0.5f, 10.0f, 0},
                             {kNaN, -kInf, kInf, 0}, {kInf, -kInf, kInf, 0},     {FLT_MAX, -1.0f, kInf, 1},
-                            {0.0f, -1.0f, 5.0f, 1}};
+                            {0.0f, -1.0f, 5.0f, 0}, {-0.5f, -1.0f, 5.0f, 0},    {1e-30f, -1.0f, 5.0f, 1}};
   for (const auto& c : cases)
     EXPECT_EQ(usable_depth(c[0], c[1], c[2]), c[3] == 1) << c[0] << " in " << c[1] << ", " << c[2];
 }
@@ -91,13 +91,14 @@ TEST(ParticlesFromDepthmap, PixelsLandOnTheirWorldPoints) {
 }
 
 TEST(ParticlesFromDepthmap, UnusableMeasurementFallsBackToInitialDepth) {
-  const float measured[] = {kNaN, kInf, -kInf, 0.5f, 10.0f, 0.4f, 11.0f, 3.0f};
+  // The run's own limits (-1, 10): a measured 0 means no measurement, not a point at the camera.
+  const float measured[] = {kNaN, kInf, -kInf, 0.0f, 10.0f, -0.5f, 11.0f, 3.0f};
   Scene s(8, 1);
   for (int x = 0; x < 8; ++x) {
     s.initial(x, 0) = 2.0f;
     s.measured(x, 0) = measured[x];
   }
-  s.create();
+  s.create(-1.0f, 10.0f);
   ASSERT_EQ(s.particles.size(), 8u);
   for (int x = 0; x < 7; ++x) {
     SCOPED_TRACE(x);
@@ -116,13 +117,14 @@ TEST(ParticlesFromDepthmap, UnusableMeasurementFallsBackToInitialDepth) {
 }
 
 TEST(ParticlesFromDepthmap, UnusableInitialDepthYieldsNothing) {
-  const float initial[] = {kNaN, kInf, 0.5f, 10.0f, 0.2f, -3.0f};
+  // 0 is what a rendered depth image holds where no plane was drawn.
+  const float initial[] = {kNaN, kInf, 0.0f, 10.0f, -0.5f, -3.0f};
   Scene s(6, 1);
   for (int x = 0; x < 6; ++x) {
     s.initial(x, 0) = initial[x];
     s.measured(x, 0) = 2.0f;
   }
-  s.create();
+  s.create(-1.0f, 10.0f);
   EXPECT_TRUE(s.particles.empty() && s.offsets.empty() && s.normals.empty());
 }
 

@@ -4,7 +4,11 @@
 inline const char* const expected_usage =
     "Usage: quillara [options] -- camera_00 camera_01 ...\n"
     "\n"
+    "Required: -o (--out-dir) and --depth-avg. Each camera_NN is a view file;\n"
+    "README.md describes its format and how to choose --depth-avg.\n"
+    "\n"
     "  -h, --help           Print this help.\n"
+    "      --version        Print the version of the program.\n"
     "  -o, --out-dir        The output directory.\n"
     "      --depth-avg      The average depth of the scene. This defines the radius\n"
     "                       of the smoothing kernel.\n"
@@ -20,4 +24,7 @@ inline const char* const expected_usage =
     "      --min-support    The minimum support of a point. Points with less support\n"
     "                       will be removed from the reconstruction. Default is 3.0\n"
     "      --superpixels    The number of superpixels generated per image. Default is\n"
-    "                       5000\n";
+    "                       5000\n"
+    "      --preview        After the run, write DIR/preview/view_NN.png per view:\n"
+    "                       the input image, the rendered model and its shaded\n"
+    "                       normals side by side.\n";

@@ -4,8 +4,12 @@
 // tests of the binaries.
 
 #include <poll.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
+
+#include <chrono>
+#include <csignal>
 
 #include <ostream>
 #include <string>
@@ -17,7 +21,18 @@ struct Result {
   std::string out, err;
   int status = -1;  // exit status; -1 when the process did not exit normally
   int signal = 0;   // the signal that ended the process, 0 when it exited
+  bool timed_out = false;  // killed because it ran past its time limit
   bool operator==(const Result&) const = default;
+};
+
+// How the child runs: a time limit after which it is killed (so a hang fails the test instead of
+// stalling the suite), a limit on the size of the files it writes (-1: none; writes beyond it
+// fail with EFBIG), and a signal sent after a delay (0: none).
+struct Limits {
+  double seconds = 300.0;
+  long long file_size = -1;
+  int signal = 0;
+  double signal_after = 0.0;
 };
 
 inline std::ostream& operator<<(std::ostream& os, const Result& r) {
@@ -28,7 +43,7 @@ inline std::ostream& operator<<(std::ostream& os, const Result& r) {
 // Runs `program` in `dir` with `args` behind the program name, collecting both streams. `env` holds
 // "NAME=value" entries added to the child's environment.
 inline Result run(const std::string& program, const std::string& dir, const std::vector<std::string>& args,
-                  const std::vector<std::string>& env = {}) {
+                  const std::vector<std::string>& env = {}, const Limits& limits = {}) {
   int out_pipe[2], err_pipe[2];
   if (pipe(out_pipe) != 0 || pipe(err_pipe) != 0) return {};
   std::vector<std::string> copies = args;
@@ -47,6 +62,11 @@ inline Result run(const std::string& program, const std::string& dir, const std:
     close(out_pipe[1]);
     close(err_pipe[1]);
     for (std::string& e : env_copies) putenv(e.data());
+    if (limits.file_size >= 0) {
+      const rlimit size{static_cast<rlim_t>(limits.file_size), static_cast<rlim_t>(limits.file_size)};
+      setrlimit(RLIMIT_FSIZE, &size);
+      std::signal(SIGXFSZ, SIG_IGN);
+    }
     if (chdir(dir.c_str()) == 0) execv(argv[0], argv.data());
     _exit(127);
   }
@@ -57,7 +77,22 @@ inline Result run(const std::string& program, const std::string& dir, const std:
   pollfd fds[2] = {{out_pipe[0], POLLIN, 0}, {err_pipe[0], POLLIN, 0}};
   std::string* sinks[2] = {&r.out, &r.err};
   int open_streams = 2;
-  while (open_streams > 0 && poll(fds, 2, -1) > 0) {
+  using clock = std::chrono::steady_clock;
+  const clock::time_point start = clock::now();
+  bool signalled = false;
+  for (;;) {
+    const double elapsed = std::chrono::duration<double>(clock::now() - start).count();
+    if (limits.signal != 0 && !signalled && elapsed >= limits.signal_after) {
+      kill(pid, limits.signal);
+      signalled = true;
+    }
+    if (elapsed >= limits.seconds) {
+      kill(pid, SIGKILL);
+      r.timed_out = true;
+      break;
+    }
+    if (open_streams == 0) break;
+    if (poll(fds, 2, 50) < 0) break;
     for (int i = 0; i < 2; ++i) {
       if (fds[i].fd < 0 || fds[i].revents == 0) continue;
       char chunk[4096];
@@ -71,6 +106,8 @@ inline Result run(const std::string& program, const std::string& dir, const std:
       }
     }
   }
+  for (pollfd& f : fds)
+    if (f.fd >= 0) close(f.fd);
   int wait_status = 0;
   waitpid(pid, &wait_status, 0);
   r.status = WIFEXITED(wait_status) ? WEXITSTATUS(wait_status) : -1;

@@ -15,6 +15,16 @@ bool parse_whole(const std::string& text, T& value) {
 
 std::string quoted(const std::string& s) { return "'" + s + "'"; }
 
+// "DEGREES,FOOTPRINTS", two finite numbers of at least 0, at most 45 degrees and 1000 footprints.
+bool parse_perturbation(const std::string& text, PosePerturbation& p) {
+  const size_t comma = text.find(',');
+  if (comma == std::string::npos) return false;
+  if (!parse_whole(text.substr(0, comma), p.degrees) || !parse_whole(text.substr(comma + 1), p.footprints))
+    return false;
+  return std::isfinite(p.degrees) && std::isfinite(p.footprints) && p.degrees >= 0 && p.degrees <= 45 &&
+         p.footprints >= 0 && p.footprints <= 1000;
+}
+
 }  // namespace
 
 std::string scene_usage() {
@@ -27,7 +37,15 @@ std::string scene_usage() {
          "  --height H     image height in pixels, 8 to 16384 (default 480)\n"
          "  --noise S      standard deviation of the depth noise at depth 1, in length units;\n"
          "                 it grows with depth squared (default 0: exact depths)\n"
-         "  --seed K       seed of the depth noise, a non-negative integer (default 1)\n"
+         "  --seed K       seed of the depth noise and the pose error, a non-negative integer\n"
+         "                 (default 1)\n"
+         "  --layout L     also write the scene in another tool's layout: colmap-text, colmap-bin\n"
+         "                 (sparse model, images, float depth maps), tum (RGB-D sequence with JPEG\n"
+         "                 colour and depth in 1/5000) or log (colour, depth, trajectory.log)\n"
+         "  --pose-error A,T\n"
+         "                 write each view's pose turned by A degrees and its centre moved by T pixel\n"
+         "                 footprints, in directions drawn from the seed and the view; images and\n"
+         "                 depth maps stay those of the true poses, which go to true_view_NN.txt\n"
          "  --help         print this text\n"
          "\n"
          "Files: view_NN.txt, image_NN.png (8-bit RGB), depth_NN.png (16-bit, thousandths of the\n"
@@ -55,7 +73,7 @@ ParsedArguments parse_scene_arguments(const std::vector<std::string>& args) {
       name = name.substr(0, eq);
     }
     if (name != "--out" && name != "--views" && name != "--width" && name != "--height" && name != "--noise" &&
-        name != "--seed")
+        name != "--seed" && name != "--layout" && name != "--pose-error")
       return fail("unknown option " + quoted(args[i]));
     if (!inline_value) {
       if (i + 1 >= args.size()) return fail("option " + name + " needs a value");
@@ -76,6 +94,13 @@ ParsedArguments parse_scene_arguments(const std::vector<std::string>& args) {
     } else if (name == "--noise") {
       if (!parse_whole(value, o.noise) || !std::isfinite(o.noise) || o.noise < 0)
         return fail("--noise needs a number of at least 0, got " + quoted(value));
+    } else if (name == "--pose-error") {
+      if (!parse_perturbation(value, o.perturbation))
+        return fail("--pose-error needs DEGREES,FOOTPRINTS with 0 to 45 degrees and 0 to 1000 footprints, got " +
+                    quoted(value));
+    } else if (name == "--layout") {
+      if (!parse_layout(value, o.layout))
+        return fail("--layout needs colmap-text, colmap-bin, tum or log, got " + quoted(value));
     } else {
       if (!parse_whole(value, o.seed)) return fail("--seed needs a non-negative integer, got " + quoted(value));
     }

@@ -2,13 +2,13 @@
 
 #include <cctype>
 #include <cstdio>
-#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <iomanip>
 #include <sstream>
 #include <stdexcept>
 
+#include "tools/scene/little_endian.h"
 #include "tools/scene/png_io.h"
 #include "tools/scene/ray_cast.h"
 #include "tools/scene/render_view.h"
@@ -20,20 +20,6 @@ std::string numbered(const char* stem, int view, const char* extension) {
   char buf[64];
   std::snprintf(buf, sizeof buf, "%s_%02d.%s", stem, view, extension);
   return buf;
-}
-
-void write_text(const std::string& path, const std::string& text) {
-  std::ofstream out(path, std::ios::binary);
-  out << text;
-  out.flush();
-  if (!out) throw std::runtime_error("write_scene: cannot write " + path);
-}
-
-void put_float_le(std::string& out, double value) {
-  const float f = static_cast<float>(value);
-  uint32_t bits;
-  std::memcpy(&bits, &f, 4);
-  for (int k = 0; k < 4; ++k) out += static_cast<char>((bits >> (8 * k)) & 0xFF);
 }
 
 bool has_white_space(const std::string& s) {
@@ -52,6 +38,13 @@ std::string absolute_directory(const std::string& dir) {
 
 }  // namespace
 
+void write_text(const std::string& path, const std::string& text) {
+  std::ofstream out(path, std::ios::binary);
+  out << text;
+  out.flush();
+  if (!out) throw std::runtime_error("write_scene: cannot write " + path);
+}
+
 CameraRing camera_ring(const SceneOptions& o) {
   CameraRing ring;
   ring.views = o.views;
@@ -65,6 +58,7 @@ CameraRing camera_ring(const SceneOptions& o) {
 std::string view_file_name(int view) { return numbered("view", view, "txt"); }
 std::string image_file_name(int view) { return numbered("image", view, "png"); }
 std::string depth_file_name(int view) { return numbered("depth", view, "png"); }
+std::string true_view_file_name(int view) { return numbered("true_view", view, "txt"); }
 
 std::vector<SurfaceSample> ground_truth_samples(const Scene& scene, const std::vector<SceneCamera>& cameras,
                                                 int stride) {
@@ -85,7 +79,8 @@ void write_ground_truth_ply(const std::string& path, const std::vector<SurfaceSa
                     "property float nx\nproperty float ny\nproperty float nz\nend_header\n";
   out.reserve(out.size() + samples.size() * 24);
   for (const SurfaceSample& s : samples) {
-    for (double v : {s.point.x, s.point.y, s.point.z, s.normal.x, s.normal.y, s.normal.z}) put_float_le(out, v);
+    for (double v : {s.point.x, s.point.y, s.point.z, s.normal.x, s.normal.y, s.normal.z})
+      put_le(out, static_cast<float>(v));
   }
   write_text(path, out);
 }
@@ -104,6 +99,10 @@ SceneSummary write_scene(const Scene& scene, const SceneOptions& options) {
     throw std::runtime_error("write_scene: cannot create the directory " + summary.out_dir);
 
   const std::vector<SceneCamera> cameras = make_cameras(scene, camera_ring(options));
+  std::vector<SceneCamera> written = cameras;
+  if (options.perturbation.active())
+    for (int i = 0; i < options.views; ++i)
+      written[i] = perturb_pose(cameras[i], scene, options.perturbation, options.seed, i);
   summary.views = options.views;
   summary.width = options.width;
   summary.height = options.height;
@@ -114,13 +113,18 @@ SceneSummary write_scene(const Scene& scene, const SceneOptions& options) {
     const std::string depth = summary.out_dir + "/" + depth_file_name(i);
     write_png_rgb8(image, view.width, view.height, view.rgb);
     write_png_gray16(depth, view.width, view.height, view.depth_mm);
-    write_text(summary.out_dir + "/" + view_file_name(i), format_view_file(make_view_file(cameras[i], image, depth)));
+    write_text(summary.out_dir + "/" + view_file_name(i), format_view_file(make_view_file(written[i], image, depth)));
+    if (options.perturbation.active())
+      write_text(summary.out_dir + "/" + true_view_file_name(i),
+                 format_view_file(make_view_file(cameras[i], image, depth)));
+    write_layout_view(options.layout, summary.out_dir, i, view);
     for (double d : view.depth)
       if (d > 0) {
         depth_sum += d;
         ++summary.surface_pixels;
       }
   }
+  write_layout_index(options.layout, summary.out_dir, written);
   summary.average_depth = summary.surface_pixels ? depth_sum / static_cast<double>(summary.surface_pixels) : 0.0;
   char buf[64];
   std::snprintf(buf, sizeof buf, "%.9g\n", summary.average_depth);
@@ -140,6 +144,9 @@ std::string format_summary(const SceneSummary& s, const SceneOptions& o) {
   out << std::setprecision(9) << "  average depth: " << s.average_depth << " (average_depth.txt)\n";
   out << "  ground truth points: " << s.ground_truth_points << " (ground_truth.ply)\n";
   out << "  depth noise: " << o.noise << " at depth 1, seed " << o.seed << "\n";
+  if (o.perturbation.active())
+    out << "  pose error: " << o.perturbation.degrees << " degrees, " << o.perturbation.footprints
+        << " pixel footprints (true poses in true_view_NN.txt)\n";
   return out.str();
 }
 

@@ -4,8 +4,10 @@
 #include <string>
 #include <vector>
 
+#include "tools/scene/pose_perturbation.h"
 #include "tools/scene/scene.h"
 #include "tools/scene/scene_camera.h"
+#include "tools/scene/scene_layouts.h"
 
 namespace scene {
 
@@ -15,10 +17,14 @@ struct SceneOptions {
   int width = 640;
   int height = 480;
   double noise = 0.0;  // depth noise standard deviation at depth 1; it grows with depth squared
-  uint64_t seed = 1;   // drives the depth noise only; geometry, cameras and colours are fixed
+  uint64_t seed = 1;   // drives the depth noise and the pose error; geometry, true cameras and colours are fixed
   double principal_offset_x = 0.0;  // principal point shift from the image centre, in pixels
   double principal_offset_y = 0.0;
   int ground_truth_stride = 4;  // ground truth from pixels whose x and y are multiples of this
+  Layout layout = Layout::none;  // another tool's layout written beside the view files
+  // Moves the poses written into the view files (and layouts) away from the rendered ones; the
+  // true poses then go to true_view_NN.txt.
+  PosePerturbation perturbation;
 };
 
 struct SurfaceSample {
@@ -36,10 +42,14 @@ struct SceneSummary {
 
 CameraRing camera_ring(const SceneOptions& options);
 
+// Writes text to a file; throws std::runtime_error naming the path when that fails.
+void write_text(const std::string& path, const std::string& text);
+
 // "view_00.txt", "image_00.png", "depth_00.png" for view 0, and so on.
 std::string view_file_name(int view);
 std::string image_file_name(int view);
 std::string depth_file_name(int view);
+std::string true_view_file_name(int view);  // "true_view_00.txt"
 
 // Exact ray hits through every stride-th pixel in x and y of every camera, views in order.
 std::vector<SurfaceSample> ground_truth_samples(const Scene& scene, const std::vector<SceneCamera>& cameras,

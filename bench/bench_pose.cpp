@@ -1,0 +1,94 @@
+// Time per call of compute_camera_pose (particle form, the pose step's arguments 0.02, 0.5, 110)
+// for one 640 x 480 view of the 16-view sample scene, its pose written 0.3 degrees and 3 pixel
+// footprints off, against the model of the 16 true depth maps (one particle per depth pixel).
+//   bench_pose [benchmark flags] [--scene DIR] [--view I]
+// The scene is written into DIR (default pose-scene in the working directory). Besides the time,
+// the counters give the rotation (degrees) and centre (pixel footprints) errors before and after,
+// the renderer's share of the time and the model size.
+
+#include <benchmark/benchmark.h>
+
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <iostream>
+#include <sstream>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "ketra/timer.h"
+#include "src/pose/compute_camera_pose.h"
+#include "src/pose/cublas_dynamic.h"
+#include "tests/pose/pose_scene.h"
+
+namespace {
+
+pose_test::PoseScene views;
+pose_test::Model model;
+int view = 3;
+
+void BM_ComputeCameraPose(benchmark::State& state) {
+  Camera const& truth = views.truth[view];
+  // One pixel at the depth of the look-at point, as the scene generator measures its pose error.
+  const double footprint = pose_test::centre_error(views.written[view], truth) / 3.0;
+  Camera camera;
+  double seconds = 0;
+  for (auto _ : state) {
+    state.PauseTiming();
+    camera = views.written[view];
+    ketra::timer::clear();
+    state.ResumeTiming();
+    const auto start = std::chrono::steady_clock::now();
+    compute_camera_pose(camera, model.particles, model.offsets, model.normals, 0.02f, 0.5f, 110);
+    seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+  }
+  state.counters["points"] = static_cast<double>(model.particles.size());
+  state.counters["rot_before_deg"] = pose_test::rotation_error_degrees(views.written[view], truth);
+  state.counters["rot_after_deg"] = pose_test::rotation_error_degrees(camera, truth);
+  state.counters["centre_before_px"] = pose_test::centre_error(views.written[view], truth) / footprint;
+  state.counters["centre_after_px"] = pose_test::centre_error(camera, truth) / footprint;
+  // The timers hold the last call's spans.
+  state.counters["render_share"] = ketra::timer::elapsedTime("rendering") / 1000.0 / seconds;
+}
+BENCHMARK(BM_ComputeCameraPose)->Unit(benchmark::kSecond)->UseRealTime()->Iterations(2);
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  benchmark::Initialize(&argc, argv);
+  std::string dir = "pose-scene";
+  for (int i = 1; i < argc; i += 2) {
+    const bool has_value = i + 1 < argc;
+    if (has_value && std::strcmp(argv[i], "--scene") == 0) {
+      dir = argv[i + 1];
+    } else if (has_value && std::strcmp(argv[i], "--view") == 0) {
+      view = std::atoi(argv[i + 1]);
+    } else {
+      std::fprintf(stderr, "bench_pose: unknown argument %s\n", argv[i]);
+      return 1;
+    }
+  }
+  if (view < 0 || view >= 16) {
+    std::fprintf(stderr, "bench_pose: --view needs a view from 0 to 15\n");
+    return 1;
+  }
+  try {
+    std::fprintf(stderr, "bench_pose: generating 16 views in %s and their model ...\n", dir.c_str());
+    std::ostringstream progress;  // the view reader's lines stay off the table
+    std::streambuf* out = std::cout.rdbuf(progress.rdbuf());
+    views = pose_test::make_pose_scene(std::filesystem::absolute(dir).string(), 16, 640, 480, 0.3, 3.0);
+    std::vector<int> all;
+    for (int i = 0; i < 16; ++i) all.push_back(i);
+    model = pose_test::true_model(views, all);
+    std::cout.rdbuf(out);
+    cublas.load();
+  } catch (const std::exception& e) {
+    std::fprintf(stderr, "bench_pose: %s\n", e.what());
+    return 1;
+  }
+  benchmark::RunSpecifiedBenchmarks();
+  benchmark::Shutdown();
+  return 0;
+}

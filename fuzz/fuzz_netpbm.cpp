@@ -1,0 +1,19 @@
+// Reads arbitrary bytes as PPM and as PGM; failures must be exceptions.
+#include <stdexcept>
+
+#include "fuzz/fuzz_file.h"
+#include "image/CTensor.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  const std::string& path = fuzz_file(data, size);
+  CTensor<float> image;
+  try {
+    image.readFromPPM(path.c_str());
+  } catch (const std::runtime_error&) {
+  }
+  try {
+    image.readFromPGM(path.c_str());
+  } catch (const std::runtime_error&) {
+  }
+  return 0;
+}

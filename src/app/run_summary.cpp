@@ -1,0 +1,42 @@
+#include "src/app/run_summary.h"
+
+#include <iomanip>
+#include <sstream>
+
+#include "src/app/model_files.h"
+
+namespace {
+
+// Below this share of the input's depth pixels, a model has lost most of the scene.
+constexpr double kTinyShare = 0.01;
+
+std::string advice(const RunSummary& run, double share) {
+  std::ostringstream s;
+  if (run.input_pixels == 0) return "The depth maps hold no depth: every pixel is 0.\n";
+  if (run.points > 0 && share >= kTinyShare) return {};
+  s << (run.points == 0 ? "The model is empty: " : "Few points were kept: ");
+  if (run.min_support_sp <= 0.0f && run.min_support <= 0.0f) {
+    s << "no support was required, so check --depth-avg against the depths of the input.\n";
+    return s.str();
+  }
+  s << "too few views confirm each surface at the support levels in force (--min-support-sp "
+    << run.min_support_sp << ", --min-support " << run.min_support
+    << "); try lower levels, e.g. --min-support-sp 1 --min-support 1, or more views of each surface.\n";
+  return s.str();
+}
+
+}  // namespace
+
+std::string format_summary(const RunSummary& run) {
+  const double share = run.input_pixels > 0 ? static_cast<double>(run.points) / run.input_pixels : 0.0;
+  std::ostringstream s;
+  s << "Finished in " << std::fixed << std::setprecision(1) << run.seconds << " s.\n";
+  s << "  superpixel model: " << run.superpixel_points << " points in " << run.output_directory
+    << kSuperpixelModelName << "\n";
+  s << "  model:            " << run.points << " points in " << run.output_directory << kModelName << ", "
+    << std::setprecision(share < 0.1 ? 2 : 1) << 100.0 * share << " % of the " << run.input_pixels
+    << " input depth pixels\n";
+  if (!run.preview_directory.empty())
+    s << "  preview:          " << run.preview_images << " images in " << run.preview_directory << "\n";
+  return s.str() + advice(run, share);
+}

@@ -1,0 +1,22 @@
+#pragma once
+
+#include <cstddef>
+#include <string>
+
+// What a finished run tells its user.
+struct RunSummary {
+  std::size_t superpixel_points = 0;  // in the superpixel-level model
+  std::size_t points = 0;             // in the model
+  std::size_t input_pixels = 0;       // input depth pixels with a depth
+  double seconds = 0.0;               // wall time
+  std::string output_directory;
+  float min_support_sp = 0.0f;
+  float min_support = 0.0f;
+  std::string preview_directory;  // where the preview images went; empty without them
+  int preview_images = 0;
+};
+
+// The closing lines: the points and path of each model, the share of input depth pixels the
+// model kept and the wall time; when that share is tiny or the model is empty, one line more
+// that says why and what to try.
+std::string format_summary(const RunSummary& run);

@@ -1,0 +1,141 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <filesystem>
+#include <string>
+
+#include "src/core/settings.h"
+#include "src/pose/compute_camera_pose.h"
+#include "src/pose/cublas_dynamic.h"
+#include "src/render/points.h"
+#include "src/render/render_buffer.h"
+#include "src/render/render_points.h"
+#include "tests/pose/pose_scene.h"
+#include "tests/support/io_test_support.h"
+#include "tests/support/ketra_test_support.h"
+
+using namespace pose_test;
+
+namespace {
+
+// Eight views of 160 x 120 pixels written with poses 0.5 degrees and 3 pixel footprints off.
+// Aligned down to 50 rows: levels of 80 x 60 and 160 x 120 pixels.
+constexpr int views = 8;
+constexpr int min_height = 50;
+
+PoseScene const& scene_with_pose_errors() {
+  static const PoseScene s =
+      make_pose_scene(std::string(QUILLARA_TEST_TMP) + "/pose_errors", views, 160, 120, 0.5, 3.0);
+  return s;
+}
+
+struct PoseErrors {
+  double degrees, distance;
+};
+
+PoseErrors errors(Camera const& camera, Camera const& truth) {
+  return {rotation_error_degrees(camera, truth), centre_error(camera, truth)};
+}
+
+void print_row(int view, PoseErrors before, PoseErrors after) {
+  std::printf("  view %d: rotation %.4f -> %.4f degrees, centre %.5f -> %.5f\n", view, before.degrees, after.degrees,
+              before.distance, after.distance);
+}
+
+bool halved(PoseErrors before, PoseErrors after) {
+  return after.degrees <= 0.5 * before.degrees && after.distance <= 0.5 * before.distance;
+}
+
+// A device test with the BLAS loaded.
+class ComputeCameraPose : public KetraTest {
+ protected:
+  static void SetUpTestSuite() { cublas.load(); }
+};
+
+}  // namespace
+
+// Against the model a perfect fusion of the true depth maps gives, each view starting from its
+// written pose: the rotation and the centre error must both halve for most views.
+TEST_F(ComputeCameraPose, ParticleModelHalvesThePoseErrorOfMostViews) {
+  PoseScene const& s = scene_with_pose_errors();
+  std::vector<int> all;
+  for (int i = 0; i < views; ++i) all.push_back(i);
+  const Model model = true_model(s, all);
+  int improved = 0;
+  for (int i = 0; i < views; ++i) {
+    Camera camera = s.written[i];
+    const PoseErrors before = errors(camera, s.truth[i]);
+    compute_camera_pose(camera, model.particles, model.offsets, model.normals, 0.02f, 0.5f, min_height);
+    const PoseErrors after = errors(camera, s.truth[i]);
+    print_row(i, before, after);
+    improved += halved(before, after);
+  }
+  EXPECT_GE(improved, 6);
+}
+
+// A view aligned to its neighbour's depth map and image, warped into it.
+TEST_F(ComputeCameraPose, ReferenceDepthMapHalvesThePoseErrorOfAViewPair) {
+  PoseScene const& s = scene_with_pose_errors();
+  Camera camera = s.written[1];
+  const PoseErrors before = errors(camera, s.truth[1]);
+  compute_camera_pose(camera, s.truth[0], s.depth[0], 0.5f, min_height);
+  const PoseErrors after = errors(camera, s.truth[1]);
+  print_row(1, before, after);
+  EXPECT_TRUE(halved(before, after));
+}
+
+// A view whose image is the model's own rendering from its pose: the first round finds nothing
+// to correct, so each level ends after one rendering and the pose stays.
+TEST_F(ComputeCameraPose, APerfectViewConvergesAtOnceWithThePoseUnchanged) {
+  PoseScene const& s = scene_with_pose_errors();
+  const Model model = true_model(s, {0, 1, 7});
+  Camera camera = s.truth[0];
+  Points points = createPoints(model.particles, model.offsets, model.normals);
+  RenderBuffer rb = createRenderBuffer(camera.width, camera.height);
+  render_points(rb, points, camera, 0.02f, 0.0f, empty_depth, 1.0f);
+  const std::vector<uchar4> rendered = download(rb.image);
+  std::copy(rendered.begin(), rendered.end(), camera.image.data);
+  freeRenderBuffer(rb);
+  freePoints(points);
+
+  const std::filesystem::path cwd = std::filesystem::current_path(), dir = io_test::scratch_dir();
+  std::filesystem::current_path(dir);
+  debug_images_camera_pose = true;
+  compute_camera_pose(camera, model.particles, model.offsets, model.normals, 0.02f, 0.5f, camera.height);
+  debug_images_camera_pose = false;
+  std::filesystem::current_path(cwd);
+
+  EXPECT_TRUE(std::filesystem::exists(dir / "rendered_color_0_000.png"));
+  EXPECT_TRUE(std::filesystem::exists(dir / "valid_pixels_0_000.png"));
+  EXPECT_FALSE(std::filesystem::exists(dir / "rendered_color_0_001.png"));
+  for (int i = 0; i < 9; ++i) EXPECT_NEAR(camera.R[i], s.truth[0].R[i], 1e-6f) << i;
+  for (int i = 0; i < 3; ++i) EXPECT_NEAR(camera.t[i], s.truth[0].t[i], 1e-6f) << i;
+}
+
+// Below the smallest level height no level runs: the pose stays and nothing is checked or made.
+TEST_F(ComputeCameraPose, AViewLowerThanTheSmallestLevelKeepsItsPose) {
+  Camera camera = scene_with_pose_errors().written[2];
+  const Camera before = camera;
+  compute_camera_pose(camera, {}, {}, {}, 0.02f, 0.5f, camera.height + 1);
+  EXPECT_EQ(std::vector<float>(camera.R, camera.R + 9), std::vector<float>(before.R, before.R + 9));
+  EXPECT_EQ(std::vector<float>(camera.t, camera.t + 3), std::vector<float>(before.t, before.t + 3));
+}
+
+TEST_F(ComputeCameraPose, InputsThatCannotBeAlignedAreErrors) {
+  PoseScene const& s = scene_with_pose_errors();
+  Camera camera = s.written[1];
+  EXPECT_EQ(message_of([&] { compute_camera_pose(camera, {}, {}, {}, 0.02f, 0.5f, min_height); }),
+            "compute_camera_pose: camera 1: the model has no particles");
+  EXPECT_EQ(message_of([&] { compute_camera_pose(camera, {}, {}, {}, 0.02f, 1.0f, min_height); }),
+            "compute_camera_pose: camera 1: the pyramid factor must lie between 0 and 1, got 1.000000");
+  // A depth map of another size than its image, as view files may name them.
+  CMatrix<float> half(80, 60);
+  EXPECT_EQ(message_of([&] { compute_camera_pose(camera, s.truth[0], half, 0.5f, min_height); }),
+            "compute_camera_pose: camera 1: the reference depth map is 80 x 60 pixels, the reference image 160 x "
+            "120 pixels");
+  Camera no_image = camera;
+  no_image.image = CMatrix<uchar4>();
+  EXPECT_EQ(message_of([&] { compute_camera_pose(no_image, s.truth[0], s.depth[0], 0.5f, min_height); }),
+            "compute_camera_pose: camera 1: its image is 0 x 0 pixels, its size 160 x 120");
+}

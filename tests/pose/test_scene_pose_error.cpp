@@ -1,0 +1,88 @@
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <filesystem>
+#include <set>
+#include <string>
+
+#include "tests/support/io_test_support.h"
+#include "tests/support/run_process.h"
+#include "tools/scene/scene_files.h"
+
+namespace fs = std::filesystem;
+using io_test::read_bytes;
+using io_test::scratch_path;
+using namespace scene;
+
+namespace {
+
+std::string generate(std::string const& name, std::vector<std::string> extra) {
+  const std::string out = scratch_path(name);
+  fs::remove_all(out);
+  std::vector<std::string> args = {"--out", out, "--views", "3", "--width", "48", "--height", "40"};
+  args.insert(args.end(), extra.begin(), extra.end());
+  const e2e::Result r = e2e::run(QUILLARA_SCENE_BIN, io_test::scratch_dir(), args);
+  EXPECT_EQ(r.status, 0) << r.err;
+  return out;
+}
+
+double rotation_degrees(ViewFile const& a, ViewFile const& b) {
+  double trace = 0;  // of Ra Rb^T
+  for (int i = 0; i < 9; ++i) trace += a.R[i] * b.R[i];
+  return std::acos(std::fmin(1.0, (trace - 1.0) / 2.0)) * 180.0 / M_PI;
+}
+
+Vec3 centre(ViewFile const& v) {
+  return transpose_times(Mat3{{v.R[0], v.R[1], v.R[2], v.R[3], v.R[4], v.R[5], v.R[6], v.R[7], v.R[8]}},
+                         -Vec3{v.t[0], v.t[1], v.t[2]});
+}
+
+}  // namespace
+
+// The written poses are off by the requested angle and distance, in directions that differ per
+// view and seed; images and depth maps are those of the true poses, which true_view_NN.txt hold.
+TEST(ScenePoseError, WrittenPosesCarryAKnownErrorAndTheTruePosesAreKept) {
+  const std::string plain = generate("plain", {});
+  const std::string moved = generate("moved", {"--pose-error", "0.4,2.5", "--seed", "3"});
+  const std::string other_seed = generate("other_seed", {"--pose-error=0.4,2.5", "--seed", "4"});
+
+  std::set<std::string> files;
+  for (auto const& e : fs::directory_iterator(moved)) files.insert(e.path().filename().string());
+  EXPECT_TRUE(files.count("true_view_02.txt")) << "true poses";
+  EXPECT_EQ(files.size(), 14u);
+
+  const Scene world = make_default_scene();
+  for (int v = 0; v < 3; ++v) {
+    for (std::string const& name : {image_file_name(v), depth_file_name(v)})
+      EXPECT_EQ(read_bytes(plain + "/" + name), read_bytes(moved + "/" + name)) << name;
+    const ViewFile truth = read_view_file(moved + "/" + true_view_file_name(v));
+    const ViewFile written = read_view_file(moved + "/" + view_file_name(v));
+    const ViewFile reference = read_view_file(plain + "/" + view_file_name(v));
+    for (int i = 0; i < 9; ++i) EXPECT_EQ(truth.R[i], reference.R[i]);
+    for (int i = 0; i < 3; ++i) EXPECT_EQ(truth.t[i], reference.t[i]);
+
+    EXPECT_NEAR(rotation_degrees(written, truth), 0.4, 0.01) << v;
+    // The footprint of one pixel at the depth of the point every camera looks at.
+    const Vec3 c = centre(truth);
+    const double depth = dot(world.look_at - c, Vec3{truth.R[6], truth.R[7], truth.R[8]});
+    EXPECT_NEAR(length(centre(written) - c) / (depth / truth.K[0]), 2.5, 0.01) << v;
+
+    const ViewFile other = read_view_file(other_seed + "/" + view_file_name(v));
+    EXPECT_GT(length(centre(other) - centre(written)), 0.1 * length(centre(written) - c)) << v;
+  }
+  const Vec3 shift0 = centre(read_view_file(moved + "/" + view_file_name(0))) -
+                      centre(read_view_file(moved + "/" + true_view_file_name(0)));
+  const Vec3 shift1 = centre(read_view_file(moved + "/" + view_file_name(1))) -
+                      centre(read_view_file(moved + "/" + true_view_file_name(1)));
+  EXPECT_LT(dot(shift0, shift1) / (length(shift0) * length(shift1)), 0.99) << "same direction for two views";
+}
+
+TEST(ScenePoseError, MalformedValuesAreRefused) {
+  for (std::string const value : {"0.5", "0.5,x", "-1,2", "46,1", "1,2000"}) {
+    const e2e::Result r = e2e::run(QUILLARA_SCENE_BIN, io_test::scratch_dir(),
+                                   {"--out", scratch_path("refused"), "--pose-error", value});
+    EXPECT_EQ(r.status, 1) << value;
+    EXPECT_EQ(r.err, "quillara-scene: --pose-error needs DEGREES,FOOTPRINTS with 0 to 45 degrees and 0 to 1000 "
+                     "footprints, got '" + value + "'\nRun 'quillara-scene --help' for usage.\n");
+  }
+}

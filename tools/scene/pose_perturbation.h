@@ -1,0 +1,25 @@
+#pragma once
+
+#include <cstdint>
+
+#include "tools/scene/scene.h"
+#include "tools/scene/scene_camera.h"
+
+namespace scene {
+
+// A known error of a written camera pose: a rotation by `degrees` about an axis and a shift of
+// the camera centre by `footprints` pixel footprints (the world size of one pixel at the depth
+// of the scene's look-at point) in a direction, both directions drawn from the seed and the view.
+struct PosePerturbation {
+  double degrees = 0;
+  double footprints = 0;
+  bool active() const { return degrees != 0 || footprints != 0; }
+};
+
+// The camera with its pose moved by the perturbation: R becomes Q R (Q the rotation about the
+// drawn axis), the centre moves, t = -R centre; all numbers exact 32-bit floats as in
+// make_cameras. Intrinsics and size stay.
+SceneCamera perturb_pose(const SceneCamera& camera, const Scene& scene, const PosePerturbation& perturbation,
+                         uint64_t seed, int view);
+
+}  // namespace scene
