@@ -46,16 +46,15 @@ TEST_F(KetraTools, AllocationChecks) {
   EXPECT_EQ(device::liveAllocationCount(), 0u);
 }
 
+// An unknown host layout falls back to packed; pitched device rows are padded to 256 bytes.
 TEST_F(KetraTools, PitchesOfEachLayout) {
   Array<double, 4> host = owned(mallocHostArray<double>(make_uint4(3, 4, 5, 2), static_cast<MemLayout>(7)));
-  EXPECT_EQ(host.device, -1);
-  EXPECT_EQ(fields(host.pitch), (std::vector<unsigned int>{8, 24, 96, 480}));
   Array<float, 4> pitched = owned(mallocDeviceArray<float>(make_uint4(5, 3, 1, 1), Pitched));
-  EXPECT_EQ(pitched.device, 0);
-  EXPECT_EQ(fields(pitched.pitch), (std::vector<unsigned int>{4, 256, 768, 768}));
   Array<float, 4> packed = owned(mallocDeviceArray<float>(make_uint4(5, 3, 2, 1), Packed));
-  EXPECT_EQ(packed.pitch.y, 20u);
-  EXPECT_EQ(packed.pitch.z, 60u);
+  EXPECT_EQ(std::vector<int>({host.device, pitched.device, packed.device}), std::vector<int>({-1, 0, 0}));
+  EXPECT_EQ(fields(host.pitch), (std::vector<unsigned int>{8, 24, 96, 480}));
+  EXPECT_EQ(fields(pitched.pitch), (std::vector<unsigned int>{4, 256, 768, 768}));
+  EXPECT_EQ(fields(packed.pitch), (std::vector<unsigned int>{4, 20, 60, 120}));
 }
 
 TEST_F(KetraTools, DimensionChanges) {
@@ -72,8 +71,6 @@ TEST_F(KetraTools, DimensionChanges) {
 TEST_F(KetraTools, Ranges) {
   EXPECT_EQ(message_of([] { Range(1, -1); }),
             "Range(): the first element must be <= than the last element. first = 1,  last = -1\n");
-  EXPECT_EQ(message_of([] { Range(3, 2); }),
-            "Range(): the first element must be <= than the last element. first = 3,  last = 2\n");
   EXPECT_EQ(Range(-2, -1).first, -2);
   Array<float, 4> a = counting_host(make_uint4(4, 3, 2, 2));
   Array<float, 4> one = block(a, Range(3, 3), Range(0, -1), Range(1, 1), Range(-0, -1));
@@ -119,7 +116,8 @@ TEST_F(KetraTools, CopiesBetweenEveryPairOfLayoutsAndPlaces) {
   Array<float, 4> source = counting_host(e);
   const std::vector<float> expected = download(source);
   auto make = [&](int kind) {
-    return owned(kind == 0 ? mallocHostArray<float>(e, Packed) : mallocDeviceArray<float>(e, kind == 1 ? Pitched : Packed));
+    return owned(kind == 0 ? mallocHostArray<float>(e, Packed)
+                           : mallocDeviceArray<float>(e, kind == 1 ? Pitched : Packed));
   };
   for (int from = 0; from < 3; ++from)
     for (int to = 0; to < 3; ++to) {

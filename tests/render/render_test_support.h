@@ -14,6 +14,7 @@
 #include "src/render/points.h"
 #include "src/render/render_buffer.h"
 #include "tests/support/ketra_test_support.h"
+#include "tests/support/particle_cloud.h"
 #include "tools/scene/ray_cast.h"
 #include "tools/scene/render_view.h"
 
@@ -117,11 +118,7 @@ inline bool seen_well_by(const GeneratedView& source, const GeneratedView& targe
 // World size of one pixel at the true depth of (x, y).
 inline float footprint(const GeneratedView& v, int x, int y) { return v.depth(x, y) / v.camera.K[0]; }
 
-struct ParticleSet {
-  std::vector<Particle> particles;
-  std::vector<float> offsets;
-  std::vector<float3> normals;
-};
+using ParticleSet = cloud::ParticleSet;
 
 // One particle per seen pixel, on the true surface with the analytic normal.
 inline ParticleSet particles_of(const GeneratedView& v) {

@@ -1,8 +1,6 @@
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cmath>
-#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -10,62 +8,42 @@
 #include "src/seed/create_particles_from_superpixels.h"
 #include "src/seed/create_superpixels.h"
 #include "src/seed/particles_to_images.h"
-#include "src/app/scene_input.h"
-#include "src/core/settings.h"
-#include "tests/support/io_test_support.h"
+#include "tests/render/render_test_support.h"
 #include "tests/support/superpixel_test_support.h"
-#include "tools/scene/scene_files.h"
 
 using namespace sp_test;
 
 namespace {
 
-// One generated 48 x 40 view of the sample scene, read as a run reads it, with the principal
-// point off the image centre.
-struct View {
-  Camera camera;
-  CMatrix<float> depth;
-  float average_depth = 0.0f;
-
-  View() {
-    scene::SceneOptions options;
-    options.out_dir = io_test::scratch_path("scene");
-    options.views = 2;
-    options.width = 48;
-    options.height = 40;
-    options.principal_offset_x = 6.5;  // so that the mirrored principal point differs
-    options.principal_offset_y = -4.5;
-    const scene::SceneSummary summary = scene::write_scene(scene::make_default_scene(), options);
-    read_view(summary.out_dir + "/" + scene::view_file_name(0), 0, camera, depth);
-    average_depth = static_cast<float>(summary.average_depth);
-  }
-};
-
-std::vector<Superpixel> cut(const View& v, int count, std::string* printed = nullptr) {
+// View 0 of the renderer suites' generated ring: 120 x 90 with an off-centre principal point.
+std::vector<Superpixel> cut(const GeneratedView& v, int count, std::string* printed) {
   std::vector<Superpixel> superpixels(3);  // replaced, not appended to
   superpixels[0].pixels.emplace_back(0, 0);
+  double sum = 0;
+  int n = 0;
+  for (std::size_t p = 0; p < v.depth.size(); ++p) sum += v.depth.data[p], n += v.depth.data[p] > 0;
   testing::internal::CaptureStdout();
-  create_superpixels(superpixels, v.depth, v.camera.image, v.camera, v.average_depth, count);
-  const std::string out = testing::internal::GetCapturedStdout();
-  if (printed) *printed = out;
+  create_superpixels(superpixels, v.depth, v.camera.image, v.camera, static_cast<float>(sum / n), count);
+  *printed = testing::internal::GetCapturedStdout();
   return superpixels;
 }
 
 }  // namespace
 
 TEST(CreateSuperpixels, PartitionOfTheViewWithMeanColours) {
-  const View v;
+  const GeneratedView& v = generated(0);
+  const int W = v.camera.width, H = v.camera.height;
   std::string printed;
-  const std::vector<Superpixel> superpixels = cut(v, 30, &printed);
+  const std::vector<Superpixel> superpixels = cut(v, 60, &printed);
   EXPECT_EQ(printed, "Computing superpixels ...    created " + std::to_string(superpixels.size()) + " superpixels\n");
-  ASSERT_GT(superpixels.size(), 10u);
-  std::vector<int> owners(48 * 40, 0);
+  ASSERT_GT(superpixels.size(), 20u);
+  std::vector<int> owners(W * H, 0);
   for (const Superpixel& s : superpixels) {
     ASSERT_FALSE(s.pixels.empty());
     D3 sum = {0, 0, 0};
     for (const auto& [x, y] : s.pixels) {
-      ASSERT_TRUE(x >= 0 && x < 48 && y >= 0 && y < 40) << x << ", " << y;
-      ++owners[y * 48 + x];
+      ASSERT_TRUE(x >= 0 && x < W && y >= 0 && y < H) << x << ", " << y;
+      ++owners[y * W + x];
       const uchar4 p = v.camera.image(x, y);
       sum = {sum.x + p.x, sum.y + p.y, sum.z + p.z};
     }
@@ -77,39 +55,18 @@ TEST(CreateSuperpixels, PartitionOfTheViewWithMeanColours) {
       EXPECT_TRUE(channels[c] <= means[c] + 1e-6 && channels[c] >= std::floor(means[c]) - 1.0);
     EXPECT_EQ(s.color.w, 255);
   }
-  EXPECT_EQ(owners, std::vector<int>(48 * 40, 1));  // each pixel in exactly one superpixel
+  EXPECT_EQ(owners, std::vector<int>(W * H, 1));  // each pixel in exactly one superpixel
 }
 
 TEST(CreateSuperpixels, HandsTheLayerThePrincipalPointInImageCoordinates) {
-  View v;
+  Camera c = turned_camera(32, 24);  // principal point (7.3, 5.6) in image coordinates
   for (bool image_coordinates : {false, true}) {
-    v.camera.image_coordinates = image_coordinates;
-    const Camera& c = v.camera;
+    c.image_coordinates = image_coordinates;
+    if (image_coordinates) c.K[6] = 7.3f, c.K[7] = 5.6f;
     const dasp::Parameters p = superpixel_parameters(c, 25);
-    EXPECT_EQ(p.principal_x, image_coordinates ? c.K[6] : c.width - 1 - c.K[6]) << image_coordinates;
-    EXPECT_EQ(p.principal_y, image_coordinates ? c.K[7] : c.height - 1 - c.K[7]) << image_coordinates;
+    EXPECT_FLOAT_EQ(p.principal_x, 7.3f) << image_coordinates;
+    EXPECT_FLOAT_EQ(p.principal_y, 5.6f) << image_coordinates;
   }
-}
-
-TEST(CreateSuperpixels, DebugImagesOnlyWhenAskedNumberedPerCall) {
-  const View v;
-  const std::string saved_directory = output_directory;
-  output_directory = io_test::scratch_path("out");
-  const std::string debug = output_directory + "/debug/";
-  std::filesystem::remove_all(debug);
-  std::filesystem::create_directories(debug);
-  cut(v, 20);
-  EXPECT_TRUE(std::filesystem::is_empty(debug));
-
-  debug_write_superpixel_image = true;
-  cut(v, 20);
-  cut(v, 40);
-  debug_write_superpixel_image = false;
-  output_directory = saved_directory;
-  std::vector<std::string> written;
-  for (const auto& e : std::filesystem::directory_iterator(debug)) written.push_back(e.path().filename());
-  std::sort(written.begin(), written.end());
-  ASSERT_EQ(written, (std::vector<std::string>{"superpixels_0.png", "superpixels_1.png"}));
 }
 
 TEST(SuperpixelRoundTrip, PlaneParticlesDrawBackTheMeasuredDepth) {

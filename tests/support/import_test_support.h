@@ -60,6 +60,11 @@ inline importer::ImportSummary import(const importer::ImportOptions& options, st
   return s;
 }
 
+// Expects the import to fail with exactly `text`.
+inline void expect_refused(const importer::ImportOptions& o, const std::string& text) {
+  io_test::expect_runtime_error([&] { import(o); }, text);
+}
+
 inline importer::ImportOptions options(importer::SourceLayout layout, const std::string& source,
                                        const std::string& out_dir) {
   importer::ImportOptions o;

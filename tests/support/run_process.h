@@ -10,7 +10,6 @@
 
 #include <chrono>
 #include <csignal>
-
 #include <ostream>
 #include <string>
 #include <vector>
@@ -19,25 +18,23 @@ namespace e2e {
 
 struct Result {
   std::string out, err;
-  int status = -1;  // exit status; -1 when the process did not exit normally
-  int signal = 0;   // the signal that ended the process, 0 when it exited
+  int status = -1;         // exit status; -1 when the process did not exit normally
+  int signal = 0;          // the signal that ended the process, 0 when it exited
   bool timed_out = false;  // killed because it ran past its time limit
   bool operator==(const Result&) const = default;
 };
 
 // How the child runs: a time limit after which it is killed (so a hang fails the test instead of
-// stalling the suite), a limit on the size of the files it writes (-1: none; writes beyond it
-// fail with EFBIG), and a signal sent after a delay (0: none).
+// stalling the suite), and a limit on the size of the files it writes (-1: none; writes beyond it
+// fail with EFBIG).
 struct Limits {
   double seconds = 300.0;
   long long file_size = -1;
-  int signal = 0;
-  double signal_after = 0.0;
 };
 
 inline std::ostream& operator<<(std::ostream& os, const Result& r) {
-  return os << "{status " << r.status << ", signal " << r.signal << ", stdout \"" << r.out << "\", stderr \""
-            << r.err << "\"}";
+  return os << "{status " << r.status << ", signal " << r.signal << ", stdout \"" << r.out << "\", stderr \"" << r.err
+            << "\"}";
 }
 
 // Runs `program` in `dir` with `args` behind the program name, collecting both streams. `env` holds
@@ -79,13 +76,8 @@ inline Result run(const std::string& program, const std::string& dir, const std:
   int open_streams = 2;
   using clock = std::chrono::steady_clock;
   const clock::time_point start = clock::now();
-  bool signalled = false;
   for (;;) {
     const double elapsed = std::chrono::duration<double>(clock::now() - start).count();
-    if (limits.signal != 0 && !signalled && elapsed >= limits.signal_after) {
-      kill(pid, limits.signal);
-      signalled = true;
-    }
     if (elapsed >= limits.seconds) {
       kill(pid, SIGKILL);
       r.timed_out = true;

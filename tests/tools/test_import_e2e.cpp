@@ -11,7 +11,6 @@
 #include <vector>
 
 #include "tests/support/import_test_support.h"
-#include "tests/support/io_test_support.h"
 #include "tests/support/run_process.h"
 #include "tools/scene/model_file.h"
 
@@ -53,11 +52,11 @@ std::string on_path(const std::string& name) {
 
 // The program imports a sequence, says what it did and what to run next; quillara then fuses the
 // imported views into the very model it makes of the native ones. (The trajectory log carries
-// rotation matrices, which come through to the last bit; the model reacts to a one-bit change of
-// a rotation entry by a few percent of its points.)
+// rotation matrices, which come through to the last bit, so the models agree point for point.)
+// Three views keep the two runs short; with fewer than five the program adds a hint.
 TEST(ImportProgram, ImportedViewsFuseIntoTheNativeModel) {
   const std::string root = import_test::fresh_scratch_dir();
-  const Generated g = generate(root + "/scene", scene::Layout::log, 5);
+  const Generated g = generate(root + "/scene", scene::Layout::log, 3);
   const std::string out = root + "/imported";
   const scene::SceneCamera& c = g.cameras[0];
   char intrinsics[128];
@@ -66,31 +65,33 @@ TEST(ImportProgram, ImportedViewsFuseIntoTheNativeModel) {
   ASSERT_EQ(r.status, 0) << r.err;
   EXPECT_EQ(r.err, "");
   const std::vector<std::string> lines = lines_of(r.out);
-  ASSERT_EQ(lines.size(), 11u) << r.out;
-  EXPECT_EQ(lines[0], "Importing 5 views of trajectory-log sequence " + g.dir);
+  ASSERT_EQ(lines.size(), 10u) << r.out;
+  EXPECT_EQ(lines[0], "Importing 3 views of trajectory-log sequence " + g.dir);
   EXPECT_EQ(lines[1].rfind("  view_00.txt  000000.png  160 x 120, ", 0), 0u) << lines[1];
-  EXPECT_EQ(lines[6], "quillara-import: 5 views from trajectory-log sequence " + g.dir + " in " + out);
-  EXPECT_EQ(lines[7].rfind("  depths: ", 0), 0u) << lines[7];
-  EXPECT_EQ(lines[8], "  scale: 1 (lengths as in the source)");
-  EXPECT_EQ(lines[9], "Next:");
+  EXPECT_EQ(lines[4], "quillara-import: 3 views from trajectory-log sequence " + g.dir + " in " + out);
+  EXPECT_EQ(lines[5].rfind("  depths: ", 0), 0u) << lines[5];
+  EXPECT_EQ(lines[6], "  scale: 1 (lengths as in the source)");
+  EXPECT_EQ(lines[7], "Next:");
   const std::string command = "  quillara --out-dir " + out + "/model --depth-avg ";
-  ASSERT_EQ(lines[10].rfind(command, 0), 0u) << lines[10];
-  EXPECT_EQ(lines[10].substr(lines[10].find(" -- ")), " -- " + out + "/view_*.txt");
+  ASSERT_EQ(lines[8].rfind(command, 0), 0u) << lines[8];
+  EXPECT_EQ(lines[8].substr(lines[8].find(" -- ")), " -- " + out + "/view_*.txt");
+  EXPECT_EQ(lines[9],
+            "  (with fewer than 5 views, add --min-support-sp 1 --min-support 1: support counts confirming views)");
 
   // The suggested average depth is the median depth, close to the generator's mean.
   std::ifstream mean_file(g.dir + "/average_depth.txt");
   std::string mean;
   mean_file >> mean;
-  EXPECT_NEAR(std::stod(lines[10].substr(command.size())), std::stod(mean), 0.25 * std::stod(mean));
+  EXPECT_NEAR(std::stod(lines[8].substr(command.size())), std::stod(mean), 0.25 * std::stod(mean));
 
   std::vector<std::string> native, imported;
-  for (int v = 0; v < 5; ++v) {
+  for (int v = 0; v < 3; ++v) {
     native.push_back(g.dir + "/" + scene::view_file_name(v));
     imported.push_back(out + "/" + scene::view_file_name(v));
   }
   const std::vector<scene::ModelPoint> a = fuse(root + "/model_native", mean, native);
   const std::vector<scene::ModelPoint> b = fuse(root + "/model_imported", mean, imported);
-  ASSERT_GT(a.size(), 1000u);
+  ASSERT_GT(a.size(), 300u);  // three views 120 degrees apart confirm few points
   ASSERT_EQ(a.size(), b.size());
   double largest = 0;
   for (size_t i = 0; i < a.size(); ++i)
@@ -98,16 +99,10 @@ TEST(ImportProgram, ImportedViewsFuseIntoTheNativeModel) {
   EXPECT_LT(largest, 1e-6);
 }
 
+// Problems with the files and with the command line alike; the readers' texts are checked in
+// test_import_formats.cpp.
 TEST(ImportProgram, ProblemsAreOneLineAndExitStatusOne) {
   const std::string root = import_test::fresh_scratch_dir();
-  const Generated g = generate(root + "/scene", scene::Layout::colmap_text, 2);
-  io_test::write_bytes(g.dir + "/sparse/cameras.txt", "1 SIMPLE_RADIAL 160 120 131 80 60 0.01\n");
-  EXPECT_EQ(e2e::run(QUILLARA_IMPORT_BIN, root, {"colmap", g.dir, "out"}),
-            (e2e::Result{"",
-                         "quillara-import: " + g.dir +
-                             "/sparse/cameras.txt: camera 1 uses the SIMPLE_RADIAL model; only PINHOLE and "
-                             "SIMPLE_PINHOLE cameras can be imported (undistort the images first)\n",
-                         1}));
   EXPECT_EQ(e2e::run(QUILLARA_IMPORT_BIN, root, {"tum", root + "/nothing", "out"}),
             (e2e::Result{"", "quillara-import: " + root + "/nothing: no such folder\n", 1}));
   EXPECT_EQ(e2e::run(QUILLARA_IMPORT_BIN, root, {"tum", "in", "out", "--every", "x"}),

@@ -4,7 +4,6 @@
 #include <cstdint>
 #include <cstring>
 #include <filesystem>
-#include <functional>
 #include <string>
 #include <vector>
 
@@ -15,25 +14,15 @@
 #include "tools/import/depth_array.h"
 #include "tools/import/depth_scaling.h"
 #include "tools/import/import_arguments.h"
-#include "tools/import/import_error.h"
 #include "tools/import/log_sequence.h"
 #include "tools/import/tum_sequence.h"
 
+using io_test::expect_runtime_error;
 using io_test::scratch_path;
 using io_test::write_bytes;
 using namespace importer;
 
 namespace {
-
-// Runs f and expects an ImportError with exactly the given text.
-void expect_import_error(const std::function<void()>& f, const std::string& text) {
-  try {
-    f();
-    ADD_FAILURE() << "no error, expected: " << text;
-  } catch (const ImportError& e) {
-    EXPECT_EQ(std::string(e.what()), text);
-  }
-}
 
 template <typename T>
 void put(std::string& out, T value) {
@@ -79,36 +68,29 @@ TEST(DepthScaling, IntegerSourcesKeepTheirValuesAndFloatSourcesScaleWhenNeeded) 
 }
 
 TEST(ColmapModel, RefusesOtherCameraModelsAndMalformedEntries) {
-  const std::string cameras_txt = scratch_path("cameras.txt"), cameras_bin = scratch_path("cameras.bin"),
-                    images_txt = scratch_path("images.txt"), images_bin = scratch_path("images.bin");
+  const std::string path = scratch_path("model");
+  // Each reader of a sparse model file, on `bytes`, must fail with `error` after the path.
+  const auto refused = [&](auto reader, const std::string& bytes, const std::string& error) {
+    write_bytes(path, bytes);
+    expect_runtime_error([&] { reader(path); }, path + ": " + error);
+  };
+  const auto cameras_txt = [](const std::string& p) { read_colmap_cameras_text(p); };
+  const auto cameras_bin = [](const std::string& p) { read_colmap_cameras_binary(p); };
+  const auto images_txt = [](const std::string& p) { read_colmap_images_text(p); };
+  const auto images_bin = [](const std::string& p) { read_colmap_images_binary(p); };
   const std::string refusal =
       " model; only PINHOLE and SIMPLE_PINHOLE cameras can be imported (undistort the images first)";
-  write_bytes(cameras_txt, "# a comment\n1 PINHOLE 640 480 500 500 320 240\n3 OPENCV 640 480 1 2 3 4 5 6 7 8\n");
-  expect_import_error([&] { read_colmap_cameras_text(cameras_txt); },
-                      cameras_txt + ": camera 3 uses the OPENCV" + refusal);
-  write_bytes(cameras_bin,
-              with_count(2, binary_camera(1, 1, {500, 500, 320, 240}) + binary_camera(7, 4, {1, 2, 3, 4, 5, 6, 7, 8})));
-  expect_import_error([&] { read_colmap_cameras_binary(cameras_bin); },
-                      cameras_bin + ": camera 7 uses the OPENCV" + refusal);
-  write_bytes(cameras_bin, with_count(1, binary_camera(2, 99, {})));
-  expect_import_error([&] { read_colmap_cameras_binary(cameras_bin); },
-                      cameras_bin + ": camera 2 uses the unknown (number 99)" + refusal);
-
-  write_bytes(cameras_txt, "1 PINHOLE 640 480 500 500 320\n");
-  expect_import_error([&] { read_colmap_cameras_text(cameras_txt); },
-                      cameras_txt + ": line 1: a PINHOLE camera has 4 parameters, found 3");
-  write_bytes(cameras_bin, with_count(1, binary_camera(1, 0, {500, 320, 240})) + "x");
-  expect_import_error([&] { read_colmap_cameras_binary(cameras_bin); },
-                      cameras_bin + ": has data behind its last entry");
-
-  write_bytes(images_txt, "\n1 1 0 0 0 0 0 0 1\n\n");
-  expect_import_error([&] { read_colmap_images_text(images_txt); },
-                      images_txt + ": line 2: expected IMAGE_ID QW QX QY QZ TX TY TZ CAMERA_ID NAME");
-  write_bytes(images_txt, "1 1 0 zero 0 0 0 0 1 a.png\n\n");
-  expect_import_error([&] { read_colmap_images_text(images_txt); }, images_txt + ": line 1: expected numbers as pose");
-  write_bytes(images_txt, "1 1 0 0 0 0 0 0 1 a.png\n1.5 2.5\n");
-  expect_import_error([&] { read_colmap_images_text(images_txt); },
-                      images_txt + ": line 2: expected 2-D points as triples X Y POINT3D_ID");
+  refused(cameras_txt, "# a comment\n1 PINHOLE 640 480 500 500 320 240\n3 OPENCV 640 480 1 2 3 4 5 6 7 8\n",
+          "camera 3 uses the OPENCV" + refusal);
+  refused(cameras_bin,
+          with_count(2, binary_camera(1, 1, {500, 500, 320, 240}) + binary_camera(7, 4, {1, 2, 3, 4, 5, 6, 7, 8})),
+          "camera 7 uses the OPENCV" + refusal);
+  refused(cameras_bin, with_count(1, binary_camera(2, 99, {})), "camera 2 uses the unknown (number 99)" + refusal);
+  refused(cameras_txt, "1 PINHOLE 640 480 500 500 320\n", "line 1: a PINHOLE camera has 4 parameters, found 3");
+  refused(cameras_bin, with_count(1, binary_camera(1, 0, {500, 320, 240})) + "x", "has data behind its last entry");
+  refused(images_txt, "\n1 1 0 0 0 0 0 0 1\n\n", "line 2: expected IMAGE_ID QW QX QY QZ TX TY TZ CAMERA_ID NAME");
+  refused(images_txt, "1 1 0 zero 0 0 0 0 1 a.png\n\n", "line 1: expected numbers as pose");
+  refused(images_txt, "1 1 0 0 0 0 0 0 1 a.png\n1.5 2.5\n", "line 2: expected 2-D points as triples X Y POINT3D_ID");
 
   // One image whose 2-D points are cut off.
   std::string image;
@@ -117,21 +99,20 @@ TEST(ColmapModel, RefusesOtherCameraModelsAndMalformedEntries) {
   put<uint32_t>(image, 1);
   image += std::string("a.png") + '\0';
   put<uint64_t>(image, 2);
-  write_bytes(images_bin, with_count(1, image + std::string(30, '\0')));
-  expect_import_error([&] { read_colmap_images_binary(images_bin); },
-                      images_bin + ": ends in the middle of an entry (truncated, or not a sparse model file)");
-  write_bytes(images_bin, with_count(1, image + std::string(48, '\0')));
-  EXPECT_EQ(read_colmap_images_binary(images_bin).at(0).name, "a.png");
+  refused(images_bin, with_count(1, image + std::string(30, '\0')),
+          "ends in the middle of an entry (truncated, or not a sparse model file)");
+  write_bytes(path, with_count(1, image + std::string(48, '\0')));
+  EXPECT_EQ(read_colmap_images_binary(path).at(0).name, "a.png");
 }
 
 TEST(ColmapWorkspace, NeedsASparseModelWhoseImagesHaveCameras) {
   const std::string ws = import_test::fresh_scratch_dir();
   std::filesystem::create_directories(ws + "/sparse");
-  expect_import_error([&] { read_colmap_workspace(ws, DepthChoice::automatic); },
-                      ws + "/sparse: no sparse model (cameras.bin and images.bin, or cameras.txt and images.txt)");
+  expect_runtime_error([&] { read_colmap_workspace(ws, DepthChoice::automatic); },
+                       ws + "/sparse: no sparse model (cameras.bin and images.bin, or cameras.txt and images.txt)");
   write_bytes(ws + "/sparse/cameras.txt", "1 SIMPLE_PINHOLE 640 480 500 320 240\n");
   write_bytes(ws + "/sparse/images.txt", "4 1 0 0 0 0 0 0 2 a.png\n\n");
-  expect_import_error(
+  expect_runtime_error(
       [&] { read_colmap_workspace(ws, DepthChoice::automatic); },
       ws + "/sparse/images.txt: image 4 refers to camera 2, which " + ws + "/sparse/cameras.txt does not hold");
 }
@@ -148,12 +129,12 @@ TEST(DepthArrayFile, ReadsRowsAndRefusesBadHeadersAndSizes) {
   EXPECT_EQ(a.values, (std::vector<float>{1, 2, 3, 4, 5, 6.5f}));
 
   write_bytes(path, data.substr(0, data.size() - 1));
-  expect_import_error([&] { read_depth_array(path); }, path + ": holds 23 bytes of data, but 3 x 2 floats take 24");
+  expect_runtime_error([&] { read_depth_array(path); }, path + ": holds 23 bytes of data, but 3 x 2 floats take 24");
   write_bytes(path, "3&2&3&" + data.substr(6));
-  expect_import_error([&] { read_depth_array(path); }, path + ": has 3 channels; a depth map has 1");
+  expect_runtime_error([&] { read_depth_array(path); }, path + ": has 3 channels; a depth map has 1");
   write_bytes(path, "P5\n3 2\n255\n");
-  expect_import_error([&] { read_depth_array(path); },
-                      path + ": expected a header \"width&height&channels&\" (not a depth map file)");
+  expect_runtime_error([&] { read_depth_array(path); },
+                       path + ": expected a header \"width&height&channels&\" (not a depth map file)");
 }
 
 // Between two entries the pose is interpolated; beyond the ends, or across a gap, only an entry
@@ -183,25 +164,19 @@ TEST(TumSequence, PosesComeFromTheTrajectoryAroundTheFrameTime) {
 }
 
 TEST(TumSequence, MalformedListsNameFileAndLine) {
-  const std::string dir = import_test::fresh_scratch_dir();
+  const std::string dir = import_test::fresh_scratch_dir(), truth = dir + "/groundtruth.txt";
   write_bytes(dir + "/rgb.txt", "# colour\n1.0 rgb/1.png\n");
   write_bytes(dir + "/depth.txt", "# depth\n1.0 depth/1.png extra\n");
-  write_bytes(dir + "/groundtruth.txt", "1.0 0 0 0 0 0 0 1\n");
-  const Intrinsics k{525, 525, 319.5, 239.5};
-  expect_import_error([&] { read_tum_sequence(dir, dir + "/groundtruth.txt", k, 5000); },
-                      dir + "/depth.txt: line 2: expected \"timestamp path\"");
+  const auto refused = [&](const std::string& text, const std::string& trajectory, const std::string& error) {
+    write_bytes(truth, text);
+    expect_runtime_error([&] { read_tum_sequence(dir, trajectory, {525, 525, 319.5, 239.5}, 5000); }, error);
+  };
+  refused("1.0 0 0 0 0 0 0 1\n", truth, dir + "/depth.txt: line 2: expected \"timestamp path\"");
   write_bytes(dir + "/depth.txt", "1.0 depth/1.png\n");
-  write_bytes(dir + "/groundtruth.txt", "# truth\n\n1.0 0 0 0 0 0 1\n");
-  expect_import_error([&] { read_tum_sequence(dir, dir + "/groundtruth.txt", k, 5000); },
-                      dir + "/groundtruth.txt: line 3: expected \"timestamp tx ty tz qx qy qz qw\"");
-  write_bytes(dir + "/groundtruth.txt", "1.0 0 0 nan 0 0 0 1\n");
-  expect_import_error([&] { read_tum_sequence(dir, dir + "/groundtruth.txt", k, 5000); },
-                      dir + "/groundtruth.txt: line 1: expected \"timestamp tx ty tz qx qy qz qw\" as numbers");
-  write_bytes(dir + "/groundtruth.txt", "1.0 0 0 0 0 0 0 0\n");
-  expect_import_error([&] { read_tum_sequence(dir, dir + "/groundtruth.txt", k, 5000); },
-                      dir + "/groundtruth.txt: line 1: zero rotation quaternion");
-  expect_import_error([&] { read_tum_sequence(dir, dir + "/missing.txt", k, 5000); },
-                      dir + "/missing.txt: cannot open");
+  refused("# truth\n\n1.0 0 0 0 0 0 1\n", truth, truth + ": line 3: expected \"timestamp tx ty tz qx qy qz qw\"");
+  refused("1.0 0 0 nan 0 0 0 1\n", truth, truth + ": line 1: expected \"timestamp tx ty tz qx qy qz qw\" as numbers");
+  refused("1.0 0 0 0 0 0 0 0\n", truth, truth + ": line 1: zero rotation quaternion");
+  refused("", dir + "/missing.txt", dir + "/missing.txt: cannot open");
 }
 
 TEST(LogSequence, MalformedTrajectoriesNameFileAndLine) {
@@ -215,20 +190,20 @@ TEST(LogSequence, MalformedTrajectoriesNameFileAndLine) {
     return read_log_sequence(dir, log, k, 1000);
   };
   EXPECT_EQ(read("0 0 2\n" + identity).views.at(0).depth_path, dir + "/depth/1.png");
-  expect_import_error([&] { read("0 0 1\n" + identity + "1 1 2\n1 0 0 0\n"); },
-                      log + ": line 7: the file ends inside a block of 5 lines");
-  expect_import_error([&] { read("0 0\n" + identity); },
-                      log + ": line 1: expected a block head \"id id frame\" of three integers");
-  expect_import_error([&] { read("0 0 1\n1 0 0 0\n0 1 0 0\n0 0 1 0\n0 0 1 1\n"); },
-                      log + ": line 5: the last matrix row must be 0 0 0 1");
-  expect_import_error([&] { read("0 0 1\n1 0 0 0\n0 2 0 0\n0 0 1 0\n0 0 0 1\n"); },
-                      log + ": line 2: the upper left 3x3 of the matrix is not a rotation");
-  expect_import_error([&] { read("0 0 1\n1 0 0 0\n0 1 0 x\n0 0 1 0\n0 0 0 1\n"); },
-                      log + ": line 3: expected a matrix row of 4 numbers");
-  expect_import_error([&] { read("0 0 3\n" + identity); },
-                      log + ": frame 3 does not exist; frames count from 1 to the 2 images of depth/");
+  expect_runtime_error([&] { read("0 0 1\n" + identity + "1 1 2\n1 0 0 0\n"); },
+                       log + ": line 7: the file ends inside a block of 5 lines");
+  expect_runtime_error([&] { read("0 0\n" + identity); },
+                       log + ": line 1: expected a block head \"id id frame\" of three integers");
+  expect_runtime_error([&] { read("0 0 1\n1 0 0 0\n0 1 0 0\n0 0 1 0\n0 0 1 1\n"); },
+                       log + ": line 5: the last matrix row must be 0 0 0 1");
+  expect_runtime_error([&] { read("0 0 1\n1 0 0 0\n0 2 0 0\n0 0 1 0\n0 0 0 1\n"); },
+                       log + ": line 2: the upper left 3x3 of the matrix is not a rotation");
+  expect_runtime_error([&] { read("0 0 1\n1 0 0 0\n0 1 0 x\n0 0 1 0\n0 0 0 1\n"); },
+                       log + ": line 3: expected a matrix row of 4 numbers");
+  expect_runtime_error([&] { read("0 0 3\n" + identity); },
+                       log + ": frame 3 does not exist; frames count from 1 to the 2 images of depth/");
   write_bytes(dir + "/depth/2.png", "");
-  expect_import_error([&] { read("0 0 1\n" + identity); }, dir + ": color/ holds 2 files but depth/ holds 3");
+  expect_runtime_error([&] { read("0 0 1\n" + identity); }, dir + ": color/ holds 2 files but depth/ holds 3");
 }
 
 TEST(ImportArguments, OptionsBelongToTheirLayouts) {
