@@ -1,0 +1,45 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace depth_tool {
+
+// Which matching costs build the volume.
+enum class Costs {
+  ncc,         // normalised cross-correlation, the other view warped per label (the fast form)
+  ncc_direct,  // the same score with every window pixel reprojected by itself
+  sad,         // absolute colour differences of single pixels
+};
+
+struct DepthOptions {
+  std::string out_dir;
+  std::vector<std::string> views;  // the view files behind "--"
+  int neighbours = 4;              // at most this many other views per cost volume
+  int labels = 128;                // depths tried per pixel, uniform in inverse depth
+  int paths = 8;                   // scan directions of semi-global matching: 4, 8, 16 or 32
+  bool range_given = false;        // --depth-range; else from each view's input depth map
+  float near = 0.0f, far = 0.0f;
+  // Single-pixel differences beat the correlation windows on views with one exposure: the
+  // windows blur across the strong foreshortening of wide baselines.
+  Costs costs = Costs::sad;
+  float P1 = 0.1f;      // penalty of a change by one label
+  float P2 = 1.0f;      // penalty of a larger change in flat image regions
+  float P2_edge = 0.2f; // the same across strong colour edges
+};
+
+struct ParsedDepthArguments {
+  enum class Action { run, help, error };
+  Action action = Action::run;
+  DepthOptions options;
+  std::string error;  // one line without the program name, for Action::error
+};
+
+// Parses the arguments behind the program name: options (value as the next argument or after
+// '='), then "--" and the view files.
+ParsedDepthArguments parse_depth_arguments(const std::vector<std::string>& args);
+
+// The text printed by --help.
+std::string depth_usage();
+
+}  // namespace depth_tool
