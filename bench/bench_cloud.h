@@ -31,6 +31,14 @@ inline double peak_rss_bytes() {
   return static_cast<double>(usage.ru_maxrss) * 1024.0;
 }
 
+// Processor time of the process so far, all threads, user and system, in seconds.
+inline double process_cpu_seconds() {
+  rusage usage{};
+  getrusage(RUSAGE_SELF, &usage);
+  return static_cast<double>(usage.ru_utime.tv_sec + usage.ru_stime.tv_sec) +
+         1e-6 * static_cast<double>(usage.ru_utime.tv_usec + usage.ru_stime.tv_usec);
+}
+
 // Keeps the progress lines of the operators off the benchmark table.
 struct QuietStdout {
   std::ostringstream sink;

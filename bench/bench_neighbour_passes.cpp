@@ -38,13 +38,19 @@ struct Fixture {
 };
 
 // Counts the delivered pairs of a pass.
+template <bool self>
 struct CountPairsFunctor {
   using Out_t = float;
-  float pairs = 0.0f;
+  static constexpr bool with_self = self;
   void setup(const NeighbourPass&) {}
-  void start(int, const float3&) { pairs = 0.0f; }
-  void pair(int, const float3&) { pairs += 1.0f; }
-  Out_t finish() const { return pairs; }
+  void gather(const NeighbourList&) {}
+  void run(const CellBatch& batch, const NeighbourList& list, Out_t* out) const {
+    for (int l = 0; l < batch.count; ++l) {
+      int own = 0;
+      for (int e = 0; e < list.size(); ++e) own += list.index[e] == batch.index[l];
+      out[l] = static_cast<float>(list.size() - own) + (with_self ? 1.0f : 0.0f);
+    }
+  }
 };
 
 Fixture& fixture() {
@@ -75,9 +81,9 @@ Fixture& fixture() {
 
 template <typename Functor, bool with_self>
 double pair_count(Fixture& f) {
-  CountPairsFunctor counter;
+  CountPairsFunctor<with_self> counter;
   std::vector<std::pair<int, float>> results;
-  iterate_particles_cells<CountPairsFunctor, with_self>(counter, results, f.cell_keys, f.prefix, f.density,
+  iterate_particles_cells<CountPairsFunctor<with_self>, with_self>(counter, results, f.cell_keys, f.prefix, f.density,
                                                         f.set.offsets, f.set.normals, f.set.particles, f.handles,
                                                         f.map, f.map, f.grid_min, f.max_cell_length, f.radius,
                                                         0.001f, 1.0f, f.stride);

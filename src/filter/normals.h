@@ -14,55 +14,52 @@
 // lower triangle of the matrix row by row: (0,0), (1,0), (1,1), (2,0), (2,1), (2,2).
 float3 normal_from_moments(const float lower[6], const Particle& particle);
 
+// Normals of a cell's neighbour list, gathered once per cell, and 1 / density where a pass reads
+// it: the same float values the one-particle form reads per pair.
+struct NeighbourNormals {
+  std::vector<float> x, y, z, inv_density;
+
+  void gather(const NeighbourList& list, const float3* normals, const float* density);
+};
+
+// Moments of the pairs of each lane's particle about the particle and the count of delivered pairs,
+// for ComputeNormalsFunctor; `lower` as in normal_from_moments, one row per lane.
+void normal_moments(const SphKernel& kernel, bool use_dot_weight, const float3* normals,
+                    const NeighbourNormals& neighbour_normals, const CellBatch& batch, const NeighbourList& list,
+                    float lower[6][kLanes]);
+
 // Re-estimates the normal of a particle from the pairs around it. Every delivered pair counts as a
 // visit; with fewer than 8 visits the old normal stays. Pairs with opposite normals don't enter the
 // moments; with `use_dot_weight` a pair's kernel weight is scaled by dot(n_i, n_j).
 template <bool first_iteration, bool use_dot_weight>
 struct ComputeNormalsFunctor {
   using Out_t = float3;
+  static constexpr bool with_self = true;
+  static constexpr bool radius_bound = true;
   SphKernel kernel{1.0f};
   const Particle* particles = nullptr;
   const float3* normals = nullptr;
-  int i = 0;
-  float3 p_i{};
-  float3 n_i{};
-  float C[6] = {};
-  int visits = 0;
+  NeighbourNormals neighbour_normals;
 
   void setup(const NeighbourPass& pass) {
     kernel = SphKernel(pass.radius);
     particles = pass.particles;
     normals = pass.normals;
   }
-  void start(int index, const float3& p) {
-    i = index;
-    p_i = p;
-    n_i = normals[index];
-    for (float& v : C) v = 0.0f;
-    visits = 0;
-  }
-  void pair(int j, const float3& p_j) {
-    ++visits;
-    if (j == i) return;
-    const float c = dot(n_i, normals[j]);
-    if (c < 0.0f) return;
-    const float3 R = p_j - p_i;
-    const float r2 = dot(R, R);
-    // Beyond the radius the weight is 0 and the moments gain exact zeros: skip, unless a
-    // non-finite weight factor would have turned them into NaN.
-    if (kernel.outside(r2) && (!use_dot_weight || is_finite_value(c))) return;
-    float w = kernel(std::sqrt(r2));
-    if constexpr (use_dot_weight) w = c * w;
-    C[0] += w * R.x * R.x;
-    C[1] += w * R.y * R.x;
-    C[2] += w * R.y * R.y;
-    C[3] += w * R.z * R.x;
-    C[4] += w * R.z * R.y;
-    C[5] += w * R.z * R.z;
-  }
-  Out_t finish() const {
-    if (visits < 8) return n_i;
-    return normal_from_moments(C, particles[i]);
+  void gather(const NeighbourList& list) { neighbour_normals.gather(list, normals, nullptr); }
+  void run(const CellBatch& batch, const NeighbourList& list, Out_t* out) const {
+    float lower[6][kLanes];
+    normal_moments(kernel, use_dot_weight, normals, neighbour_normals, batch, list, lower);
+    for (int l = 0; l < batch.count; ++l) {
+      const int i = batch.index[l];
+      const int visits = list.size() + 1 - batch.self_listed[l];
+      if (visits < 8) {
+        out[l] = normals[i];
+        continue;
+      }
+      const float C[6] = {lower[0][l], lower[1][l], lower[2][l], lower[3][l], lower[4][l], lower[5][l]};
+      out[l] = normal_from_moments(C, particles[i]);
+    }
   }
 };
 

@@ -8,7 +8,9 @@
 #include "src/spatial/hash_map.h"
 #include "src/spatial/iterate_particles_cells.h"
 #include "src/core/particle.h"
+#include "src/filter/normals.h"
 #include "src/filter/ray_frame.h"
+#include "src/filter/records_minimiser.h"
 #include "src/filter/sph_kernel.h"
 
 // Energy of particle i in its own offset t, all others fixed:
@@ -16,7 +18,8 @@
 // with a = dot(n_i, p_j - p_i) and b = -dot(n_j, p_j - p_i). g is 1 for pairs facing the same way;
 // for opposite normals it is beta on the penetrating side and 0 on the other (collision term).
 
-// What both position functors read of a pass, bound once per thread.
+// What both position functors read of a pass, bound once per thread, and the normals and inverse
+// densities of the current cell's neighbours.
 struct PositionPass {
   SphKernel kernel{1.0f};
   const Particle* particles = nullptr;
@@ -26,6 +29,7 @@ struct PositionPass {
   float radius = 0.0f;
   float alpha = 0.0f;
   float beta = 0.0f;
+  NeighbourNormals neighbours;
 
   void bind(const NeighbourPass& pass) {
     kernel = SphKernel(pass.radius);
@@ -37,185 +41,104 @@ struct PositionPass {
     alpha = pass.alpha;
     beta = pass.beta;
   }
-
-  // Plane weights of a pair at distance r > 0: w_i = |n_i . u| F and w_j = |n_j . u| F with
-  // u = R / r and F the kernel, times |n_i . n_j| when weighting by the normals.
-  template <bool use_dot_weight>
-  std::pair<float, float> pair_weights(float3 R, float r, float3 n_i, float3 n_j) const {
-    float F = kernel(r);
-    if constexpr (use_dot_weight) F = F * std::fabs(dot(n_i, n_j));
-    const float3 u = R / r;
-    return {std::fabs(dot(n_i, u)) * F, std::fabs(dot(n_j, u)) * F};
-  }
+  void gather(const NeighbourList& list) { neighbours.gather(list, normals, density); }
 };
+
+// The particles of a batch as the position kernels read them, one lane each.
+struct PositionLanes {
+  float n[3][kLanes];        // n_i
+  float d[3][kLanes];        // d_i, the ray towards the camera
+  float t[kLanes];           // t_i
+  float inv_rho[kLanes];     // 1 / rho_i
+  float n_dot_d[kLanes];     // dot(n_i, d_i)
+  float dn_phi[3][kLanes];   // derivatives of n_i by its angles in the ray frame (gradient only)
+  float dn_theta[3][kLanes];
+
+  // With `angles`, the normal's angles of each lane's particle also go to angles[i].
+  void fill(const PositionPass& pass, const CellBatch& batch, bool with_angles, NormalAngles* angles = nullptr);
+};
+
+// The breakpoints of each lane's particle, in the order of its pairs, and the sum of the weights
+// of the terms that slope down below their breakpoint, summed in the same order.
+struct RecordLanes {
+  std::vector<Minimum> buffer;  // kLanes rows of `capacity`
+  int capacity = 0;
+  int count[kLanes];
+  float down_weight[kLanes];
+  MinimiserScratch scratch;
+
+  Minimum* row(int lane) { return buffer.data() + static_cast<size_t>(lane) * capacity; }
+};
+
+// Appends each lane's records for the pairs of the list (at most two per pair).
+void exact_step_records(const PositionPass& pass, bool use_dot_weight, const PositionLanes& lanes,
+                        const CellBatch& batch, const NeighbourList& list, RecordLanes& records);
 
 // Exact step: the energy is piecewise linear and convex in t, its minimiser a weighted median of
 // the breakpoints. The result is relaxed towards the old t by the static `omega`.
 template <bool use_dot_weight>
 struct UpdateParticlePosFunctor : PositionPass {
   using Out_t = float;
-
-  // One breakpoint. kind 1: slope +weight above t; 2: slope -weight below t; 3: both. Bit 1 (value
-  // 2) set means the term slopes down below t.
-  struct Minimum {
-    float t;
-    float weight;
-    int kind;
-    bool operator<(const Minimum& other) const { return t < other.t; }
-  };
-
+  static constexpr bool with_self = false;
+  static constexpr bool radius_bound = true;
   static inline float omega = 1.0f;
 
-  std::vector<Minimum> records;
+  PositionLanes lanes;
+  RecordLanes records;
 
-  float3 p_i{}, n_i{}, d_i{};
-  float t_i = 0.0f;
-  float inv_rho_i = 0.0f;
-  float e = 0.0f;
-
-  void setup(const NeighbourPass& pass) {
-    bind(pass);
-    records.reserve(4 * static_cast<size_t>(std::max(pass.max_cell_length, 0)));
-  }
-  void start(int index, const float3& p) {
-    p_i = p;
-    n_i = normals[index];
-    d_i = particles[index].dir;
-    t_i = offsets[index];
-    inv_rho_i = 1.0f / density[index];
-    e = dot(n_i, d_i);
-    records.clear();
-  }
-  void pair(int j, const float3& p_j) {
-    const float3 R = p_j - p_i;
-    const float r2 = dot(R, R);
-    if (kernel.outside(r2)) return;
-    const float r = std::sqrt(r2);
-    if (!(r <= radius)) return;
-    if (r < 1e-6f) return;  // coincident particles have no direction
-    const float3 n_j = normals[j];
-    const auto [w_i, w_j] = pair_weights<use_dot_weight>(R, r, n_i, n_j);
-    const float c = dot(n_i, n_j);
-
-    const float a = dot(n_i, R);
-    const float t1 = a / e + t_i;
-    float s1 = -w_i * e;
-    const float f = dot(n_j, d_i);
-    const float t2 = dot(R, n_j) / f + t_i;
-    float s2 = w_j * f;
-
-    int kind1 = 3, kind2 = 3;
-    if (c < 0.0f) {
-      s1 *= beta;
-      s2 *= beta;
-      kind1 = s1 > 0.0f ? 1 : 2;
-      kind2 = s2 > 0.0f ? 1 : 2;
-    }
-    // The strict tests drop planes nearly parallel to the ray, NaN and infinite t among them.
-    if (radius > std::fabs(t1 - t_i)) records.push_back({t1, std::fabs(s1) * inv_rho_i, kind1});
-    if (radius > std::fabs(t2 - t_i)) {
-      const float inv_rho_j = 1.0f / density[j];
-      records.push_back({t2, std::fabs(s2) * inv_rho_j, kind2});
+  void setup(const NeighbourPass& pass) { bind(pass); }
+  void gather(const NeighbourList& list) {
+    PositionPass::gather(list);
+    // Room for two records per pair and the data term.
+    const int capacity = 2 * list.size() + 1;
+    if (capacity > records.capacity) {
+      records.capacity = capacity;
+      records.buffer.resize(static_cast<size_t>(kLanes) * capacity);
     }
   }
-  Out_t finish() {
-    if (records.empty()) return t_i;  // no neighbours: not even the data term moves the particle
-    records.push_back({0.0f, alpha, 3});
-    return records_minimiser(records) * omega + (1.0f - omega) * t_i;
-  }
-
-  // Right end of the minimum of the piecewise linear energy, found by bisection with nth_element
-  // instead of a full sort. Reorders `records`.
-  static float records_minimiser(std::vector<Minimum>& records) {
-    const int m = static_cast<int>(records.size());
-    float slope = 0.0f;
-    for (const Minimum& record : records)
-      if (record.kind & 2) slope += record.weight;
-    slope = -slope;
-    int lo = 0, hi = m, mid = m / 2;
-    float s = slope;
-    while (true) {
-      std::nth_element(records.begin() + lo, records.begin() + mid, records.begin() + hi);
-      float s2 = s;
-      for (int k = lo; k < mid; ++k) {
-        s2 += records[k].kind == 3 ? 2.0f * records[k].weight : records[k].weight;
-        if (s2 > 0.0f) {
-          hi = mid;
-          break;
-        }
+  void run(const CellBatch& batch, const NeighbourList& list, Out_t* out) {
+    lanes.fill(*this, batch, false);
+    exact_step_records(*this, use_dot_weight, lanes, batch, list, records);
+    for (int l = 0; l < batch.count; ++l) {
+      const float t_i = lanes.t[l];
+      const int m = records.count[l];
+      if (m == 0) {  // no neighbours: not even the data term moves the particle
+        out[l] = t_i;
+        continue;
       }
-      if (s2 <= 0.0f) {
-        lo = mid;
-        s = s2;
-      }
-      if (hi - lo < 2) break;
-      mid = lo + (hi - lo) / 2;
+      Minimum* row = records.row(l);
+      row[m] = {0.0f, 2.0f * alpha};  // the data term, alpha |t|
+      const float slope = -(records.down_weight[l] + alpha);
+      out[l] = exact_step_minimiser(row, m + 1, slope, records.scratch) * omega + (1.0f - omega) * t_i;
     }
-    return records[lo].t;
   }
 };
 
 // Gradient of the smoothed energy (|x| as sqrt(x^2 + 1e-6)) by t and by the two angles of the
 // normal in the ray frame: x = dE/dt, y = dE/dphi, z = dE/dtheta.
+void gradient_lanes(const PositionPass& pass, bool use_dot_weight, const PositionLanes& lanes,
+                    const CellBatch& batch, const NeighbourList& list, float gradient[3][kLanes]);
+
 template <bool use_dot_weight>
 struct ComputeGradientFunctor : PositionPass {
   using Out_t = float3;
+  static constexpr bool with_self = false;
+  static constexpr bool radius_bound = true;
   static constexpr float eps = 1e-6f;
+  // Where set, each particle's normal angles are kept there for the gradient step.
+  static inline NormalAngles* angles = nullptr;
 
+  PositionLanes lanes;
 
-  int i = 0;
-  float3 p_i{}, n_i{}, d_i{};
-  float t_i = 0.0f;
-  float inv_rho_i = 0.0f;
-  float n_dot_d = 0.0f;
-  float3 dn_phi{}, dn_theta{};
-  float G_t = 0.0f, G_phi = 0.0f, G_theta = 0.0f;
-
-  void setup(const NeighbourPass& pass) {
-    bind(pass);
-  }
-  void start(int index, const float3& p) {
-    i = index;
-    p_i = p;
-    n_i = normals[index];
-    d_i = particles[index].dir;
-    t_i = offsets[index];
-    inv_rho_i = 1.0f / density[index];
-    n_dot_d = dot(n_i, d_i);
-    const RayFrame frame = ray_frame(d_i);
-    const NormalAngles angles = normal_angles(n_i, d_i, frame);
-    const float st = std::sin(angles.theta), ct = std::cos(angles.theta);
-    const float sp = std::sin(angles.phi), cp = std::cos(angles.phi);
-    dn_phi = (st * cp) * frame.p - (st * sp) * d_i;
-    dn_theta = (ct * cp) * d_i + (ct * sp) * frame.p - st * frame.q;
-    G_t = G_phi = G_theta = 0.0f;
-  }
-  void pair(int j, const float3& p_j) {
-    if (j == i) return;
-    const float3 R = p_j - p_i;
-    const float r2 = dot(R, R);
-    if (kernel.outside(r2)) return;
-    const float r = std::sqrt(r2);
-    if (!(r <= radius)) return;
-    const float3 n_j = normals[j];
-    const auto [w_i, w_j] = pair_weights<use_dot_weight>(R, r, n_i, n_j);
-    const float a = dot(n_i, R);
-    const float b = -dot(n_j, R);
-    const float sa = std::sqrt(a * a + eps);
-    const float sb = std::sqrt(b * b + eps);
-    float ga = -n_dot_d * a * inv_rho_i * w_i / sa;
-    float gb = dot(d_i, n_j) * b * (1.0f / density[j]) * w_j / sb;
-    if (dot(n_i, n_j) < 0.0f) {
-      ga = a > 0.0f ? ga * beta : 0.0f;
-      gb = b > 0.0f ? gb * beta : 0.0f;
+  void setup(const NeighbourPass& pass) { bind(pass); }
+  void run(const CellBatch& batch, const NeighbourList& list, Out_t* out) {
+    lanes.fill(*this, batch, true, angles);
+    float g[3][kLanes];
+    gradient_lanes(*this, use_dot_weight, lanes, batch, list, g);
+    for (int l = 0; l < batch.count; ++l) {
+      const float t_i = lanes.t[l];
+      out[l] = {alpha * t_i / std::sqrt(t_i * t_i + eps) + g[0][l], g[1][l], g[2][l]};
     }
-    G_t = gb + (ga + G_t);
-    G_phi += dot(dn_phi, R) * a * inv_rho_i * w_i / sa;
-    G_theta += dot(dn_theta, R) * a * inv_rho_i * w_i / sa;
-  }
-  Out_t finish() const {
-    const float x = alpha * t_i / std::sqrt(t_i * t_i + eps) + G_t;
-    return {x, G_phi, G_theta};
   }
 };
 
@@ -231,9 +154,10 @@ void update_particles(std::vector<float>& new_offsets, const std::vector<Particl
 // The gradient step for every result (i, g): t moves by -g.x * timestep, cut to `radius`, into
 // new_offsets[i]; the normal's angles move by -timestep * (g.y, g.z), and the turned normal is kept
 // only if it still faces the camera.
+// `angles`, where given, holds each particle's normal angles as the gradient pass found them.
 void gradient_step(std::vector<float>& new_offsets, const std::vector<float>& offsets, std::vector<float3>& normals,
                    const std::vector<Particle>& particles, const std::vector<std::pair<int, float3>>& results,
-                   float radius, float timestep);
+                   float radius, float timestep, const NormalAngles* angles = nullptr);
 
 // Prints "  updating particle positions (gradient descent)" and takes one gradient step of length
 // `timestep`: new_offsets gets the offsets moved by at most `radius`, and normals turn in place

@@ -2,6 +2,9 @@
 
 #include <cmath>
 
+#include "src/spatial/lanes.h"
+#include "src/spatial/neighbour_batch.h"
+
 // Poly6 smoothing kernel 315 / (64 pi h^9) * (h^2 - r^2)^3 for |r| <= h, 0 beyond, evaluated in
 // this exact float order so that every pass gets the same bits.
 inline float W(float r, float h) {
@@ -11,6 +14,9 @@ inline float W(float r, float h) {
   float d = s - r * r;
   return 315.0f / (h * 201.06194f * (q * q)) * (d * d * d);
 }
+
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wpsabi"
 
 // The same kernel with the factor that depends on h alone computed once per pass. Gives the bits of
 // W(r, h) for every r. `outside(r2)` tells from the squared distance, without a square root,
@@ -25,25 +31,22 @@ struct SphKernel {
     s = h * h;
     float q = s * s;
     factor = 315.0f / (h * 201.06194f * (q * q));
-    // Square roots are correctly rounded and monotone, so walk from h*h to the boundary.
-    float x = s;
-    if (std::isfinite(x) && x >= 0.0f) {
-      while (std::sqrt(x) > h) x = std::nextafter(x, 0.0f);
-      for (float next = std::nextafter(x, HUGE_VALF); std::sqrt(next) <= h && std::isfinite(next);
-           next = std::nextafter(x, HUGE_VALF))
-        x = next;
-      r2_limit = x;
-    } else {
-      r2_limit = HUGE_VALF;
-    }
+    r2_limit = squared_reach(h);
   }
 
   // True only if sqrtf(r2) > h for certain; a non-finite r2 is never reported outside.
   bool outside(float r2) const { return r2 > r2_limit && r2 <= 3.4028235e38f; }
+  LANE_INLINE lane_int outside(const lane_float& r2) const { return (r2 > r2_limit) & (r2 <= 3.4028235e38f); }
 
   float operator()(float r) const {
     if (std::fabs(r) > h) return 0.0f;
     float d = s - r * r;
     return factor * (d * d * d);
   }
+  LANE_INLINE lane_float operator()(const lane_float& r) const {
+    const lane_float d = s - r * r;
+    return lane_fabs(r) > h ? lane_float{} : factor * (d * d * d);
+  }
 };
+
+#pragma GCC diagnostic pop

@@ -1,9 +1,14 @@
 #include "src/spatial/cell_index.h"
 
 #include <omp.h>
+#include <sys/mman.h>
+#include <unistd.h>
 
+#include <algorithm>
 #include <cfloat>
 #include <cmath>
+#include <cstdint>
+#include <type_traits>
 
 #include "src/spatial/morton.h"
 #include "src/core/particle_position.h"
@@ -158,18 +163,65 @@ void cell_length_statistics(int* max_length, float* average_length, const std::v
   if (average_length) *average_length = total / static_cast<float>(c);
 }
 
+namespace {
+
+// Gives the pages of v's spare capacity back to the system. A set that thresholding has shrunk keeps
+// its old capacity, and the pages the larger set filled stay resident until the array is freed.
+template <typename T>
+void release_spare_capacity(std::vector<T>& v) {
+  static_assert(std::is_trivially_copyable_v<T>, "the spare capacity holds no objects");
+  const uintptr_t page = static_cast<uintptr_t>(sysconf(_SC_PAGESIZE));
+  const uintptr_t begin = (reinterpret_cast<uintptr_t>(v.data() + v.size()) + page - 1) / page * page;
+  const uintptr_t end = reinterpret_cast<uintptr_t>(v.data() + v.capacity()) / page * page;
+  if (end > begin) madvise(reinterpret_cast<void*>(begin), end - begin, MADV_DONTNEED);
+}
+
+// v[k] = old v[handles[k]] for the handles' positions, through one new array at a time; entries
+// beyond them stay. The old array's spare capacity is released first, so that the two arrays
+// together hold no more than twice the set.
+template <typename T>
+void permute(std::vector<T>& v, const std::vector<unsigned int>& handles) {
+  release_spare_capacity(v);
+  const long long n = static_cast<long long>(handles.size());
+  std::vector<T> moved(v.size());
+#pragma omp parallel for schedule(static)
+  for (long long k = 0; k < n; ++k) moved[k] = v[handles[k]];
+  std::copy(v.begin() + std::min<long long>(n, v.size()), v.end(), moved.begin() + std::min<long long>(n, v.size()));
+  v.swap(moved);
+}
+
+}  // namespace
+
 void reorder_particles(std::vector<Particle>& particles, std::vector<float>& offsets, std::vector<float3>& normals,
                        std::vector<unsigned int>& handles) {
-  const std::vector<Particle> old_particles = particles;
-  const std::vector<float> old_offsets = offsets;
-  const std::vector<float3> old_normals = normals;
+  permute(offsets, handles);
+  permute(normals, handles);
+  permute(particles, handles);
   const long long n = static_cast<long long>(handles.size());
 #pragma omp parallel for schedule(static)
-  for (long long k = 0; k < n; ++k) {
-    const unsigned int h = handles[k];
-    particles[k] = old_particles[h];
-    offsets[k] = old_offsets[h];
-    normals[k] = old_normals[h];
-    handles[k] = static_cast<unsigned int>(k);
+  for (long long k = 0; k < n; ++k) handles[k] = static_cast<unsigned int>(k);
+}
+
+void reorder_in_place(std::vector<Particle>& particles, std::vector<float>& offsets, std::vector<float3>& normals,
+                      std::vector<unsigned int>& handles) {
+  permute(offsets, handles);
+  permute(normals, handles);
+  // Each cycle of the permutation: position k takes the particle from handles[k], and handles[k]
+  // becomes k, which marks the position done.
+  const long long n = static_cast<long long>(handles.size());
+  for (long long start = 0; start < n; ++start) {
+    if (handles[start] == start) continue;
+    const Particle first = particles[start];
+    long long k = start;
+    while (true) {
+      const long long from = handles[k];
+      handles[k] = static_cast<unsigned int>(k);
+      if (from == start) {
+        particles[k] = first;
+        break;
+      }
+      particles[k] = particles[from];
+      k = from;
+    }
   }
 }

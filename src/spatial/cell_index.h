@@ -45,6 +45,11 @@ void cell_length_statistics(int* max_length, float* average_length, const std::v
                             const std::vector<unsigned int>& cell_starts, const std::vector<unsigned long long>& keys);
 
 // Permutes the three particle arrays into handle order (particles[k] = old particles[handles[k]])
-// and resets handles to the identity.
+// and resets handles to the identity. One array at a time goes through a new array, so that the
+// old one, with any spare capacity, is released.
 void reorder_particles(std::vector<Particle>& particles, std::vector<float>& offsets, std::vector<float3>& normals,
                        std::vector<unsigned int>& handles);
+
+// The same without a second copy of the particles: they move along the cycles of the permutation.
+void reorder_in_place(std::vector<Particle>& particles, std::vector<float>& offsets, std::vector<float3>& normals,
+                      std::vector<unsigned int>& handles);

@@ -91,13 +91,6 @@ TEST(FilterParticles, ScheduleWithoutExactOrGradientSteps) {
   EXPECT_EQ(run_and_capture(set, 2, 0), statistics + header(1) + exact_step + header(2) + exact_step + closing_step);
 }
 
-TEST(FilterParticles, StrideFromTheAverageCellLength) {
-  EXPECT_EQ(neighbour_stride(12.0f, 5), 2);
-  EXPECT_EQ(neighbour_stride(9.0f, 5), 1);
-  EXPECT_EQ(neighbour_stride(5.0f, 5), 1);
-  EXPECT_EQ(neighbour_stride(250.0f, 50), 5);
-}
-
 TEST(FilterParticles, BitIdenticalForAnyThreadCount) {
   const cloud::ParticleSet input = cloud::plane_views(3, 48, 36, 40.0f, 2.0f, 1.5f, 0.01f, 21, 1.0f);
   std::vector<cloud::ParticleSet> outputs;

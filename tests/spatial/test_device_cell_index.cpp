@@ -119,7 +119,10 @@ TEST_F(DeviceCellIndex, SortMatchesTheStableHostSort) {
   EXPECT_NO_THROW(sort_particle_handles(no_handles, no_keys));
 }
 
-TEST_F(DeviceHashMap, RandomKeysGiveTheHostMap) {
+// Random key sets, and a dense one whose keys share one home slot and one probe sequence, so that
+// attempts fail until the offsets spread them: the host map, the printed attempts and the offsets of
+// the last attempt's draw.
+TEST_F(DeviceHashMap, KeySetsGiveTheHostMap) {
   for (int n : {0, 1, 8, 1000, 30000}) {
     std::set<unsigned long long> distinct;
     for (uint64_t k = 0; static_cast<int>(distinct.size()) < n; ++k) distinct.insert(cloud::mix(n + k) >> 16);
@@ -129,10 +132,6 @@ TEST_F(DeviceHashMap, RandomKeysGiveTheHostMap) {
     EXPECT_EQ(printed, expected_print(static_cast<unsigned int>(n / 0.8f), 1, n == 0 ? 0 : map.max_age));
     for (size_t k = 0; k < keys.size(); ++k) ASSERT_EQ(hash_map_find(map, keys[k]), 7 * k + 3);
   }
-}
-
-TEST_F(DeviceHashMap, DenseKeysRestartWithTheHostOffsets) {
-  // All keys share one home slot and one probe sequence: attempts fail until the offsets spread them.
   std::vector<unsigned long long> keys;
   const unsigned long long size = static_cast<unsigned long long>(30 / 0.8f);
   for (unsigned long long k = 0; k < 30; ++k) keys.push_back((k + 1) * size);
@@ -142,7 +141,6 @@ TEST_F(DeviceHashMap, DenseKeysRestartWithTheHostOffsets) {
   for (size_t p = printed.find("attempt "); p != std::string::npos; p = printed.find("attempt ", p + 1)) ++attempts;
   EXPECT_GT(attempts, 1);
   EXPECT_EQ(printed, expected_print(static_cast<unsigned int>(size), attempts, map.max_age));
-  // The offsets in use are those of the last attempt's draw.
   HashOffsetSource source;
   std::vector<unsigned int> offsets;
   for (int a = 0; a < attempts; ++a) draw_hash_offsets(source, offsets);
