@@ -4,8 +4,6 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
-#include <fstream>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -47,20 +45,6 @@ std::vector<std::string> view_files(const std::string& dir) {
   return files;
 }
 
-scene::Evaluation fuse_and_evaluate(const std::string& root, const std::string& scene_dir, const std::string& name,
-                                    const std::vector<std::string>& views) {
-  std::ifstream mean_file(scene_dir + "/average_depth.txt");
-  std::string mean;
-  mean_file >> mean;
-  // Support of one view: at this size a surface is seen by two or three views at most.
-  std::vector<std::string> args = {"--out-dir", root + "/" + name, "--depth-avg", mean, "--superpixels", "300",
-                                   "--min-support-sp", "1", "--min-support", "1", "--"};
-  args.insert(args.end(), views.begin(), views.end());
-  const e2e::Result r = e2e::run(QUILLARA_BIN, root, args, {"OMP_NUM_THREADS=1"});
-  EXPECT_EQ(r.status, 0) << r.err;
-  return scene::evaluate_model(scene_dir, scene::read_model_ply(root + "/" + name + "/model.ply"));
-}
-
 }  // namespace
 
 // Floors that matching without paths (single pixels, penalties 0: median error 14 %, 22 % within
@@ -85,7 +69,9 @@ TEST(DepthProgram, DepthMapsMatchTheRayCastDepthAndFuse) {
   EXPECT_GT(f.within_1_percent, 0.28);
 
   // The true depth maps fuse to 67 % within two footprints at this size.
-  const scene::Evaluation fused = fuse_and_evaluate(root, scene_dir, "model", view_files(root + "/depth"));
+  const e2e::Result fusion = e2e::fuse(root + "/model", e2e::average_depth(scene_dir), view_files(root + "/depth"));
+  ASSERT_EQ(fusion.status, 0) << fusion.err;
+  const scene::Evaluation fused = scene::evaluate_model(scene_dir, scene::read_model_ply(root + "/model/model.ply"));
   std::cout << scene::format_evaluation(fused);
   EXPECT_GT(fused.completeness_2, 0.035);
 }

@@ -5,7 +5,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -29,12 +28,7 @@ std::vector<std::string> lines_of(const std::string& text) {
 
 std::vector<scene::ModelPoint> fuse(const std::string& out_dir, const std::string& depth_avg,
                                     const std::vector<std::string>& views) {
-  std::vector<std::string> args = {
-      "--out-dir", out_dir,         "--depth-avg", depth_avg, "--superpixels", "300", "--min-support-sp",
-      "1",         "--min-support", "1",           "--"};
-  args.insert(args.end(), views.begin(), views.end());
-  // One thread: the order in which superpixel particles are made then does not vary between runs.
-  const e2e::Result r = e2e::run(QUILLARA_BIN, fs::path(out_dir).parent_path().string(), args, {"OMP_NUM_THREADS=1"});
+  const e2e::Result r = e2e::fuse(out_dir, depth_avg, views);
   EXPECT_EQ(r.status, 0) << r.err;
   return r.status == 0 ? scene::read_model_ply(out_dir + "/model.ply") : std::vector<scene::ModelPoint>{};
 }
@@ -79,9 +73,7 @@ TEST(ImportProgram, ImportedViewsFuseIntoTheNativeModel) {
             "  (with fewer than 5 views, add --min-support-sp 1 --min-support 1: support counts confirming views)");
 
   // The suggested average depth is the median depth, close to the generator's mean.
-  std::ifstream mean_file(g.dir + "/average_depth.txt");
-  std::string mean;
-  mean_file >> mean;
+  const std::string mean = e2e::average_depth(g.dir);
   EXPECT_NEAR(std::stod(lines[8].substr(command.size())), std::stod(mean), 0.25 * std::stod(mean));
 
   std::vector<std::string> native, imported;
