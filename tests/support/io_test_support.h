@@ -87,16 +87,4 @@ inline void expect_runtime_error(const std::function<void()>& f, const std::stri
   }
 }
 
-// Changes the working directory for the lifetime of the object.
-class WorkingDirectory {
- public:
-  explicit WorkingDirectory(const std::string& dir) : old_(std::filesystem::current_path()) {
-    std::filesystem::current_path(dir);
-  }
-  ~WorkingDirectory() { std::filesystem::current_path(old_); }
-
- private:
-  std::filesystem::path old_;
-};
-
 }  // namespace io_test
