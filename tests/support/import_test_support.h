@@ -20,14 +20,6 @@
 
 namespace import_test {
 
-// The test's scratch folder, emptied, so that a rerun starts from nothing.
-inline std::string fresh_scratch_dir() {
-  const std::string dir = io_test::scratch_dir();
-  std::filesystem::remove_all(dir);
-  std::filesystem::create_directories(dir);
-  return dir;
-}
-
 struct Generated {
   std::string dir;
   std::vector<scene::SceneCamera> cameras;

@@ -28,6 +28,12 @@ inline std::string scratch_dir() {
   return dir.string();
 }
 
+// The test's scratch folder, emptied, so that a rerun starts from nothing.
+inline std::string fresh_scratch_dir() {
+  std::filesystem::remove_all(scratch_dir());
+  return scratch_dir();
+}
+
 inline std::string scratch_path(const std::string& name) { return scratch_dir() + "/" + name; }
 
 inline void write_bytes(const std::string& path, const std::string& bytes) {

@@ -49,7 +49,7 @@ std::string on_path(const std::string& name) {
 // rotation matrices, which come through to the last bit, so the models agree point for point.)
 // Three views keep the two runs short; with fewer than five the program adds a hint.
 TEST(ImportProgram, ImportedViewsFuseIntoTheNativeModel) {
-  const std::string root = import_test::fresh_scratch_dir();
+  const std::string root = io_test::fresh_scratch_dir();
   const Generated g = generate(root + "/scene", scene::Layout::log, 3);
   const std::string out = root + "/imported";
   const scene::SceneCamera& c = g.cameras[0];
@@ -94,7 +94,7 @@ TEST(ImportProgram, ImportedViewsFuseIntoTheNativeModel) {
 // Problems with the files and with the command line alike; the readers' texts are checked in
 // test_import_formats.cpp.
 TEST(ImportProgram, ProblemsAreOneLineAndExitStatusOne) {
-  const std::string root = import_test::fresh_scratch_dir();
+  const std::string root = io_test::fresh_scratch_dir();
   EXPECT_EQ(e2e::run(QUILLARA_IMPORT_BIN, root, {"tum", root + "/nothing", "out"}),
             (e2e::Result{"", "quillara-import: " + root + "/nothing: no such folder\n", 1}));
   EXPECT_EQ(e2e::run(QUILLARA_IMPORT_BIN, root, {"tum", "in", "out", "--every", "x"}),
@@ -109,7 +109,7 @@ TEST(ImportProgram, ProblemsAreOneLineAndExitStatusOne) {
 TEST(ColmapConverter, BinaryAndTextModelsOfTheRealWriterImportAlike) {
   const std::string converter = on_path("colmap");
   if (converter.empty()) GTEST_SKIP() << "colmap is not installed (scripts/install-deps installs it)";
-  const std::string root = import_test::fresh_scratch_dir();
+  const std::string root = io_test::fresh_scratch_dir();
   const Generated text = generate(root + "/text", scene::Layout::colmap_text, 3);
   const Generated binary = generate(root + "/binary", scene::Layout::colmap_bin, 3);
   const auto convert = [&](const std::string& from, const std::string& to, const char* type) {

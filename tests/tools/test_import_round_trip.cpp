@@ -13,7 +13,7 @@ using importer::SourceLayout;
 // The sequence stores 1/5000 m, so the imported scene is five times the native one, every depth
 // value kept; colour comes from JPEG.
 TEST(ImportRoundTrip, TumSequenceGivesTheNativeViewsScaledByFive) {
-  const std::string root = import_test::fresh_scratch_dir();
+  const std::string root = io_test::fresh_scratch_dir();
   const Generated g = generate(root + "/scene", scene::Layout::tum);
   importer::ImportOptions o = options(SourceLayout::tum, g.dir, root + "/out");
   o.intrinsics = intrinsics_of(g.cameras[0]);
@@ -25,7 +25,7 @@ TEST(ImportRoundTrip, TumSequenceGivesTheNativeViewsScaledByFive) {
 }
 
 TEST(ImportRoundTrip, LogSequenceGivesTheNativeViewsUpToTheDepthCutOff) {
-  const std::string root = import_test::fresh_scratch_dir();
+  const std::string root = io_test::fresh_scratch_dir();
   const Generated g = generate(root + "/scene", scene::Layout::log);
   importer::ImportOptions o = options(SourceLayout::log, g.dir, root + "/out");
   o.intrinsics = intrinsics_of(g.cameras[0]);
@@ -38,7 +38,7 @@ TEST(ImportRoundTrip, LogSequenceGivesTheNativeViewsUpToTheDepthCutOff) {
 // Text and binary models give the native views. Geometric maps win where present, photometric
 // ones fill in; either kind can be forced, and a map that is not taken is not read.
 TEST(ImportRoundTrip, ColmapModelsGiveTheNativeViewsWithDepthMapsChosenPerImage) {
-  const std::string root = import_test::fresh_scratch_dir();
+  const std::string root = io_test::fresh_scratch_dir();
   const Generated g = generate(root + "/scene", scene::Layout::colmap_text);
   std::string printed;
   const importer::ImportSummary s = import(options(SourceLayout::colmap, g.dir, root + "/text_out"), &printed);
@@ -73,7 +73,7 @@ TEST(ImportRoundTrip, ColmapModelsGiveTheNativeViewsWithDepthMapsChosenPerImage)
 
 // What quillara would trip over later is refused at import, naming the file.
 TEST(ImportRoundTrip, ViewsQuillaraCannotUseAreRefused) {
-  const std::string root = import_test::fresh_scratch_dir();
+  const std::string root = io_test::fresh_scratch_dir();
   const Generated g = generate(root + "/scene", scene::Layout::log, 3);
   importer::ImportOptions o = options(SourceLayout::log, g.dir, root + "/out");
   o.intrinsics = intrinsics_of(g.cameras[0]);
