@@ -108,7 +108,8 @@ TEST(PngRead, SamplesKeepTheirValues) {
 }
 
 TEST(ImageFiles, ExtensionChoosesTheFormat) {
-  io_test::WorkingDirectory cwd(io_test::scratch_dir());  // relative names without any full stop
+  const std::filesystem::path old_cwd = std::filesystem::current_path();
+  std::filesystem::current_path(io_test::scratch_dir());  // relative names without any full stop
   CTensor<unsigned char> rgb(2, 1, 3);
   for (int i = 0; i < 6; ++i) rgb.data[i] = static_cast<unsigned char>(i + 1);
   rgb.writeToImage("png");  // the whole name is the extension
@@ -124,6 +125,7 @@ TEST(ImageFiles, ExtensionChoosesTheFormat) {
     expect_runtime_error([&] { back.readFromImage(name); }, "Image file format not supported");
   }
   EXPECT_FALSE(std::filesystem::exists("photo.Png"));
+  std::filesystem::current_path(old_cwd);
 }
 
 TEST(Netpbm, ReaderQuirksAndFailures) {

@@ -31,7 +31,7 @@ float median(std::vector<float> v) {
 // pixel has the scores of 3 neighbours: all move by -radius, those without depth too, and none is
 // trusted. View 0's image comes from its file through Camera::loadImage.
 TEST_F(RenderTest, RefinedDepthIsNearerTheTruth) {
-  const scene::CameraRing ring{12, 160, 120, 3.0, 3.5, -2.0};
+  const scene::CameraRing ring{12, 120, 90, 3.0, 3.5, -2.0};
   constexpr int n = 5;
   std::vector<GeneratedView> views;
   std::vector<Camera> cameras;

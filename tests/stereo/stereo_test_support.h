@@ -4,6 +4,8 @@
 // whose reprojections are exact, and a fixture that frees its arrays and keeps the dumps off.
 
 #include <cstdint>
+#include <filesystem>
+#include <fstream>
 #include <string>
 #include <vector>
 
@@ -61,6 +63,14 @@ class StereoTest : public RenderTest {
     return a;
   }
 };
+
+// The floats of a dump file.
+inline std::vector<float> read_floats(std::string const& path) {
+  std::ifstream in(path, std::ios::binary);
+  std::vector<float> v(std::filesystem::file_size(path) / sizeof(float));
+  in.read(reinterpret_cast<char*>(v.data()), static_cast<std::streamsize>(v.size() * sizeof(float)));
+  return v;
+}
 
 // Cell (x, y, l, plane) of a downloaded volume.
 struct Volume {

@@ -22,17 +22,17 @@ namespace {
 
 constexpr int W = 40, H = 20;
 
-// The three ways of adding a view's costs.
+// The three ways of adding a view's costs; returns what the call printed.
 enum class Kind { sad, ncc, ncc_warped };
 
-void add(Kind kind, ketra::Array<float, 4>& costs, ketra::Array<uchar4, 2> const& ref, ketra::Array<uchar4, 2> const& img,
+std::string add(Kind kind, ketra::Array<float, 4>& costs, ketra::Array<uchar4, 2> const& ref, ketra::Array<uchar4, 2> const& img,
          float first, float last, ProjectionMatrix P) {
   testing::internal::CaptureStdout();
   if (kind == Kind::ncc_warped)
     add_matching_costs2(costs, ref, img, first, last, 1.0f, 1.0f, 0.0f, 0.0f, P, SAD);  // the metric is ignored
   else
     add_matching_costs(costs, ref, img, first, last, 1.0f, 1.0f, 0.0f, 0.0f, P, kind == Kind::sad ? SAD : NCC);
-  testing::internal::GetCapturedStdout();
+  return testing::internal::GetCapturedStdout();
 }
 
 // Margins of the window kernels: 4 <= x < W - 3, 4 <= y < H - 3.
@@ -259,27 +259,17 @@ TEST_F(StereoTest, WarpedPathDumpsTheFirstLabelUnderAnExistingDebugFolder) {
   const std::vector<uchar4> ref = random_image(W, H, 1);
   ketra::Array<uchar4, 2> r = image(W, H, ref), o = image(W, H, shifted(ref, W, 2));
   ketra::Array<float, 4> costs = volume(W, H, 4);
-  auto run = [&] {
-    testing::internal::CaptureStdout();
-    add_matching_costs2(costs, r, o, 1.0f, 0.25f, 1.0f, 1.0f, 0.0f, 0.0f, shift_projection(1.0f), NCC);
-    return testing::internal::GetCapturedStdout();
-  };
+  auto run = [&] { return add(Kind::ncc_warped, costs, r, o, 1.0f, 0.25f, shift_projection(1.0f)); };
   fs::create_directories(output_directory);
   EXPECT_EQ(run().rfind("gaussian 0.12", 0), 0u);
   EXPECT_FALSE(fs::exists(output_directory + "/debug"));
   fs::create_directories(output_directory + "/debug");
   const std::vector<float> before = download(costs);
   run();
-  auto floats = [](std::string const& path) {
-    std::ifstream in(path, std::ios::binary);
-    std::vector<float> v(fs::file_size(path) / 4);
-    in.read(reinterpret_cast<char*>(v.data()), static_cast<std::streamsize>(v.size() * 4));
-    return v;
-  };
-  const std::vector<float> ncc = floats(output_directory + "/debug/debug_ncc.dat");
+  const std::vector<float> ncc = read_floats(output_directory + "/debug/debug_ncc.dat");
   EXPECT_EQ(ncc, std::vector<float>(before.begin(), before.begin() + W * H));
   EXPECT_NE(ncc, std::vector<float>(W * H, 0.0f));
-  const std::vector<float> warped = floats(output_directory + "/debug/debug_image_warped.dat");
+  const std::vector<float> warped = read_floats(output_directory + "/debug/debug_image_warped.dat");
   ASSERT_EQ(warped.size(), 4u * W * H);
   EXPECT_EQ(warped[3 * W * H + 0], 0.0f);    // column 0 samples beyond the other image at label 0
   EXPECT_EQ(warped[3 * W * H + 5], 255.0f);  // alpha of a warped pixel, bytes as floats

@@ -20,14 +20,6 @@
 
 namespace import_test {
 
-// The test's scratch folder, emptied, so that a rerun starts from nothing.
-inline std::string fresh_scratch_dir() {
-  const std::string dir = io_test::scratch_dir();
-  std::filesystem::remove_all(dir);
-  std::filesystem::create_directories(dir);
-  return dir;
-}
-
 struct Generated {
   std::string dir;
   std::vector<scene::SceneCamera> cameras;
@@ -74,12 +66,6 @@ inline importer::ImportOptions options(importer::SourceLayout layout, const std:
   return o;
 }
 
-inline CTensor<float> read_colour(const std::string& path) {
-  CTensor<float> t;
-  t.readFromImage(path.c_str());
-  return t;
-}
-
 // Imported view i must be native view native[i]: the same intrinsics and rotation, the
 // translation times the scale, depth values that are the native ones times the scale (after the
 // cut-off at max_thousandths, if any), and the same colour (within JPEG's loss when lossy).
@@ -106,7 +92,9 @@ inline void expect_native_views(const std::string& native_dir, const importer::I
     }
     EXPECT_EQ(different, 0u);
 
-    const CTensor<float> ca = read_colour(a.image_path), cb = read_colour(b.image_path);
+    CTensor<float> ca, cb;
+    ca.readFromImage(a.image_path.c_str());
+    cb.readFromImage(b.image_path.c_str());
     ASSERT_EQ(ca.size(), cb.size());
     double error = 0;
     for (size_t p = 0; p < ca.size(); ++p) error += std::abs(ca.data[p] - cb.data[p]);

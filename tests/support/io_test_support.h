@@ -28,6 +28,12 @@ inline std::string scratch_dir() {
   return dir.string();
 }
 
+// The test's scratch folder, emptied, so that a rerun starts from nothing.
+inline std::string fresh_scratch_dir() {
+  std::filesystem::remove_all(scratch_dir());
+  return scratch_dir();
+}
+
 inline std::string scratch_path(const std::string& name) { return scratch_dir() + "/" + name; }
 
 inline void write_bytes(const std::string& path, const std::string& bytes) {
@@ -86,17 +92,5 @@ inline void expect_runtime_error(const std::function<void()>& f, const std::stri
     EXPECT_EQ(std::string(e.what()), text);
   }
 }
-
-// Changes the working directory for the lifetime of the object.
-class WorkingDirectory {
- public:
-  explicit WorkingDirectory(const std::string& dir) : old_(std::filesystem::current_path()) {
-    std::filesystem::current_path(dir);
-  }
-  ~WorkingDirectory() { std::filesystem::current_path(old_); }
-
- private:
-  std::filesystem::path old_;
-};
 
 }  // namespace io_test

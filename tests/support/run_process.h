@@ -10,6 +10,8 @@
 
 #include <chrono>
 #include <csignal>
+#include <filesystem>
+#include <fstream>
 #include <ostream>
 #include <string>
 #include <vector>
@@ -105,6 +107,24 @@ inline Result run(const std::string& program, const std::string& dir, const std:
   r.status = WIFEXITED(wait_status) ? WEXITSTATUS(wait_status) : -1;
   r.signal = WIFSIGNALED(wait_status) ? WTERMSIG(wait_status) : 0;
   return r;
+}
+
+// The average depth that the scene generator wrote into dir, as written.
+inline std::string average_depth(const std::string& dir) {
+  std::ifstream in(dir + "/average_depth.txt");
+  std::string mean;
+  in >> mean;
+  return mean;
+}
+
+// quillara fusing `views` into out_dir, run from its parent, with settings for small generated
+// scenes: 300 superpixels and the support of one view, since few views see each surface. One
+// thread keeps the order of the superpixel particles, and with it the model, the same each run.
+inline Result fuse(const std::string& out_dir, const std::string& depth_avg, const std::vector<std::string>& views) {
+  std::vector<std::string> args = {"--out-dir",        out_dir, "--depth-avg",   depth_avg, "--superpixels", "300",
+                                   "--min-support-sp", "1",     "--min-support", "1",       "--"};
+  args.insert(args.end(), views.begin(), views.end());
+  return run(QUILLARA_BIN, std::filesystem::path(out_dir).parent_path().string(), args, {"OMP_NUM_THREADS=1"});
 }
 
 }  // namespace e2e

@@ -4,8 +4,6 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
-#include <fstream>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -23,17 +21,18 @@ namespace {
 
 constexpr int kViews = 8;
 
-// Eight views of 160 x 120 and their view files rewritten to name depth maps that do not exist:
-// the images are all quillara-depth may use.
-std::string images_only_scene(const std::string& root) {
+// Views of 160 x 120 and their view files rewritten to name depth maps that do not exist: the
+// images are all quillara-depth may use.
+std::string images_only_scene(const std::string& root, int views = kViews) {
   scene::SceneOptions o;
   o.out_dir = root + "/scene";
+  o.views = views;
   o.width = 160;
   o.height = 120;
   o.ground_truth_stride = 2;
   scene::write_scene(scene::make_default_scene(), o);
   fs::create_directories(root + "/images");
-  for (int v = 0; v < kViews; ++v) {
+  for (int v = 0; v < views; ++v) {
     scene::ViewFile f = scene::read_view_file(o.out_dir + "/" + scene::view_file_name(v));
     f.depth_path = root + "/images/none_" + std::to_string(v) + ".png";
     io_test::write_bytes(root + "/images/" + scene::view_file_name(v), scene::format_view_file(f));
@@ -47,29 +46,13 @@ std::vector<std::string> view_files(const std::string& dir) {
   return files;
 }
 
-scene::Evaluation fuse_and_evaluate(const std::string& root, const std::string& scene_dir, const std::string& name,
-                                    const std::vector<std::string>& views) {
-  std::ifstream mean_file(scene_dir + "/average_depth.txt");
-  std::string mean;
-  mean_file >> mean;
-  // Support of one view: at this size a surface is seen by two or three views at most.
-  std::vector<std::string> args = {"--out-dir", root + "/" + name, "--depth-avg", mean, "--superpixels", "300",
-                                   "--min-support-sp", "1", "--min-support", "1", "--"};
-  args.insert(args.end(), views.begin(), views.end());
-  const e2e::Result r = e2e::run(QUILLARA_BIN, root, args, {"OMP_NUM_THREADS=1"});
-  EXPECT_EQ(r.status, 0) << r.err;
-  return scene::evaluate_model(scene_dir, scene::read_model_ply(root + "/" + name + "/model.ply"));
-}
-
 }  // namespace
 
 // Floors that matching without paths (single pixels, penalties 0: median error 14 %, 22 % within
 // 1 %, 2.6 % of the surface fused within two footprints) or a broken sweep cannot reach. At 160 x 120
 // a label spans about a pixel, so the figures stay well below those of full-size views.
 TEST(DepthProgram, DepthMapsMatchTheRayCastDepthAndFuse) {
-  const std::string root = io_test::scratch_dir();
-  fs::remove_all(root);
-  fs::create_directories(root);
+  const std::string root = io_test::fresh_scratch_dir();
   const std::string scene_dir = images_only_scene(root);
   std::vector<std::string> args = {"-o", "depth", "--depth-range", "1.5,7", "--"};
   for (const std::string& f : view_files("images")) args.push_back(f);
@@ -85,17 +68,17 @@ TEST(DepthProgram, DepthMapsMatchTheRayCastDepthAndFuse) {
   EXPECT_GT(f.within_1_percent, 0.28);
 
   // The true depth maps fuse to 67 % within two footprints at this size.
-  const scene::Evaluation fused = fuse_and_evaluate(root, scene_dir, "model", view_files(root + "/depth"));
+  const e2e::Result fusion = e2e::fuse(root + "/model", e2e::average_depth(scene_dir), view_files(root + "/depth"));
+  ASSERT_EQ(fusion.status, 0) << fusion.err;
+  const scene::Evaluation fused = scene::evaluate_model(scene_dir, scene::read_model_ply(root + "/model/model.ply"));
   std::cout << scene::format_evaluation(fused);
   EXPECT_GT(fused.completeness_2, 0.035);
 }
 
 // Views whose depth maps do not exist need a range; problems are one line and exit status 1.
 TEST(DepthProgram, ProblemsAreOneLineAndExitStatusOne) {
-  const std::string root = io_test::scratch_dir();
-  fs::remove_all(root);
-  fs::create_directories(root);
-  images_only_scene(root);
+  const std::string root = io_test::fresh_scratch_dir();
+  images_only_scene(root, 2);
   EXPECT_EQ(e2e::run(QUILLARA_DEPTH_BIN, root, {"-o", "out", "--", "images/view_00.txt", "images/view_01.txt"}),
             (e2e::Result{"Reading view file images/view_00.txt\n",
                          "quillara-depth: view file \"images/view_00.txt\": the depth map \"" + root +

@@ -5,7 +5,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -29,12 +28,7 @@ std::vector<std::string> lines_of(const std::string& text) {
 
 std::vector<scene::ModelPoint> fuse(const std::string& out_dir, const std::string& depth_avg,
                                     const std::vector<std::string>& views) {
-  std::vector<std::string> args = {
-      "--out-dir", out_dir,         "--depth-avg", depth_avg, "--superpixels", "300", "--min-support-sp",
-      "1",         "--min-support", "1",           "--"};
-  args.insert(args.end(), views.begin(), views.end());
-  // One thread: the order in which superpixel particles are made then does not vary between runs.
-  const e2e::Result r = e2e::run(QUILLARA_BIN, fs::path(out_dir).parent_path().string(), args, {"OMP_NUM_THREADS=1"});
+  const e2e::Result r = e2e::fuse(out_dir, depth_avg, views);
   EXPECT_EQ(r.status, 0) << r.err;
   return r.status == 0 ? scene::read_model_ply(out_dir + "/model.ply") : std::vector<scene::ModelPoint>{};
 }
@@ -55,7 +49,7 @@ std::string on_path(const std::string& name) {
 // rotation matrices, which come through to the last bit, so the models agree point for point.)
 // Three views keep the two runs short; with fewer than five the program adds a hint.
 TEST(ImportProgram, ImportedViewsFuseIntoTheNativeModel) {
-  const std::string root = import_test::fresh_scratch_dir();
+  const std::string root = io_test::fresh_scratch_dir();
   const Generated g = generate(root + "/scene", scene::Layout::log, 3);
   const std::string out = root + "/imported";
   const scene::SceneCamera& c = g.cameras[0];
@@ -79,9 +73,7 @@ TEST(ImportProgram, ImportedViewsFuseIntoTheNativeModel) {
             "  (with fewer than 5 views, add --min-support-sp 1 --min-support 1: support counts confirming views)");
 
   // The suggested average depth is the median depth, close to the generator's mean.
-  std::ifstream mean_file(g.dir + "/average_depth.txt");
-  std::string mean;
-  mean_file >> mean;
+  const std::string mean = e2e::average_depth(g.dir);
   EXPECT_NEAR(std::stod(lines[8].substr(command.size())), std::stod(mean), 0.25 * std::stod(mean));
 
   std::vector<std::string> native, imported;
@@ -102,7 +94,7 @@ TEST(ImportProgram, ImportedViewsFuseIntoTheNativeModel) {
 // Problems with the files and with the command line alike; the readers' texts are checked in
 // test_import_formats.cpp.
 TEST(ImportProgram, ProblemsAreOneLineAndExitStatusOne) {
-  const std::string root = import_test::fresh_scratch_dir();
+  const std::string root = io_test::fresh_scratch_dir();
   EXPECT_EQ(e2e::run(QUILLARA_IMPORT_BIN, root, {"tum", root + "/nothing", "out"}),
             (e2e::Result{"", "quillara-import: " + root + "/nothing: no such folder\n", 1}));
   EXPECT_EQ(e2e::run(QUILLARA_IMPORT_BIN, root, {"tum", "in", "out", "--every", "x"}),
@@ -117,7 +109,7 @@ TEST(ImportProgram, ProblemsAreOneLineAndExitStatusOne) {
 TEST(ColmapConverter, BinaryAndTextModelsOfTheRealWriterImportAlike) {
   const std::string converter = on_path("colmap");
   if (converter.empty()) GTEST_SKIP() << "colmap is not installed (scripts/install-deps installs it)";
-  const std::string root = import_test::fresh_scratch_dir();
+  const std::string root = io_test::fresh_scratch_dir();
   const Generated text = generate(root + "/text", scene::Layout::colmap_text, 3);
   const Generated binary = generate(root + "/binary", scene::Layout::colmap_bin, 3);
   const auto convert = [&](const std::string& from, const std::string& to, const char* type) {

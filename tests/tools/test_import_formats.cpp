@@ -106,7 +106,7 @@ TEST(ColmapModel, RefusesOtherCameraModelsAndMalformedEntries) {
 }
 
 TEST(ColmapWorkspace, NeedsASparseModelWhoseImagesHaveCameras) {
-  const std::string ws = import_test::fresh_scratch_dir();
+  const std::string ws = io_test::fresh_scratch_dir();
   std::filesystem::create_directories(ws + "/sparse");
   expect_runtime_error([&] { read_colmap_workspace(ws, DepthChoice::automatic); },
                        ws + "/sparse: no sparse model (cameras.bin and images.bin, or cameras.txt and images.txt)");
@@ -164,7 +164,7 @@ TEST(TumSequence, PosesComeFromTheTrajectoryAroundTheFrameTime) {
 }
 
 TEST(TumSequence, MalformedListsNameFileAndLine) {
-  const std::string dir = import_test::fresh_scratch_dir(), truth = dir + "/groundtruth.txt";
+  const std::string dir = io_test::fresh_scratch_dir(), truth = dir + "/groundtruth.txt";
   write_bytes(dir + "/rgb.txt", "# colour\n1.0 rgb/1.png\n");
   write_bytes(dir + "/depth.txt", "# depth\n1.0 depth/1.png extra\n");
   const auto refused = [&](const std::string& text, const std::string& trajectory, const std::string& error) {
@@ -180,7 +180,7 @@ TEST(TumSequence, MalformedListsNameFileAndLine) {
 }
 
 TEST(LogSequence, MalformedTrajectoriesNameFileAndLine) {
-  const std::string dir = import_test::fresh_scratch_dir(), log = dir + "/trajectory.log";
+  const std::string dir = io_test::fresh_scratch_dir(), log = dir + "/trajectory.log";
   for (const char* sub : {"/color", "/depth"}) std::filesystem::create_directories(dir + sub);
   for (const char* name : {"/color/0.png", "/color/1.png", "/depth/0.png", "/depth/1.png"}) write_bytes(dir + name, "");
   const Intrinsics k{525, 525, 319.5, 239.5};

@@ -10,26 +10,10 @@ namespace fs = std::filesystem;
 using namespace import_test;
 using importer::SourceLayout;
 
-TEST(ImportRoundTrip, ColmapTextAndBinaryModelsGiveTheNativeViews) {
-  const std::string root = import_test::fresh_scratch_dir();
-  const Generated text = generate(root + "/text", scene::Layout::colmap_text);
-  std::string printed;
-  const importer::ImportSummary s = import(options(SourceLayout::colmap, text.dir, root + "/text_out"), &printed);
-  EXPECT_EQ(s.scale, 1.0);
-  expect_native_views(text.dir, s, {0, 1, 2, 3, 4, 5});
-  EXPECT_NE(printed.find("  depth maps: 6 geometric, 0 photometric\n"), std::string::npos) << printed;
-  EXPECT_NE(printed.find("Next:\n  quillara --out-dir " + s.out_dir + "/model --depth-avg "), std::string::npos);
-
-  const Generated binary = generate(root + "/binary", scene::Layout::colmap_bin);
-  importer::ImportOptions o = options(SourceLayout::colmap, binary.dir, root + "/binary_out");
-  o.settings.every = 2;
-  expect_native_views(binary.dir, import(o), {0, 2, 4});
-}
-
 // The sequence stores 1/5000 m, so the imported scene is five times the native one, every depth
 // value kept; colour comes from JPEG.
 TEST(ImportRoundTrip, TumSequenceGivesTheNativeViewsScaledByFive) {
-  const std::string root = import_test::fresh_scratch_dir();
+  const std::string root = io_test::fresh_scratch_dir();
   const Generated g = generate(root + "/scene", scene::Layout::tum);
   importer::ImportOptions o = options(SourceLayout::tum, g.dir, root + "/out");
   o.intrinsics = intrinsics_of(g.cameras[0]);
@@ -41,7 +25,7 @@ TEST(ImportRoundTrip, TumSequenceGivesTheNativeViewsScaledByFive) {
 }
 
 TEST(ImportRoundTrip, LogSequenceGivesTheNativeViewsUpToTheDepthCutOff) {
-  const std::string root = import_test::fresh_scratch_dir();
+  const std::string root = io_test::fresh_scratch_dir();
   const Generated g = generate(root + "/scene", scene::Layout::log);
   importer::ImportOptions o = options(SourceLayout::log, g.dir, root + "/out");
   o.intrinsics = intrinsics_of(g.cameras[0]);
@@ -51,24 +35,32 @@ TEST(ImportRoundTrip, LogSequenceGivesTheNativeViewsUpToTheDepthCutOff) {
   expect_native_views(g.dir, s, {0, 1, 2, 3, 4, 5}, false, 4000);
 }
 
-// Geometric maps win where present, photometric ones fill in; either kind can be forced, and a
-// map that is not taken is not read.
-TEST(ImportRoundTrip, ColmapDepthMapKindsAreChosenPerImage) {
-  const std::string root = import_test::fresh_scratch_dir();
+// Text and binary models give the native views. Geometric maps win where present, photometric
+// ones fill in; either kind can be forced, and a map that is not taken is not read.
+TEST(ImportRoundTrip, ColmapModelsGiveTheNativeViewsWithDepthMapsChosenPerImage) {
+  const std::string root = io_test::fresh_scratch_dir();
   const Generated g = generate(root + "/scene", scene::Layout::colmap_text);
+  std::string printed;
+  const importer::ImportSummary s = import(options(SourceLayout::colmap, g.dir, root + "/text_out"), &printed);
+  EXPECT_EQ(s.scale, 1.0);
+  expect_native_views(g.dir, s, {0, 1, 2, 3, 4, 5});
+  EXPECT_NE(printed.find("  depth maps: 6 geometric, 0 photometric\n"), std::string::npos) << printed;
+  EXPECT_NE(printed.find("Next:\n  quillara --out-dir " + s.out_dir + "/model --depth-avg "), std::string::npos);
+
+  const Generated binary = generate(root + "/binary", scene::Layout::colmap_bin);
+  importer::ImportOptions every = options(SourceLayout::colmap, binary.dir, root + "/binary_out");
+  every.settings.every = 2;
+  expect_native_views(binary.dir, import(every), {0, 2, 4});
+
   const std::string maps = g.dir + "/stereo/depth_maps/";
   fs::remove(maps + "image_01.png.geometric.bin");
   io_test::write_bytes(maps + "image_03.png.photometric.bin", "broken");
-
-  std::string printed;
-  const importer::ImportSummary s = import(options(SourceLayout::colmap, g.dir, root + "/auto"), &printed);
-  expect_native_views(g.dir, s, {0, 1, 2, 3, 4, 5});
+  expect_native_views(g.dir, import(options(SourceLayout::colmap, g.dir, root + "/auto"), &printed), {0, 1, 2, 3, 4, 5});
   EXPECT_NE(printed.find("  depth maps: 5 geometric, 1 photometric\n"), std::string::npos) << printed;
 
   importer::ImportOptions o = options(SourceLayout::colmap, g.dir, root + "/geometric");
   o.depth_maps = importer::DepthChoice::geometric;
-  const importer::ImportSummary only_geometric = import(o, &printed);
-  expect_native_views(g.dir, only_geometric, {0, 2, 3, 4, 5});
+  expect_native_views(g.dir, import(o, &printed), {0, 2, 3, 4, 5});
   EXPECT_NE(printed.find("  1 registered images without a geometric depth map left out, the first image_01.png\n"),
             std::string::npos)
       << printed;
@@ -81,7 +73,7 @@ TEST(ImportRoundTrip, ColmapDepthMapKindsAreChosenPerImage) {
 
 // What quillara would trip over later is refused at import, naming the file.
 TEST(ImportRoundTrip, ViewsQuillaraCannotUseAreRefused) {
-  const std::string root = import_test::fresh_scratch_dir();
+  const std::string root = io_test::fresh_scratch_dir();
   const Generated g = generate(root + "/scene", scene::Layout::log, 3);
   importer::ImportOptions o = options(SourceLayout::log, g.dir, root + "/out");
   o.intrinsics = intrinsics_of(g.cameras[0]);
