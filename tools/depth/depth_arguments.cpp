@@ -1,5 +1,7 @@
 #include "tools/depth/depth_arguments.h"
 
+#include "tools/parse_number.h"
+
 #include <charconv>
 #include <cmath>
 
@@ -7,15 +9,6 @@ namespace depth_tool {
 namespace {
 
 std::string quoted(const std::string& s) { return "'" + s + "'"; }
-
-template <typename T>
-bool parse_number(const std::string& text, T& value) {
-  const char* end = text.data() + text.size();
-  const auto [ptr, ec] = std::from_chars(text.data(), end, value);
-  if (ec != std::errc() || ptr != end || text.empty()) return false;
-  if constexpr (std::is_floating_point_v<T>) return std::isfinite(value);
-  return true;
-}
 
 bool parse_range(const std::string& text, float& near, float& far) {
   const size_t comma = text.find(',');

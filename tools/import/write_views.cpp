@@ -10,7 +10,6 @@
 
 #include "image/CMatrix.h"
 #include "image/CTensor.h"
-#include "image/EInvalidFileFormat.h"
 #include "tools/import/depth_array.h"
 #include "tools/import/depth_scaling.h"
 #include "tools/import/import_error.h"
@@ -78,9 +77,7 @@ void check_colour(const std::string& path, int width, int height) {
   try {
     image.readFromImage(path.c_str());
   } catch (const std::runtime_error& e) {
-    reader_failed(path, e.what());
-  } catch (const EInvalidFileFormat&) {
-    fail(path, "not a readable colour image");
+    reader_failed(path, e.what());  // EInvalidFileFormat included: it carries the reader's text
   }
   if (image.zSize != 3 && image.zSize != 4) fail(path, "not a colour image");
   if (image.xSize != width || image.ySize != height)
