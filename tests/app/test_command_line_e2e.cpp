@@ -37,10 +37,11 @@ const std::string out_dir_row = "  -o, --out-dir \tThe output directory.\n";
 const std::string depth_avg_row =
     "      --depth-avg \tThe average depth of the scene. This defines the radius of the smoothing kernel.\n";
 
-TEST_F(CommandLine, UsageWithoutArgumentsOrWithHelp) {
+TEST_F(CommandLine, UsageWithoutArgumentsOrWithHelpAndVersion) {
   const Result usage{expected_usage, "", 0};
   EXPECT_EQ(run({}), usage);
   EXPECT_EQ(run({"-xh", "--bogus", "-o", "out"}), usage);  // unknown options pass without a word
+  EXPECT_EQ(run({"--version", "-o", "out"}), (Result{"quillara 1.0.0\n", "", 0}));
   EXPECT_FALSE(exists("out"));
   // Parsing comes first: a bad argument wins over --help.
   EXPECT_EQ(run({"--help", "--depth-avg", "x"}),
@@ -99,11 +100,6 @@ TEST_F(CommandLine, BadArgumentsFailBeforeAnythingIsCreated) {
   EXPECT_FALSE(exists("out"));
 }
 
-TEST_F(CommandLine, VersionAndHelp) {
-  EXPECT_EQ(run({"--version", "-o", "out"}), (Result{"quillara 1.0.0\n", "", 0}));
-  EXPECT_FALSE(exists("out"));
-}
-
 // The directory is made without a shell; one that cannot hold the models ends the run at once.
 TEST_F(CommandLine, OutputDirectory) {
   touch("a");
@@ -129,40 +125,30 @@ TEST_F(CommandLine, OutputDirectory) {
   EXPECT_EQ(std::count(proc.err.begin(), proc.err.end(), '\n'), 1);
 }
 
-TEST_F(CommandLine, TooFewViewFiles) {
-  const Result not_enough{"", "not enough files\n", 1};
-  // Without "--" nothing is a view file, but the output directory is made first.
-  EXPECT_EQ(run({"-o", "out", "--depth-avg", "2", "a", "b"}), not_enough);
-  EXPECT_TRUE(fs::is_directory(dir_ / "out"));
-
-  touch("a");
-  EXPECT_EQ(run({"-o", "out2/deeper", "--depth-avg", "2", "--", "a"}), not_enough);
-  EXPECT_TRUE(fs::is_directory(dir_ / "out2/deeper"));
-  EXPECT_EQ(run({"-o", "out", "--depth-avg", "2", "--"}), not_enough);
-}
-
-TEST_F(CommandLine, MissingViewFileIsNamedQuoted) {
-  touch("a");
-  EXPECT_EQ(run({"-o", "out", "--depth-avg", "2", "--", "a", "we\"ird & name", "missing"}),
-            (Result{"", "file \"we&\"ird && name\" does not exist\n", 1}));
-  EXPECT_TRUE(exists("out"));
-  // The output directory may already exist.
-  EXPECT_EQ(run({"-o", "out", "--depth-avg", "2", "--", "sub/none", "a"}),
-            (Result{"", "file \"sub/none\" does not exist\n", 1}));
-}
-
-TEST_F(CommandLine, EverythingBehindTheFirstDoubleDashIsAFile) {
+// The view files are checked after the output directory is made, which may already exist.
+TEST_F(CommandLine, ViewFileListMistakes) {
   touch("a");
   fs::create_directories(dir_ / "folder");
-  EXPECT_EQ(run({"-o", "out", "--depth-avg", "2", "--", "-h"}), (Result{"", "file \"-h\" does not exist\n", 1}));
-  EXPECT_EQ(run({"-o", "out", "--depth-avg", "2", "--", "a", "--"}), (Result{"", "file \"--\" does not exist\n", 1}));
-  // A directory passes the existence test; the next name is the one reported.
-  EXPECT_EQ(run({"-o", "out", "--depth-avg", "2", "--", "folder", "a", "gone"}),
-            (Result{"", "file \"gone\" does not exist\n", 1}));
-  // The first "--" may be an option's argument: the view files still start behind it. The output
-  // directory "--" is made first, so the first view file is that directory.
-  EXPECT_EQ(run({"--depth-avg", "2", "-o", "--", "--", "a"}),
-            (Result{"Reading file --\n", "view file \"--\": is a directory\n", 1}));
+  const Result not_enough{"", "not enough files\n", 1};
+  auto missing = [](const std::string& name) { return Result{"", "file \"" + name + "\" does not exist\n", 1}; };
+  const std::pair<std::vector<std::string>, Result> cases[] = {
+      {{"-o", "out", "--depth-avg", "2", "a", "b"}, not_enough},  // without "--" nothing is a view file
+      {{"-o", "out2/deeper", "--depth-avg", "2", "--", "a"}, not_enough},
+      {{"-o", "out", "--depth-avg", "2", "--"}, not_enough},
+      {{"-o", "out", "--depth-avg", "2", "--", "a", "we\"ird & name", "missing"}, missing("we&\"ird && name")},
+      {{"-o", "out", "--depth-avg", "2", "--", "sub/none", "a"}, missing("sub/none")},
+      // Everything behind the first "--" is a file.
+      {{"-o", "out", "--depth-avg", "2", "--", "-h"}, missing("-h")},
+      {{"-o", "out", "--depth-avg", "2", "--", "a", "--"}, missing("--")},
+      // A directory passes the existence test; the next name is the one reported.
+      {{"-o", "out", "--depth-avg", "2", "--", "folder", "a", "gone"}, missing("gone")},
+      // The first "--" may be an option's argument: the view files still start behind it. The
+      // output directory "--" is made first, so the first view file is that directory.
+      {{"--depth-avg", "2", "-o", "--", "--", "a"}, {"Reading file --\n", "view file \"--\": is a directory\n", 1}},
+  };
+  for (const auto& [args, expected] : cases) EXPECT_EQ(run(args), expected) << args.back();
+  EXPECT_TRUE(fs::is_directory(dir_ / "out"));
+  EXPECT_TRUE(fs::is_directory(dir_ / "out2/deeper"));
 }
 
 }  // namespace

@@ -3,10 +3,10 @@
 #include <algorithm>
 #include <cmath>
 #include <filesystem>
-#include <fstream>
 #include <string>
 #include <vector>
 
+#include "tests/support/generated_scene.h"
 #include "tests/support/run_process.h"
 #include "tools/scene/evaluation.h"
 #include "tools/scene/png_io.h"
@@ -32,22 +32,18 @@ FusedScene fuse_scene() {
   FusedScene f;
   const fs::path root = fs::path(QUILLARA_TEST_TMP) / "default_run_16_views";
   fs::remove_all(root);
-  f.scene_dir = (root / "scene").string();
   f.out_dir = (root / "model").string();
   scene::SceneOptions options;
-  options.out_dir = f.scene_dir;
+  options.out_dir = (root / "scene").string();
   options.views = 16;
   options.width = 256;
   options.height = 192;
   options.noise = 0.001;
-  scene::write_scene(scene::make_default_scene(), options);
-
-  std::ifstream depth(f.scene_dir + "/average_depth.txt");
-  std::string average_depth;
-  depth >> average_depth;
-  std::vector<std::string> args = {"--out-dir", f.out_dir, "--depth-avg", average_depth, "--superpixels", "800",
-                                   "--"};
-  for (int v = 0; v < options.views; ++v) args.push_back(f.scene_dir + "/" + scene::view_file_name(v));
+  const e2e::GeneratedScene generated = e2e::generate_scene(options);
+  f.scene_dir = generated.dir;
+  std::vector<std::string> args = {"--out-dir", f.out_dir, "--depth-avg", generated.average_depth, "--superpixels",
+                                   "800", "--"};
+  args.insert(args.end(), generated.view_files.begin(), generated.view_files.end());
   f.run = e2e::run(QUILLARA_BIN, root.string(), args);
   if (f.run.status == 0) f.model = scene::read_model_ply(f.out_dir + "/model.ply");
   return f;
@@ -66,7 +62,6 @@ std::vector<scene::Vec3> raw_points(const std::string& scene_dir, int views) {
   }
   return points;
 }
-
 
 void expect_exactly_the_two_models(const FusedScene& f) {
   std::vector<std::string> files;
@@ -137,21 +132,11 @@ TEST(DefaultRun, FusesAGeneratedSceneAccuratelyAndCompletely) {
 TEST(DefaultRun, EmptiedModelsAreStillWritten) {
   const fs::path root = fs::path(QUILLARA_TEST_TMP) / "default_run_empty";
   fs::remove_all(root);
-  scene::SceneOptions options;
-  options.out_dir = (root / "scene").string();
-  options.views = 2;
-  options.width = 64;
-  options.height = 48;
-  scene::write_scene(scene::make_default_scene(), options);
-  const std::string scene_dir = options.out_dir;
+  const e2e::GeneratedScene generated = e2e::generate_scene((root / "scene").string(), 2, 64, 48);
   const fs::path out = root / "model";
-  std::ifstream depth(scene_dir + "/average_depth.txt");
-  std::string average_depth;
-  depth >> average_depth;
   const e2e::Result r = e2e::run(QUILLARA_BIN, root.string(),
-                                 {"-o", out.string(), "--depth-avg", average_depth, "--superpixels", "30",
-                                  "--min-support-sp", "1e9", "--", scene_dir + "/view_00.txt",
-                                  scene_dir + "/view_01.txt"});
+                                 {"-o", out.string(), "--depth-avg", generated.average_depth, "--superpixels", "30",
+                                  "--min-support-sp", "1e9", "--", generated.view_files[0], generated.view_files[1]});
   ASSERT_EQ(r.status, 0) << r.err;
   EXPECT_TRUE(scene::read_model_ply((out / "model_superpixel.ply").string()).empty());
   EXPECT_TRUE(scene::read_model_ply((out / "model.ply").string()).empty());

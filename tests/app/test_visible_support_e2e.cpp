@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "tests/support/generated_scene.h"
 #include "tests/support/run_process.h"
 #include "tools/scene/evaluation.h"
 #include "tools/scene/scene_files.h"
@@ -37,24 +38,20 @@ class FewViews : public testing::Test {
     options.height = 120;
     options.noise = 0.001;
     options.outliers = 0.03;
-    scene::write_scene(scene::make_default_scene(), options);
+    scene_ = e2e::generate_scene(options);
   }
 
   static Fused fuse(const std::string& name, std::vector<std::string> options) {
     Fused f;
     f.out_dir = root_ + "/" + name;
-    const std::string scene_dir = root_ + "/scene";
-    std::ifstream depth(scene_dir + "/average_depth.txt");
-    std::string average_depth;
-    depth >> average_depth;
-    std::vector<std::string> args = {"--out-dir", f.out_dir, "--depth-avg", average_depth, "--superpixels", "300"};
+    std::vector<std::string> args = {"--out-dir", f.out_dir, "--depth-avg", scene_.average_depth, "--superpixels", "300"};
     args.insert(args.end(), options.begin(), options.end());
     args.push_back("--");
-    for (int v = 0; v < 6; ++v) args.push_back(scene_dir + "/" + scene::view_file_name(v));
+    args.insert(args.end(), scene_.view_files.begin(), scene_.view_files.end());
     f.run = e2e::run(QUILLARA_BIN, root_, args);
     if (f.run.status != 0) return f;
     f.model = scene::read_model_ply(f.out_dir + "/model.ply");
-    f.evaluation = scene::evaluate_model(scene_dir, f.model);
+    f.evaluation = scene::evaluate_model(scene_.dir, f.model);
     std::cout << name << ":\n" << scene::format_evaluation(f.evaluation);
     return f;
   }
@@ -62,6 +59,7 @@ class FewViews : public testing::Test {
   static std::string summary(const Fused& f) { return f.run.out.substr(f.run.out.rfind("Finished in ")); }
 
   static inline std::string root_;
+  static inline e2e::GeneratedScene scene_;
 };
 
 std::size_t count(const std::string& text, const std::string& what) {
