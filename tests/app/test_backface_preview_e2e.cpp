@@ -5,7 +5,6 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <filesystem>
 #include <string>
 #include <vector>
@@ -59,16 +58,9 @@ TEST(BackfaceAndPreview, RemovalsWriteTheirModelsAndPreviewsShowInputBesideModel
   const e2e::Result r = e2e::run(QUILLARA_BIN, root.string(), args);
   ASSERT_EQ(r.status, 0) << r.err;
 
-  std::vector<std::string> files;
-  for (const auto& entry : fs::directory_iterator(out)) files.push_back(entry.path().filename().string());
-  std::sort(files.begin(), files.end());
-  EXPECT_EQ(files, (std::vector<std::string>{"model.ply", "model_bf_removal1.ply", "model_bf_removal2.ply",
-                                             "model_superpixel.ply", "preview"}));
-  std::size_t removals = 0;
-  for (std::size_t at = r.out.find("removing invalid backface points\n"); at != std::string::npos;
-       at = r.out.find("removing invalid backface points\n", at + 1))
-    ++removals;
-  EXPECT_EQ(removals, 2u);
+  EXPECT_EQ(e2e::file_names(out), (std::vector<std::string>{"model.ply", "model_bf_removal1.ply", "model_bf_removal2.ply",
+                                                       "model_superpixel.ply", "preview"}));
+  EXPECT_EQ(e2e::occurrences(r.out, "removing invalid backface points\n"), 2u);
   EXPECT_NE(r.out.find("  back-face models: " + out + "/model_bf_removal1.ply and " + out +
                        "/model_bf_removal2.ply (before and after the last removal)\n"),
             std::string::npos)

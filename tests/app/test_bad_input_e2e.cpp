@@ -82,12 +82,7 @@ class BadInput : public testing::Test {
     args.insert(args.end(), views.begin(), views.end());
     return args;
   }
-  std::vector<std::string> files(const std::string& out) {
-    std::vector<std::string> names;
-    for (const auto& entry : fs::directory_iterator(dir_ / out)) names.push_back(entry.path().filename().string());
-    std::sort(names.begin(), names.end());
-    return names;
-  }
+  std::vector<std::string> files(const std::string& out) { return e2e::file_names((dir_ / out).string()); }
   void write(const std::string& name, const std::string& text) { io_test::write_bytes((dir_ / name).string(), text); }
 
   fs::path dir_;
@@ -174,7 +169,7 @@ TEST_F(BadInput, KeepingEveryPointEndsInTime) {
   EXPECT_GT(*std::min_element(sizes.begin(), sizes.end()), 0.0f);
   EXPECT_EQ(files("out"), (std::vector<std::string>{"model.ply", "model_superpixel.ply"}));
 
-  const std::string summary = r.out.substr(r.out.rfind("Finished in "));
+  const std::string summary = e2e::closing_summary(r.out);
   const std::string model_line = "  model:            " + std::to_string(sizes.size()) + " points in out/model.ply, ";
   EXPECT_NE(summary.find(model_line), std::string::npos) << summary;
   EXPECT_EQ(std::count(summary.begin(), summary.end(), '\n'), 3) << summary;  // no advice: most points were kept

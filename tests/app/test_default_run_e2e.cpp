@@ -64,13 +64,10 @@ std::vector<scene::Vec3> raw_points(const std::string& scene_dir, int views) {
 }
 
 void expect_exactly_the_two_models(const FusedScene& f) {
-  std::vector<std::string> files;
-  for (const auto& entry : fs::directory_iterator(f.out_dir)) files.push_back(entry.path().filename().string());
-  std::sort(files.begin(), files.end());
-  EXPECT_EQ(files, (std::vector<std::string>{"model.ply", "model_superpixel.ply"}));
+  EXPECT_EQ(e2e::file_names(f.out_dir), (std::vector<std::string>{"model.ply", "model_superpixel.ply"}));
   EXPECT_NE(f.run.out.find(" Filter particles,     radius = "), std::string::npos);
   // The closing summary: both models with their paths, and no advice, since most points were kept.
-  const std::string summary = f.run.out.substr(f.run.out.rfind("Finished in "));
+  const std::string summary = e2e::closing_summary(f.run.out);
   EXPECT_NE(summary.find("  model:            " + std::to_string(f.model.size()) + " points in " + f.out_dir +
                          "/model.ply, "),
             std::string::npos)

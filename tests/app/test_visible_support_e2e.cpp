@@ -56,17 +56,9 @@ class FewViews : public testing::Test {
     return f;
   }
 
-  static std::string summary(const Fused& f) { return f.run.out.substr(f.run.out.rfind("Finished in ")); }
-
   static inline std::string root_;
   static inline e2e::GeneratedScene scene_;
 };
-
-std::size_t count(const std::string& text, const std::string& what) {
-  std::size_t n = 0;
-  for (std::size_t at = text.find(what); at != std::string::npos; at = text.find(what, at + 1)) ++n;
-  return n;
-}
 
 std::string header_of(const std::string& path) {
   std::ifstream in(path, std::ios::binary);
@@ -88,15 +80,16 @@ TEST_F(FewViews, TheVisibleShareKeepsTheSurfaceAndRemovesOutliers) {
   for (const Fused* f : {&fixed, &visible, &no_floor}) ASSERT_EQ(f->run.status, 0) << f->run;
 
   EXPECT_LT(fixed.model.size() * 10, visible.model.size());
-  EXPECT_NE(summary(fixed).find("; with few views try --visible-support 0.3, which asks each point only for a share "
-                                "of what the views that see it could confirm"),
+  const std::string advice = e2e::closing_summary(fixed.run.out);
+  EXPECT_NE(advice.find("; with few views try --visible-support 0.3, which asks each point only for a share of what "
+                        "the views that see it could confirm"),
             std::string::npos)
-      << summary(fixed);
-  EXPECT_EQ(count(fixed.run.out, "  visible support:"), 0u);
+      << advice;
+  EXPECT_EQ(e2e::occurrences(fixed.run.out, "  visible support:"), 0u);
 
   // Judged on the superpixel level and once on the fine level, after its filter.
-  EXPECT_EQ(count(visible.run.out, "  visible support:  kept "), 2u) << visible.run.out;
-  const std::string closing = summary(visible);
+  EXPECT_EQ(e2e::occurrences(visible.run.out, "  visible support:  kept "), 2u) << visible.run.out;
+  const std::string closing = e2e::closing_summary(visible.run.out);
   EXPECT_EQ(std::count(closing.begin(), closing.end(), '\n'), 3) << closing;  // no advice
   const scene::Evaluation& e = visible.evaluation;
   EXPECT_GT(e.completeness_2, 0.6);
