@@ -51,12 +51,7 @@ class DeviceBlas : public ::testing::Test {
 TEST(CublasDynamic, LoadsTheLibraryOfTheBuildAndResolvesAllEntryPoints) {
   CublasDynamic blas;
   blas.load();
-  EXPECT_NE(blas.handle, nullptr);
-  EXPECT_NE(blas.cublasCreate_v2, nullptr);
-  EXPECT_NE(blas.cublasDestroy_v2, nullptr);
-  EXPECT_NE(blas.cublasSgemm_v2, nullptr);
-  EXPECT_NE(blas.cublasSgemv_v2, nullptr);
-  EXPECT_NE(blas.cublasSnrm2_v2, nullptr);
+  EXPECT_NE(blas.handle, nullptr);  // a missing entry point throws, as the next test shows
   Dl_info info{};
   ASSERT_NE(dladdr(reinterpret_cast<void*>(blas.cublasSgemm_v2), &info), 0);
   EXPECT_EQ(std::filesystem::path(info.dli_fname).filename(), "libcublas.so");
