@@ -6,7 +6,6 @@
 #include <string>
 #include <vector>
 
-#include "tests/support/expected_usage.h"
 #include "tests/support/run_process.h"
 
 // Runs the quillara binary and checks its streams and exit status for every way the command line
@@ -31,6 +30,52 @@ class CommandLine : public testing::Test {
 
   fs::path dir_;
 };
+
+// The usage text of quillara at width 80, as a user sees it.
+const char* const expected_usage =
+    "Usage: quillara [options] -- camera_00 camera_01 ...\n"
+    "\n"
+    "Required: -o (--out-dir) and --depth-avg. Each camera_NN is a view file;\n"
+    "README.md describes its format and how to choose --depth-avg.\n"
+    "\n"
+    "  -h, --help            Print this help.\n"
+    "      --version         Print the version of the program.\n"
+    "  -o, --out-dir         The output directory.\n"
+    "      --depth-avg       The average depth of the scene. This defines the radius\n"
+    "                        of the smoothing kernel.\n"
+    "      --alpha-sp        The strength of the data term on the superpixel level.\n"
+    "                        Default is 0.1\n"
+    "      --beta-sp         The strength of the collision term on the superpixel\n"
+    "                        level. Default is 1\n"
+    "      --alpha           The strength of the data term. Default is 0.001\n"
+    "      --beta            The strength of the collision term. Default is 1\n"
+    "      --min-support-sp  The minimum support of a point in the superpixel level.\n"
+    "                        Points with less support will be removed from the\n"
+    "                        reconstruction. Default is 2.0\n"
+    "      --min-support     The minimum support of a point. Points with less support\n"
+    "                        will be removed from the reconstruction. Default is 3.0\n"
+    "      --superpixels     The number of superpixels generated per image. Default\n"
+    "                        is 5000\n"
+    "      --preview         After the run, write DIR/preview/view_NN.png per view:\n"
+    "                        the input image, the rendered model and its shaded\n"
+    "                        normals side by side.\n"
+    "      --visible-support Instead of the fixed minimum support levels, keep a\n"
+    "                        point when its support reaches this share (above 0, at\n"
+    "                        most 1) of what the other views that see it could give;\n"
+    "                        suits few views. Off by default; 0.3 is a good start.\n"
+    "      --visible-floor   With --visible-support, the support every point needs at\n"
+    "                        least; 0 keeps points that no other view can see.\n"
+    "                        Default is 0.5\n"
+    "      --ply-colors      The names of the colour properties in the model files:\n"
+    "                        diffuse (diffuse_red, diffuse_green, diffuse_blue) or\n"
+    "                        standard (red, green, blue, which common point-cloud\n"
+    "                        readers expect). Default is diffuse\n"
+    "      --improve-cameras Align every camera to the model and refine the depth\n"
+    "                        maps by photo-consistency, in three passes, and write\n"
+    "                        the refined views to DIR/views/. Needs the device BLAS.\n"
+    "      --backface-test   Remove points that show their back to a view, before\n"
+    "                        each support filter of the fine model, and write the\n"
+    "                        model before and after the second removal.\n";
 
 const std::string required_header = "The following options are required:\n";
 const std::string out_dir_row = "  -o, --out-dir \tThe output directory.\n";
