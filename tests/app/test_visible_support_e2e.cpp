@@ -5,12 +5,12 @@
 
 #include <algorithm>
 #include <filesystem>
-#include <fstream>
 #include <iostream>
 #include <string>
 #include <vector>
 
 #include "tests/support/generated_scene.h"
+#include "tests/support/io_test_support.h"
 #include "tests/support/run_process.h"
 #include "tools/scene/evaluation.h"
 #include "tools/scene/scene_files.h"
@@ -60,13 +60,6 @@ class FewViews : public testing::Test {
   static inline e2e::GeneratedScene scene_;
 };
 
-std::string header_of(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::string header, line;
-  while (std::getline(in, line) && line != "end_header") header += line + "\n";
-  return header;
-}
-
 }  // namespace
 
 // With six views the fixed levels keep next to nothing and the summary points to the visible
@@ -106,7 +99,7 @@ TEST_F(FewViews, TheVisibleShareKeepsTheSurfaceAndRemovesOutliers) {
   EXPECT_LT(no_floor.evaluation.outliers_removed, e.outliers_removed);
 
   const std::string colours = "property uchar red\nproperty uchar green\nproperty uchar blue\n";
-  EXPECT_NE(header_of(visible.out_dir + "/model.ply").find(colours), std::string::npos);
-  EXPECT_NE(header_of(visible.out_dir + "/model_superpixel.ply").find(colours), std::string::npos);
-  EXPECT_NE(header_of(fixed.out_dir + "/model.ply").find("property uchar diffuse_red\n"), std::string::npos);
+  EXPECT_NE(io_test::read_bytes(visible.out_dir + "/model.ply").find(colours), std::string::npos);
+  EXPECT_NE(io_test::read_bytes(visible.out_dir + "/model_superpixel.ply").find(colours), std::string::npos);
+  EXPECT_NE(io_test::read_bytes(fixed.out_dir + "/model.ply").find("property uchar diffuse_red\n"), std::string::npos);
 }
