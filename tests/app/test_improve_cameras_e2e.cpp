@@ -17,7 +17,7 @@ namespace fs = std::filesystem;
 namespace {
 
 struct ImprovedRun {
-  std::string scene_dir, out_dir;
+  std::string out_dir;
   std::vector<std::string> view_files;
   e2e::Result run;
 };
@@ -30,10 +30,9 @@ ImprovedRun improve(const std::string& name, int ring, int count, int width, int
   ImprovedRun r;
   const fs::path root = fs::path(QUILLARA_TEST_TMP) / name;
   fs::remove_all(root);
-  r.scene_dir = (root / "scene").string();
   r.out_dir = (root / "model").string();
   scene::SceneOptions options;
-  options.out_dir = r.scene_dir;
+  options.out_dir = (root / "scene").string();
   options.views = ring;
   options.width = width;
   options.height = height;
