@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "tests/support/io_test_support.h"
+#include "tests/support/generated_scene.h"
 #include "tests/support/run_process.h"
 #include "tools/scene/scene_files.h"
 
@@ -21,29 +22,15 @@ namespace fs = std::filesystem;
 
 namespace {
 
-struct TinyScene {
-  std::string dir, average_depth;
-  std::vector<std::string> views;  // view files
-  std::string view_text;           // the second view file's text
-};
-
 // Each test makes its own scene: ctest runs the tests of this file as parallel processes.
-TinyScene make_tiny_scene(const fs::path& dir) {
-  TinyScene t;
+e2e::GeneratedScene make_tiny_scene(const fs::path& dir) {
   scene::SceneOptions options;
   options.out_dir = (dir / "scene").string();
   options.views = 4;
   options.width = 160;
   options.height = 120;
   options.ground_truth_stride = 160;
-  const scene::SceneSummary summary = scene::write_scene(scene::make_default_scene(), options);
-  t.dir = summary.out_dir;
-  std::ostringstream depth;
-  depth << summary.average_depth;
-  t.average_depth = depth.str();
-  for (int v = 0; v < options.views; ++v) t.views.push_back(t.dir + "/" + scene::view_file_name(v));
-  t.view_text = io_test::read_bytes(t.views[1]);
-  return t;
+  return e2e::generate_scene(options);
 }
 
 // The view file's tokens with token k (from 1) replaced.
@@ -95,45 +82,41 @@ class BadInput : public testing::Test {
     args.insert(args.end(), views.begin(), views.end());
     return args;
   }
-  std::vector<std::string> files(const std::string& out) {
-    std::vector<std::string> names;
-    for (const auto& entry : fs::directory_iterator(dir_ / out)) names.push_back(entry.path().filename().string());
-    std::sort(names.begin(), names.end());
-    return names;
-  }
+  std::vector<std::string> files(const std::string& out) { return e2e::file_names((dir_ / out).string()); }
   void write(const std::string& name, const std::string& text) { io_test::write_bytes((dir_ / name).string(), text); }
 
   fs::path dir_;
-  TinyScene scene_;
+  e2e::GeneratedScene scene_;
 };
 
 TEST_F(BadInput, ViewFileMistakesEndInOneLineNamingTheFile) {
-  const TinyScene& s = scene_;
-  const std::string image = s.dir + "/image_01.png", depth = s.dir + "/depth_01.png";
+  const e2e::GeneratedScene& s = scene_;
+  const std::string view_text = io_test::read_bytes(s.view_files[1]);
+  const std::string image = s.dir + "/image_01.png";
   const std::string png = io_test::read_bytes(image);
   write("cut.png", png.substr(0, png.size() / 2));
   io_test::write_grey16_png((dir_ / "small.png").string(), 80, 60, std::vector<unsigned short>(80 * 60, 3000));
   write("photo.gif", png);
   const std::string tokens = "has 23 tokens, expected 25 (K: 9, R: 9, t: 3, width, height, colour image, depth map)";
   const std::pair<std::string, std::string> cases[] = {
-      {s.view_text.substr(0, s.view_text.find(image)), tokens},
-      {with_token(s.view_text, 2, "zero"), "token 2 (K) is \"zero\", not a finite number"},
-      {with_token(s.view_text, 23, "121"), "states a size of 160 x 121 but the colour image \"" + image + "\" is 160 x 120"},
-      {with_token(s.view_text, 18, "2"),
+      {view_text.substr(0, view_text.find(image)), tokens},
+      {with_token(view_text, 2, "zero"), "token 2 (K) is \"zero\", not a finite number"},
+      {with_token(view_text, 23, "121"), "states a size of 160 x 121 but the colour image \"" + image + "\" is 160 x 120"},
+      {with_token(view_text, 18, "2"),
        "the rotation (tokens 10 to 18) is not orthonormal: R^T R differs from the identity by up to "},
-      {with_token(s.view_text, 24, "missing.png"),
+      {with_token(view_text, 24, "missing.png"),
        "colour image \"missing.png\": CTensor::readFromPNG: Cannot open file missing.png"},
-      {with_token(s.view_text, 24, "cut.png"), "colour image \"cut.png\": CTensor::readFromPNG: png_read_image failed"},
-      {with_token(s.view_text, 24, "photo.gif"), "colour image \"photo.gif\": Image file format not supported"},
-      {with_token(s.view_text, 25, image),
+      {with_token(view_text, 24, "cut.png"), "colour image \"cut.png\": CTensor::readFromPNG: png_read_image failed"},
+      {with_token(view_text, 24, "photo.gif"), "colour image \"photo.gif\": Image file format not supported"},
+      {with_token(view_text, 25, image),
        "depth map \"" + image +
            "\": CMatrix::readFromPNG: Format not supported.  Expected Greyscale image with 8 or 16 bit per channel"},
-      {with_token(s.view_text, 25, "small.png"),
+      {with_token(view_text, 25, "small.png"),
        "the depth map \"small.png\" is 80 x 60 but the colour image \"" + image + "\" is 160 x 120"},
   };
   for (const auto& [text, cause] : cases) {
     write("bad.txt", text);
-    const e2e::Result r = quillara(command("out", {s.views[0], "bad.txt"}));
+    const e2e::Result r = quillara(command("out", {s.view_files[0], "bad.txt"}));
     EXPECT_EQ(r.status, 1) << r;
     EXPECT_TRUE(r.err.starts_with("view file \"bad.txt\": " + cause)) << r.err;
     EXPECT_EQ(std::count(r.err.begin(), r.err.end(), '\n'), 1) << r.err;
@@ -143,7 +126,7 @@ TEST_F(BadInput, ViewFileMistakesEndInOneLineNamingTheFile) {
 
 // Radii beyond the 32-bit kernel would stall the filter for ever: refused once fx is known.
 TEST_F(BadInput, AverageDepthTheFilterCannotComputeIsRefused) {
-  std::vector<std::string> args = command("out", {scene_.views[0], scene_.views[1]});
+  std::vector<std::string> args = command("out", {scene_.view_files[0], scene_.view_files[1]});
   args[3] = "1e30";
   const e2e::Result huge = quillara(args);
   EXPECT_EQ(huge.status, 1) << huge;
@@ -164,7 +147,7 @@ TEST_F(BadInput, FailedWriteKeepsTheEarlierModel) {
   write("out/model.ply", "earlier model");
   e2e::Limits limits;
   limits.file_size = 2000;  // the header fits, the points don't
-  const e2e::Result r = quillara(command("out", scene_.views, {"--min-support-sp", "0"}), limits);
+  const e2e::Result r = quillara(command("out", scene_.view_files, {"--min-support-sp", "0"}), limits);
   EXPECT_EQ(r.status, 1) << r;
   EXPECT_EQ(r.err, "cannot write model file \"out/model_superpixel.ply\": File too large\n");
   EXPECT_EQ(files("out"), (std::vector<std::string>{"model.ply", "model_superpixel.ply"}));
@@ -176,7 +159,7 @@ TEST_F(BadInput, FailedWriteKeepsTheEarlierModel) {
 // centres (footprint 0), which made the neighbour passes quadratic. Now the run ends in time, and
 // the summary reports the model it wrote.
 TEST_F(BadInput, KeepingEveryPointEndsInTime) {
-  const std::vector<std::string> views = scene_.views;
+  const std::vector<std::string> views = scene_.view_files;
   const e2e::Result r = quillara(command("out", {views[0], views[1]}, {"--min-support-sp", "0", "--min-support", "0"}));
   ASSERT_EQ(r.status, 0) << r.err;
   bool finite = false;
@@ -186,7 +169,7 @@ TEST_F(BadInput, KeepingEveryPointEndsInTime) {
   EXPECT_GT(*std::min_element(sizes.begin(), sizes.end()), 0.0f);
   EXPECT_EQ(files("out"), (std::vector<std::string>{"model.ply", "model_superpixel.ply"}));
 
-  const std::string summary = r.out.substr(r.out.rfind("Finished in "));
+  const std::string summary = e2e::closing_summary(r.out);
   const std::string model_line = "  model:            " + std::to_string(sizes.size()) + " points in out/model.ply, ";
   EXPECT_NE(summary.find(model_line), std::string::npos) << summary;
   EXPECT_EQ(std::count(summary.begin(), summary.end(), '\n'), 3) << summary;  // no advice: most points were kept

@@ -8,6 +8,7 @@
 #include "src/core/camera.h"
 #include "src/particles/particles_from_depthmap.h"
 #include "src/app/scene_input.h"
+#include "tests/support/generated_scene.h"
 #include "tools/scene/scene_files.h"
 #include "tools/scene/surface_distance.h"
 
@@ -27,10 +28,7 @@ TEST(CameraConvention, ParticlesFromGeneratedDepthLieOnTheTrueSurfaces) {
   options.principal_offset_x = 3.5;  // an off-centre principal point shows mirroring mistakes
   options.principal_offset_y = -2.0;
   const scene::Scene truth = scene::make_default_scene();
-  scene::write_scene(truth, options);
-
-  std::vector<std::string> files;
-  for (int v = 0; v < options.views; ++v) files.push_back((dir / scene::view_file_name(v)).string());
+  const std::vector<std::string> files = e2e::generate_scene(options).view_files;
   std::vector<Camera> cameras;
   std::vector<Camera*> camera_ptrs;
   std::vector<CMatrix<float>> depthmaps;

@@ -97,10 +97,7 @@ TEST(SetUpRun, StoresSettingsAndViewFiles) {
   EXPECT_EQ(output_directory, out);
   EXPECT_EQ(average_depth, 2.5f);  // the first occurrence wins
   EXPECT_EQ(alpha_sp, 0.3f);
-  EXPECT_EQ(beta_sp, 1.0f);
-  EXPECT_EQ(alpha, 0.001f);
   EXPECT_EQ(beta, 2.0f);
-  EXPECT_EQ(min_support_sp, 2.0f);
   EXPECT_EQ(min_support, 0.0f);
   EXPECT_EQ(superpixel_count, 77);
   EXPECT_EQ(support_rule.share, 0.25f);

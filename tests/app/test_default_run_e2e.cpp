@@ -1,18 +1,17 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cmath>
 #include <filesystem>
-#include <fstream>
+#include <iostream>
 #include <string>
 #include <vector>
 
+#include "tests/support/generated_scene.h"
 #include "tests/support/run_process.h"
 #include "tools/scene/evaluation.h"
 #include "tools/scene/png_io.h"
 #include "tools/scene/scene_camera.h"
 #include "tools/scene/scene_files.h"
-#include "tools/scene/surface_distance.h"
 
 namespace fs = std::filesystem;
 
@@ -32,22 +31,18 @@ FusedScene fuse_scene() {
   FusedScene f;
   const fs::path root = fs::path(QUILLARA_TEST_TMP) / "default_run_16_views";
   fs::remove_all(root);
-  f.scene_dir = (root / "scene").string();
   f.out_dir = (root / "model").string();
   scene::SceneOptions options;
-  options.out_dir = f.scene_dir;
+  options.out_dir = (root / "scene").string();
   options.views = 16;
   options.width = 256;
   options.height = 192;
   options.noise = 0.001;
-  scene::write_scene(scene::make_default_scene(), options);
-
-  std::ifstream depth(f.scene_dir + "/average_depth.txt");
-  std::string average_depth;
-  depth >> average_depth;
-  std::vector<std::string> args = {"--out-dir", f.out_dir, "--depth-avg", average_depth, "--superpixels", "800",
-                                   "--"};
-  for (int v = 0; v < options.views; ++v) args.push_back(f.scene_dir + "/" + scene::view_file_name(v));
+  const e2e::GeneratedScene generated = e2e::generate_scene(options);
+  f.scene_dir = generated.dir;
+  std::vector<std::string> args = {"--out-dir", f.out_dir, "--depth-avg", generated.average_depth, "--superpixels",
+                                   "800", "--"};
+  args.insert(args.end(), generated.view_files.begin(), generated.view_files.end());
   f.run = e2e::run(QUILLARA_BIN, root.string(), args);
   if (f.run.status == 0) f.model = scene::read_model_ply(f.out_dir + "/model.ply");
   return f;
@@ -67,15 +62,11 @@ std::vector<scene::Vec3> raw_points(const std::string& scene_dir, int views) {
   return points;
 }
 
-
 void expect_exactly_the_two_models(const FusedScene& f) {
-  std::vector<std::string> files;
-  for (const auto& entry : fs::directory_iterator(f.out_dir)) files.push_back(entry.path().filename().string());
-  std::sort(files.begin(), files.end());
-  EXPECT_EQ(files, (std::vector<std::string>{"model.ply", "model_superpixel.ply"}));
+  EXPECT_EQ(e2e::file_names(f.out_dir), (std::vector<std::string>{"model.ply", "model_superpixel.ply"}));
   EXPECT_NE(f.run.out.find(" Filter particles,     radius = "), std::string::npos);
   // The closing summary: both models with their paths, and no advice, since most points were kept.
-  const std::string summary = f.run.out.substr(f.run.out.rfind("Finished in "));
+  const std::string summary = e2e::closing_summary(f.run.out);
   EXPECT_NE(summary.find("  model:            " + std::to_string(f.model.size()) + " points in " + f.out_dir +
                          "/model.ply, "),
             std::string::npos)
@@ -94,30 +85,13 @@ void expect_accurate_and_complete(const FusedScene& f) {
   const scene::Accuracy raw = scene::measure_accuracy(scene::make_default_scene(), raw_points(f.scene_dir, 16), e.footprint);
   std::cout << "raw input: median " << 1000 * raw.median << " mm\n";
   EXPECT_LT(e.accuracy.median, raw.median);
-}
 
-// The sheet, far thinner than the smoothing radius, keeps both of its faces, and each face's
-// points have normals facing their own side.
-void expect_both_sides_of_the_sheet(const FusedScene& f) {
-  const scene::Scene truth = scene::make_default_scene();
-  const scene::Shape& sheet = truth.shapes[scene::find_shape(truth, "sheet")];
-  int side_count[2] = {0, 0}, facing_own_side[2] = {0, 0};
-  for (const scene::ModelPoint& p : f.model) {
-    const scene::Vec3 local = scene::to_local(sheet, p.point);
-    // The sheet's thin axis is its local x; keep away from its rims.
-    if (std::fabs(local.y) > 0.8 * sheet.size.y || std::fabs(local.z) > 0.8 * sheet.size.z) continue;
-    if (std::fabs(local.x) > 0.02) continue;  // a few footprints around the sheet
-    const int side = local.x > 0 ? 1 : 0;
-    const scene::Vec3 n = scene::to_local(sheet, sheet.center + p.normal);
-    ++side_count[side];
-    facing_own_side[side] += (side == 1) == (n.x > 0);
-  }
-  std::cout << "sheet: " << side_count[0] << " and " << side_count[1] << " points on its faces, "
-            << facing_own_side[0] << " and " << facing_own_side[1] << " facing their own side\n";
+  // The sheet, far thinner than the smoothing radius, keeps both of its faces, and each face's
+  // points have normals facing their own side.
   for (int side : {0, 1}) {
     SCOPED_TRACE(side);
-    EXPECT_GT(side_count[side], 100);
-    EXPECT_GT(facing_own_side[side], 0.9 * side_count[side]);
+    EXPECT_GT(e.sheet.points[side], 100u);
+    EXPECT_GT(e.sheet.facing_own_side[side], 0.9 * e.sheet.points[side]);
   }
 }
 
@@ -130,28 +104,17 @@ TEST(DefaultRun, FusesAGeneratedSceneAccuratelyAndCompletely) {
   ASSERT_EQ(f.run.status, 0) << f.run.err;
   expect_exactly_the_two_models(f);
   expect_accurate_and_complete(f);
-  expect_both_sides_of_the_sheet(f);
 }
 
 // Support levels that nothing reaches empty both models; both files are still written, empty.
 TEST(DefaultRun, EmptiedModelsAreStillWritten) {
   const fs::path root = fs::path(QUILLARA_TEST_TMP) / "default_run_empty";
   fs::remove_all(root);
-  scene::SceneOptions options;
-  options.out_dir = (root / "scene").string();
-  options.views = 2;
-  options.width = 64;
-  options.height = 48;
-  scene::write_scene(scene::make_default_scene(), options);
-  const std::string scene_dir = options.out_dir;
+  const e2e::GeneratedScene generated = e2e::generate_scene((root / "scene").string(), 2, 64, 48);
   const fs::path out = root / "model";
-  std::ifstream depth(scene_dir + "/average_depth.txt");
-  std::string average_depth;
-  depth >> average_depth;
   const e2e::Result r = e2e::run(QUILLARA_BIN, root.string(),
-                                 {"-o", out.string(), "--depth-avg", average_depth, "--superpixels", "30",
-                                  "--min-support-sp", "1e9", "--", scene_dir + "/view_00.txt",
-                                  scene_dir + "/view_01.txt"});
+                                 {"-o", out.string(), "--depth-avg", generated.average_depth, "--superpixels", "30",
+                                  "--min-support-sp", "1e9", "--", generated.view_files[0], generated.view_files[1]});
   ASSERT_EQ(r.status, 0) << r.err;
   EXPECT_TRUE(scene::read_model_ply((out / "model_superpixel.ply").string()).empty());
   EXPECT_TRUE(scene::read_model_ply((out / "model.ply").string()).empty());

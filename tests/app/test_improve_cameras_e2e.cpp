@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <filesystem>
 #include <string>
 #include <vector>
@@ -18,7 +17,7 @@ namespace fs = std::filesystem;
 namespace {
 
 struct ImprovedRun {
-  std::string scene_dir, out_dir;
+  std::string out_dir;
   std::vector<std::string> view_files;
   e2e::Result run;
 };
@@ -31,10 +30,9 @@ ImprovedRun improve(const std::string& name, int ring, int count, int width, int
   ImprovedRun r;
   const fs::path root = fs::path(QUILLARA_TEST_TMP) / name;
   fs::remove_all(root);
-  r.scene_dir = (root / "scene").string();
   r.out_dir = (root / "model").string();
   scene::SceneOptions options;
-  options.out_dir = r.scene_dir;
+  options.out_dir = (root / "scene").string();
   options.views = ring;
   options.width = width;
   options.height = height;
@@ -49,12 +47,6 @@ ImprovedRun improve(const std::string& name, int ring, int count, int width, int
   return r;
 }
 
-std::size_t occurrences(const std::string& text, const std::string& part) {
-  std::size_t n = 0;
-  for (std::size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) ++n;
-  return n;
-}
-
 }  // namespace
 
 // Images below 110 rows leave the poses as they are, so the run shows the schedule alone: three
@@ -63,17 +55,14 @@ std::size_t occurrences(const std::string& text, const std::string& part) {
 TEST(ImproveCameras, RunsThreePassesAndWritesTheRefinedViews) {
   const ImprovedRun r = improve("improve_schedule", 24, 4, 96, 72, 0.2, 1.0, true);
   ASSERT_EQ(r.run.status, 0) << r.run.err;
-  EXPECT_EQ(occurrences(r.run.out, " camera pose, view "), 12u);
-  EXPECT_EQ(occurrences(r.run.out, " refine depth maps radius "), 3u);
-  EXPECT_EQ(occurrences(r.run.out, "                   #PARTICLES = "), 3u);
+  EXPECT_EQ(e2e::occurrences(r.run.out, " camera pose, view "), 12u);
+  EXPECT_EQ(e2e::occurrences(r.run.out, " refine depth maps radius "), 3u);
+  EXPECT_EQ(e2e::occurrences(r.run.out, "                   #PARTICLES = "), 3u);
   EXPECT_NE(r.run.out.find(" cuda meminfo: free "), std::string::npos);
   EXPECT_NE(r.run.out.find("  refined views:    4 view files in " + r.out_dir + "/views\n"), std::string::npos)
       << r.run.out;
 
-  std::vector<std::string> files;
-  for (const auto& entry : fs::directory_iterator(r.out_dir)) files.push_back(entry.path().filename().string());
-  std::sort(files.begin(), files.end());
-  EXPECT_EQ(files, (std::vector<std::string>{"debug", "model.ply", "model_superpixel.ply", "views"}));
+  EXPECT_EQ(e2e::file_names(r.out_dir), (std::vector<std::string>{"debug", "model.ply", "model_superpixel.ply", "views"}));
   // Three depth stacks of 4 maps of 96 x 72 floats, each with its description.
   for (const char* dump : {"debug_rendered_depthmaps.dat", "debug_improved_depthmaps.dat",
                            "debug_current_particles_depthmaps.dat"}) {

@@ -5,11 +5,12 @@
 
 #include <algorithm>
 #include <filesystem>
-#include <fstream>
 #include <iostream>
 #include <string>
 #include <vector>
 
+#include "tests/support/generated_scene.h"
+#include "tests/support/io_test_support.h"
 #include "tests/support/run_process.h"
 #include "tools/scene/evaluation.h"
 #include "tools/scene/scene_files.h"
@@ -37,45 +38,27 @@ class FewViews : public testing::Test {
     options.height = 120;
     options.noise = 0.001;
     options.outliers = 0.03;
-    scene::write_scene(scene::make_default_scene(), options);
+    scene_ = e2e::generate_scene(options);
   }
 
   static Fused fuse(const std::string& name, std::vector<std::string> options) {
     Fused f;
     f.out_dir = root_ + "/" + name;
-    const std::string scene_dir = root_ + "/scene";
-    std::ifstream depth(scene_dir + "/average_depth.txt");
-    std::string average_depth;
-    depth >> average_depth;
-    std::vector<std::string> args = {"--out-dir", f.out_dir, "--depth-avg", average_depth, "--superpixels", "300"};
+    std::vector<std::string> args = {"--out-dir", f.out_dir, "--depth-avg", scene_.average_depth, "--superpixels", "300"};
     args.insert(args.end(), options.begin(), options.end());
     args.push_back("--");
-    for (int v = 0; v < 6; ++v) args.push_back(scene_dir + "/" + scene::view_file_name(v));
+    args.insert(args.end(), scene_.view_files.begin(), scene_.view_files.end());
     f.run = e2e::run(QUILLARA_BIN, root_, args);
     if (f.run.status != 0) return f;
     f.model = scene::read_model_ply(f.out_dir + "/model.ply");
-    f.evaluation = scene::evaluate_model(scene_dir, f.model);
+    f.evaluation = scene::evaluate_model(scene_.dir, f.model);
     std::cout << name << ":\n" << scene::format_evaluation(f.evaluation);
     return f;
   }
 
-  static std::string summary(const Fused& f) { return f.run.out.substr(f.run.out.rfind("Finished in ")); }
-
   static inline std::string root_;
+  static inline e2e::GeneratedScene scene_;
 };
-
-std::size_t count(const std::string& text, const std::string& what) {
-  std::size_t n = 0;
-  for (std::size_t at = text.find(what); at != std::string::npos; at = text.find(what, at + 1)) ++n;
-  return n;
-}
-
-std::string header_of(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::string header, line;
-  while (std::getline(in, line) && line != "end_header") header += line + "\n";
-  return header;
-}
 
 }  // namespace
 
@@ -90,15 +73,16 @@ TEST_F(FewViews, TheVisibleShareKeepsTheSurfaceAndRemovesOutliers) {
   for (const Fused* f : {&fixed, &visible, &no_floor}) ASSERT_EQ(f->run.status, 0) << f->run;
 
   EXPECT_LT(fixed.model.size() * 10, visible.model.size());
-  EXPECT_NE(summary(fixed).find("; with few views try --visible-support 0.3, which asks each point only for a share "
-                                "of what the views that see it could confirm"),
+  const std::string advice = e2e::closing_summary(fixed.run.out);
+  EXPECT_NE(advice.find("; with few views try --visible-support 0.3, which asks each point only for a share of what "
+                        "the views that see it could confirm"),
             std::string::npos)
-      << summary(fixed);
-  EXPECT_EQ(count(fixed.run.out, "  visible support:"), 0u);
+      << advice;
+  EXPECT_EQ(e2e::occurrences(fixed.run.out, "  visible support:"), 0u);
 
   // Judged on the superpixel level and once on the fine level, after its filter.
-  EXPECT_EQ(count(visible.run.out, "  visible support:  kept "), 2u) << visible.run.out;
-  const std::string closing = summary(visible);
+  EXPECT_EQ(e2e::occurrences(visible.run.out, "  visible support:  kept "), 2u) << visible.run.out;
+  const std::string closing = e2e::closing_summary(visible.run.out);
   EXPECT_EQ(std::count(closing.begin(), closing.end(), '\n'), 3) << closing;  // no advice
   const scene::Evaluation& e = visible.evaluation;
   EXPECT_GT(e.completeness_2, 0.6);
@@ -115,7 +99,7 @@ TEST_F(FewViews, TheVisibleShareKeepsTheSurfaceAndRemovesOutliers) {
   EXPECT_LT(no_floor.evaluation.outliers_removed, e.outliers_removed);
 
   const std::string colours = "property uchar red\nproperty uchar green\nproperty uchar blue\n";
-  EXPECT_NE(header_of(visible.out_dir + "/model.ply").find(colours), std::string::npos);
-  EXPECT_NE(header_of(visible.out_dir + "/model_superpixel.ply").find(colours), std::string::npos);
-  EXPECT_NE(header_of(fixed.out_dir + "/model.ply").find("property uchar diffuse_red\n"), std::string::npos);
+  EXPECT_NE(io_test::read_bytes(visible.out_dir + "/model.ply").find(colours), std::string::npos);
+  EXPECT_NE(io_test::read_bytes(visible.out_dir + "/model_superpixel.ply").find(colours), std::string::npos);
+  EXPECT_NE(io_test::read_bytes(fixed.out_dir + "/model.ply").find("property uchar diffuse_red\n"), std::string::npos);
 }

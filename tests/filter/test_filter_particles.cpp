@@ -68,7 +68,7 @@ std::pair<float, float> heights(const cloud::ParticleSet& set, float level, int 
 
 }  // namespace
 
-TEST(FilterParticles, ScheduleOfAStillSet) {
+TEST(FilterParticles, SchedulesOfAStillSet) {
   // Phase 1 relaxes by 0.8 after every step without new ground and ends at the tenth reduction;
   // phase 2 starts two numbers on and ends after its first step; phase 3 has no header.
   cloud::ParticleSet set = isolated_particles();
@@ -82,10 +82,9 @@ TEST(FilterParticles, ScheduleOfAStillSet) {
   ASSERT_EQ(set.normals.size(), 4u);
   // Filled from init_normal; the gradient step rebuilds it from its angles, which may move the last bit.
   EXPECT_NEAR(dot(set.normals[2], set.particles[2].init_normal), 1.0f, 1e-6f);
-}
 
-TEST(FilterParticles, ScheduleWithoutExactOrGradientSteps) {
-  cloud::ParticleSet set = isolated_particles();
+  // Without exact or without gradient steps.
+  set = isolated_particles();
   EXPECT_EQ(run_and_capture(set, 0, 3), statistics + header(2) + gradient_step + closing_step);
   set = isolated_particles();
   EXPECT_EQ(run_and_capture(set, 2, 0), statistics + header(1) + exact_step + header(2) + exact_step + closing_step);

@@ -8,6 +8,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <csignal>
 #include <filesystem>
@@ -126,5 +127,23 @@ inline Result fuse(const std::string& out_dir, const std::string& depth_avg, con
   args.insert(args.end(), views.begin(), views.end());
   return run(QUILLARA_BIN, std::filesystem::path(out_dir).parent_path().string(), args, {"OMP_NUM_THREADS=1"});
 }
+
+// How often `part` occurs in `text`.
+inline std::size_t occurrences(const std::string& text, const std::string& part) {
+  std::size_t n = 0;
+  for (std::size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) ++n;
+  return n;
+}
+
+// The names in directory `dir`, sorted.
+inline std::vector<std::string> file_names(const std::string& dir) {
+  std::vector<std::string> names;
+  for (const auto& entry : std::filesystem::directory_iterator(dir)) names.push_back(entry.path().filename().string());
+  std::sort(names.begin(), names.end());
+  return names;
+}
+
+// The closing summary of a run's standard output, from "Finished in " on.
+inline std::string closing_summary(const std::string& out) { return out.substr(out.rfind("Finished in ")); }
 
 }  // namespace e2e

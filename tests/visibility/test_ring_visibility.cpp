@@ -1,17 +1,22 @@
-// What other views could confirm: the views found with the renderer against the analytic scene,
-// and the support those views really give against the expectation.
+// Visibility on the noise-free 8-view ring of generated views: the views that could confirm each
+// point, found with the renderer against the analytic scene, the support those views really give
+// against the expectation, and back-face removal of points planted in front of the surfaces and
+// facing away from the cameras, which leaves the particles of the true surfaces.
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cfloat>
 #include <cmath>
+#include <cstddef>
 #include <numbers>
 #include <string>
 #include <vector>
 
 #include "device/vector_math.h"
 #include "src/filter/density.h"
+#include "src/particles/threshold_particles.h"
+#include "src/visibility/backface_visibility_test.h"
 #include "src/visibility/visible_support.h"
 #include "tests/render/render_test_support.h"
 
@@ -38,6 +43,24 @@ Ring ring() {
   }
   for (Camera& c : r.cameras) r.camera_ptrs.push_back(&c);
   return r;
+}
+
+// A planted point for every 7th interior pixel of view 0: 0.5 units in front of the surface
+// towards the camera, its normal turned away. Returns how many.
+std::size_t plant_back_faces(ParticleSet& set) {
+  const GeneratedView& v = generated(0);
+  const ParticleSet own = particles_of(v);
+  std::size_t planted = 0;
+  for (std::size_t i = 0; i < own.particles.size(); i += 7) {
+    Particle p = own.particles[i];
+    if (!interior(v, p.pixel_index % v.camera.width, p.pixel_index / v.camera.width)) continue;
+    p.pos = p.pos + 0.5f * p.dir;  // dir points at the camera centre
+    set.particles.push_back(p);
+    set.offsets.push_back(0.0f);
+    set.normals.push_back(-1.0f * p.dir);
+    ++planted;
+  }
+  return planted;
 }
 
 bool thin(int shape) {
@@ -86,9 +109,15 @@ int views_that_see(const Particle& p, float3 position, float3 normal, float& exp
 // The renderer finds the views that see each point about as ray casting in the analytic scene
 // does, and the expectation adds pi times the cosine per view. At 120 x 90 pixels the disks of
 // views at grazing angles fall between pixel centres now and then, and hidden points peek past
-// silhouettes, so single views differ both ways; the sums agree.
-TEST(VisibleSupport, FindsTheViewsThatSeeEachPoint) {
+// silhouettes, so single views differ both ways; the sums agree. On noise-free views, the support
+// that the other views' particles really give is about what they could give: pi per head-on view
+// on the pixel level, less as the views turn away.
+TEST(VisibleSupport, FindsTheViewsThatSeeEachPointAndTheSupportTheyGive) {
   Ring r = ring();
+  // The support pass sorts the particles by cell: it runs first, so that both passes see one order.
+  const float r1 = footprint(generated(0), 60, 45);
+  std::vector<float> support;
+  compute_particle_support(support, r.set.particles, r.set.offsets, r.set.normals, r1, FLT_MAX);
   const VisibleViews visible =
       find_visible_views(r.set.particles, r.set.offsets, r.set.normals, r.camera_ptrs, kPi, kCos75);
   ASSERT_EQ(visible.views.size(), r.set.particles.size());
@@ -118,17 +147,7 @@ TEST(VisibleSupport, FindsTheViewsThatSeeEachPoint) {
   EXPECT_GE(agreed, checked * 3 / 4) << agreed << " of " << checked;
   EXPECT_LE(far_off, checked / 50);
   EXPECT_NEAR(found_expected / truth_expected, 1.0, 0.05);
-}
 
-// On noise-free views, the support that the other views' particles really give is about what
-// they could give: pi per head-on view on the pixel level, less as the views turn away.
-TEST(VisibleSupport, ExpectationMatchesTheSupportOfNoiseFreeViews) {
-  Ring r = ring();
-  const float r1 = footprint(generated(0), 60, 45);
-  std::vector<float> support;
-  compute_particle_support(support, r.set.particles, r.set.offsets, r.set.normals, r1, FLT_MAX);
-  const VisibleViews visible =
-      find_visible_views(r.set.particles, r.set.offsets, r.set.normals, r.camera_ptrs, kPi, kCos75);
   std::vector<float> ratio;
   for (std::size_t i = 0; i < r.set.particles.size(); ++i) {
     const Particle& p = r.set.particles[i];
@@ -144,4 +163,41 @@ TEST(VisibleSupport, ExpectationMatchesTheSupportOfNoiseFreeViews) {
   EXPECT_GT(median, 0.9f);
   EXPECT_LT(median, 1.3f);
   EXPECT_GT(ratio[ratio.size() / 10], 0.6f);
+}
+
+TEST(BackfaceVisibility, RemovesPointsFloatingInFrontAndFacingAwayKeepsTheSurfaces) {
+  Ring m = ring();
+  const std::size_t true_count = m.set.particles.size(), planted = plant_back_faces(m.set);
+  ASSERT_GT(planted, 200u);
+  std::vector<int> counts;
+  const float r1 = footprint(generated(0), 60, 45);  // one pixel at the scene's depth
+  backface_visibility_test(counts, m.set.particles, m.set.offsets, m.set.normals, m.camera_ptrs, r1);
+  ASSERT_EQ(counts.size(), m.set.particles.size());
+  const std::size_t true_offenders =
+      std::count_if(counts.begin(), counts.begin() + true_count, [](int c) { return c > 1; });
+  const std::size_t planted_offenders =
+      std::count_if(counts.begin() + true_count, counts.end(), [](int c) { return c > 1; });
+  const std::size_t planted_seen =
+      std::count_if(counts.begin() + true_count, counts.end(), [](int c) { return c > 0; });
+  // Every planted point offends in its own view; most also in a neighbouring one, the rest lie
+  // outside the neighbours' images.
+  EXPECT_GE(planted_seen, planted * 99 / 100);
+  EXPECT_GE(planted_offenders, planted * 85 / 100);
+  EXPECT_LE(true_offenders, true_count / 200);
+
+  // counts is added to, and the removal keeps what offends in at most one view.
+  std::vector<int> twice = counts;
+  backface_visibility_test(twice, m.set.particles, m.set.offsets, m.set.normals, m.camera_ptrs, r1);
+  for (std::size_t i = 0; i < counts.size(); i += 101) EXPECT_EQ(twice[i], 2 * counts[i]);
+  threshold_particles<int>(counts, m.set.particles, m.set.offsets, m.set.normals, 0, 1);
+  std::size_t planted_left = 0;  // the planted points are the ones whose normal turns from their ray
+  for (std::size_t i = 0; i < m.set.particles.size(); ++i)
+    planted_left += dot(m.set.normals[i], m.set.particles[i].dir) < 0.0f;
+  EXPECT_EQ(m.set.particles.size() - planted_left, true_count - true_offenders);
+  EXPECT_EQ(planted_left, planted - planted_offenders);
+
+  std::vector<int> none;
+  const std::vector<Particle> empty;
+  backface_visibility_test(none, empty, {}, {}, m.camera_ptrs, r1);
+  EXPECT_TRUE(none.empty());
 }
