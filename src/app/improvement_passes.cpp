@@ -23,11 +23,17 @@ constexpr int kPasses = 3;
 constexpr const char* kCoreTimer = "core algorithm time";
 
 // Rotation angle in degrees between the poses of a and b, from the trace of Ra Rb^T.
+// The angle of a.R b.R^T, from its skew part and trace: unlike the arc cosine of the trace alone it
+// stays exact for the small turns of an alignment, where float rotations put the trace just above 3.
 double turn_degrees(const Camera& a, const Camera& b) {
-  double trace = 0.0;
-  for (int i = 0; i < 9; ++i) trace += static_cast<double>(a.R[i]) * b.R[i];
-  const double c = std::fmax(-1.0, std::fmin(1.0, (trace - 1.0) / 2.0));
-  return std::acos(c) * 180.0 / M_PI;
+  double m[3][3];
+  for (int r = 0; r < 3; ++r)
+    for (int c = 0; c < 3; ++c) {
+      m[r][c] = 0.0;
+      for (int k = 0; k < 3; ++k) m[r][c] += static_cast<double>(a.R[3 * r + k]) * b.R[3 * c + k];
+    }
+  const double sx = m[2][1] - m[1][2], sy = m[0][2] - m[2][0], sz = m[1][0] - m[0][1];
+  return std::atan2(std::sqrt(sx * sx + sy * sy + sz * sz), m[0][0] + m[1][1] + m[2][2] - 1.0) * 180.0 / M_PI;
 }
 
 double centre_distance(const Camera& a, const Camera& b) {
