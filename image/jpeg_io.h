@@ -14,7 +14,8 @@ struct JpegPixels {
 };
 
 // Reads a baseline or progressive 8-bit JPEG, greyscale or colour, as RGB. CMYK files are
-// refused, and so is a file that ends before its image data does.
+// refused, and so is a file that ends before its image data does or that declares more than
+// 2^26 pixels.
 JpegPixels read_jpeg(const char* filename, const char* who);
 
 }  // namespace jpeg_io

@@ -73,15 +73,26 @@ TEST(JpegRead, ColourAndGreyReadAsThreePlanes) {
 
 TEST(JpegRead, FailuresNameTheFile) {
   const std::string good = scratch_path("good.jpg"), missing = scratch_path("missing.jpg"),
-                    text = scratch_path("text.jpg"), cut = scratch_path("cut.jpg"), broken = scratch_path("broken.jpg");
+                    text = scratch_path("text.jpg"), cut = scratch_path("cut.jpg"), broken = scratch_path("broken.jpg"),
+                    ended = scratch_path("ended.jpg"), huge = scratch_path("huge.jpg");
   scene::write_jpeg(good, 256, 192, 3, ramp(256, 192), 90);  // image data well beyond the headers
   const std::string bytes = read_bytes(good);
   write_bytes(text, "no image here");
   write_bytes(cut, bytes.substr(0, bytes.size() * 3 / 4));
-  write_bytes(broken, bytes.substr(0, 4) + std::string(64, '\x55'));
+  write_bytes(ended, bytes.substr(0, bytes.size() / 2) + "\xFF\xD9");  // end-of-image marker inside the scan
+  // The frame header: a sample precision libjpeg does not decode, then 30000 x 30000 pixels
+  // declared for the same few kilobytes of data.
+  const size_t frame = bytes.find("\xFF\xC0");
+  ASSERT_NE(frame, std::string::npos);
+  write_bytes(broken, std::string(bytes).replace(frame + 4, 1, "\x07"));
+  write_bytes(huge, std::string(bytes).replace(frame + 5, 4, "\x75\x30\x75\x30"));
   expect_runtime_error([&] { read_image(missing); }, "CTensor::readFromJPEG: Cannot open file " + missing);
   expect_runtime_error([&] { read_image(text); }, "CTensor::readFromJPEG: File " + text + " is not a JPEG");
-  expect_runtime_error([&] { read_image(cut); }, "CTensor::readFromJPEG: File " + cut + " ends before its image data");
+  for (const std::string& path : {cut, ended})
+    expect_runtime_error([&] { read_image(path); }, "CTensor::readFromJPEG: File " + path + " ends before its image data");
+  expect_runtime_error([&] { read_image(huge); }, "CTensor::readFromJPEG: File " + huge +
+                                                      " is 30000 x 30000 pixels, more than the 67108864 this reader "
+                                                      "accepts; scale it down first");
   try {
     read_image(broken);
     ADD_FAILURE() << "a broken JPEG was read";
