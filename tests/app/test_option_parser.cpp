@@ -5,7 +5,6 @@
 
 #include "src/app/my_arg.h"
 #include "src/app/option_parser.h"
-#include "src/app/option_usage.h"
 
 namespace {
 
@@ -23,107 +22,37 @@ const Descriptor table[] = {
     {0, 0, nullptr, nullptr, nullptr, nullptr},
 };
 
-struct Parsed {
-  std::vector<Option> options, buffer;
-  option::Parser parser;
-  std::string errors;  // what the store pass wrote to standard error
-};
-
-Parsed parse(std::vector<const char*> args) {
-  Parsed p;
+// What the parser made of `args`: every occurrence as typed, with "=value" when it has one, index
+// by index, then the non-options behind "|". Both passes must stay quiet on these arguments.
+std::string parsed(std::vector<const char*> args) {
   const int n = static_cast<int>(args.size());
   testing::internal::CaptureStderr();
   option::Stats stats(false, table, n, args.data());
-  EXPECT_EQ(testing::internal::GetCapturedStderr(), "") << "the count pass must stay quiet";
-  p.options.resize(stats.options_max);
-  p.buffer.resize(stats.buffer_max);
-  testing::internal::CaptureStderr();
-  p.parser = option::Parser(false, table, n, args.data(), p.options.data(), p.buffer.data(),
-                            static_cast<int>(stats.buffer_max));
-  p.errors = testing::internal::GetCapturedStderr();
-  return p;
-}
-
-std::string arg_of(const Option& o) { return o.arg ? o.arg : "<null>"; }
-
-TEST(OptionParser, GroupedShortOptions) {
-  Parsed p = parse({"-hv", "-v"});
-  ASSERT_FALSE(p.parser.error);
-  EXPECT_TRUE(p.options[HELP]);
-  EXPECT_EQ(p.options[VERBOSE].count(), 2);
-  EXPECT_FALSE(p.options[OUT]);
-  EXPECT_EQ(p.parser.options_count, 3);
-  EXPECT_EQ(std::string(p.options[HELP].name, p.options[HELP].namelen), "h");
-}
-
-TEST(OptionParser, ShortOptionValuesAttachedOrSeparate) {
-  EXPECT_EQ(arg_of(parse({"-ofile"}).options[OUT]), "file");
-  EXPECT_EQ(arg_of(parse({"-o", "file"}).options[OUT]), "file");
-
-  // An option with a value ends the group: the rest of it is the value.
-  Parsed p = parse({"-vofile", "-ov"});
-  ASSERT_FALSE(p.parser.error);
-  EXPECT_EQ(arg_of(p.options[OUT]), "file");
-  EXPECT_EQ(arg_of(p.options[OUT].next[0]), "v");
-  EXPECT_EQ(p.options[VERBOSE].count(), 1);
-
-  // The value of a separate form is taken whatever it looks like.
-  Parsed dash = parse({"-o", "--", "-v"});
-  EXPECT_EQ(arg_of(dash.options[OUT]), "--");
-  EXPECT_TRUE(dash.options[VERBOSE]);
-  EXPECT_EQ(arg_of(dash.options[HELP]), "<null>");
-}
-
-TEST(OptionParser, LongOptionValueForms) {
-  Parsed p = parse({"--out=a=b", "--num", "7", "--help"});
-  ASSERT_FALSE(p.parser.error);
-  EXPECT_EQ(arg_of(p.options[OUT]), "a=b");
-  EXPECT_EQ(std::string(p.options[OUT].name, p.options[OUT].namelen), "--out");
-  EXPECT_EQ(arg_of(p.options[NUM]), "7");
-  EXPECT_TRUE(p.options[HELP]);
-  EXPECT_TRUE(p.parser.non_options.empty());
-
-  // An option without an argument leaves the next element alone; it ends parsing here.
-  Parsed q = parse({"--verbose", "x", "--help"});
-  EXPECT_EQ(arg_of(q.options[VERBOSE]), "<null>");
-  EXPECT_FALSE(q.options[HELP]);
-  ASSERT_EQ(q.parser.non_options.size(), 2u);
-  EXPECT_STREQ(q.parser.non_options[0], "x");
-}
-
-TEST(OptionParser, UnknownOptionsNoAbbreviationsAndALoneDash) {
-  Parsed p = parse({"--bogus", "-xh", "--verb", "-", "-v"});
-  ASSERT_FALSE(p.parser.error);
-  EXPECT_EQ(p.errors, "");
-  EXPECT_EQ(p.options[UNK].count(), 3);
-  EXPECT_EQ(std::string(p.options[UNK].name, p.options[UNK].namelen), "--bogus");
-  EXPECT_EQ(p.options[UNK].desc, &table[0]);
-  EXPECT_TRUE(p.options[HELP]);
-  EXPECT_FALSE(p.options[VERBOSE]);  // not "--verb", and "-v" comes after the lone dash
-  ASSERT_EQ(p.parser.non_options.size(), 2u);
-  EXPECT_STREQ(p.parser.non_options[0], "-");
-}
-
-std::string usage_text(const Descriptor* rows, int width) {
-  std::string text;
-  option::PrintUsageImplementation::printUsage([&](std::string_view s) { text += s; }, rows, width, 50, 75);
+  std::vector<Option> options(stats.options_max), buffer(stats.buffer_max);
+  option::Parser parser(false, table, n, args.data(), options.data(), buffer.data(), static_cast<int>(stats.buffer_max));
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+  std::string text = parser.error ? "error " : "";
+  for (int index = UNK; index <= NUM; ++index)
+    for (const Option* o = options[index] ? &options[index] : nullptr; o; o = o->next)
+      text.append(o->name, o->namelen).append(o->arg ? "=" : "").append(o->arg ? o->arg : "").append(" ");
+  text += "|";
+  for (const char* arg : parser.non_options) text.append(" ").append(arg);
   return text;
 }
 
-TEST(PrintUsage, LastColumnMovesToOwnLinesBelowTheMinimum) {
-  // Width 40: the last column needs 20 characters beside the first, else it gets own lines of at
-  // most 30 characters that end at the right margin.
-  const Descriptor rows[] = {
-      {1, 0, "", "", nullptr, "  -a, --a-rather-long-name \tShort help that has to wrap here."},
-      {2, 0, "", "", nullptr, "  -b \tSecond."},
-      {0, 0, nullptr, nullptr, nullptr, nullptr},
+// Ways of writing options that the command-line end-to-end tests do not reach.
+TEST(OptionParser, ShortGroupsValueFormsUnknownOptionsAndTheEndOfParsing) {
+  const std::pair<std::vector<const char*>, std::string> cases[] = {
+      {{"-hv", "-v"}, "h v v |"},
+      {{"-ofile"}, "o=file |"},
+      {{"-vofile", "-ov"}, "o=file o=v v |"},  // an option with a value ends its group
+      {{"-o", "--", "-v"}, "o=-- v |"},        // a separate value is taken whatever it looks like
+      {{"--out=a=b", "--num", "7", "--help"}, "--help --out=a=b --num=7 |"},
+      {{"--verbose", "x", "--help"}, "--verbose | x --help"},  // the first non-option ends parsing
+      // No abbreviations; a lone dash is a non-option.
+      {{"--bogus", "-xh", "--verb", "-", "-v"}, "--bogus x --verb h | - -v"},
   };
-  EXPECT_EQ(usage_text(rows, 40),
-            "  -a, --a-rather-long-name\n"
-            "          Short help that has to wrap\n"
-            "          here.\n"
-            "  -b\n"
-            "          Second.\n");
+  for (const auto& [args, expected] : cases) EXPECT_EQ(parsed(args), expected) << args[0];
 }
 
 }  // namespace
