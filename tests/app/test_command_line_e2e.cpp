@@ -77,54 +77,46 @@ const char* const expected_usage =
     "                        each support filter of the fine model, and write the\n"
     "                        model before and after the second removal.\n";
 
-const std::string required_header = "The following options are required:\n";
+const Result not_enough{"", "not enough files\n", 1};
 const std::string out_dir_row = "  -o, --out-dir \tThe output directory.\n";
 const std::string depth_avg_row =
     "      --depth-avg \tThe average depth of the scene. This defines the radius of the smoothing kernel.\n";
 
-TEST_F(CommandLine, UsageWithoutArgumentsOrWithHelpAndVersion) {
+// Usage, version, missing required options (status 0 on purpose) and arguments a run cannot work
+// with (it would never end, or end with nothing): all before the output directory is made.
+TEST_F(CommandLine, EndsBeforeAnythingIsCreated) {
   const Result usage{expected_usage, "", 0};
-  EXPECT_EQ(run({}), usage);
-  EXPECT_EQ(run({"-xh", "--bogus", "-o", "out"}), usage);  // unknown options pass without a word
-  EXPECT_EQ(run({"--version", "-o", "out"}), (Result{"quillara 1.0.0\n", "", 0}));
-  EXPECT_FALSE(exists("out"));
-  // Parsing comes first: a bad argument wins over --help.
-  EXPECT_EQ(run({"--help", "--depth-avg", "x"}),
-            (Result{"", "Option '--depth-avg' requires a numeric argument\n", 1}));
-}
-
-TEST_F(CommandLine, MissingRequiredOptionsEndWithStatusZero) {
-  EXPECT_EQ(run({"--depth-avg", "2", "--", "a", "b"}), (Result{"", required_header + out_dir_row, 0}));
-  EXPECT_EQ(run({"-o", "out"}), (Result{"", required_header + depth_avg_row, 0}));
-  EXPECT_EQ(run({"--bogus"}), (Result{"", required_header + depth_avg_row + out_dir_row, 0}));
-  // Options behind the first non-option are not parsed.
-  EXPECT_EQ(run({"--depth-avg", "2", "a", "-o", "out"}), (Result{"", required_header + out_dir_row, 0}));
-  EXPECT_FALSE(exists("out"));
-}
-
-TEST_F(CommandLine, BadArgumentsFailBeforeAnythingIsCreated) {
-  struct Case {
-    std::vector<std::string> args;
-    std::string err;
+  const auto missing = [](const std::string& rows) {
+    return Result{"", "The following options are required:\n" + rows, 0};
   };
-  const std::string empty_o = "Option 'o' requires a non-empty argument\n";
-  const std::string depth = "Option '--depth-avg' requires a positive finite argument\n";
-  const std::string count = "Option '--superpixels' requires an argument from 1 to 2147483647\n";
-  const std::vector<std::string> view = {"-o", "out", "--depth-avg", "2"};
-  auto with = [&](std::vector<std::string> more) {
-    more.insert(more.begin(), view.begin(), view.end());
+  // Status 1 and the check's one line: "Option 'NAME' requires WHAT".
+  const auto bad = [](const std::string& name, const std::string& what) {
+    return Result{"", "Option '" + name + "' requires " + what + "\n", 1};
+  };
+  const Result depth = bad("--depth-avg", "a positive finite argument");
+  const Result count = bad("--superpixels", "an argument from 1 to 2147483647");
+  const Result share = bad("--visible-support", "an argument above 0 and at most 1");
+  const auto with = [](std::vector<std::string> more) {
+    more.insert(more.begin(), {"-o", "out", "--depth-avg", "2"});
     more.insert(more.end(), {"--", "a", "b"});
     return more;
   };
-  const Case cases[] = {
-      {{"-o", "out", "--depth-avg", "x", "--", "a", "b"}, "Option '--depth-avg' requires a numeric argument\n"},
-      {with({"--superpixels", "1.5"}), "Option '--superpixels' requires a numeric argument\n"},
-      {{"-o", "", "--depth-avg", "2"}, empty_o},
-      {{"--depth-avg", "2", "-ho"}, empty_o},
-      {{"--out-dir=", "--depth-avg", "2"}, "Option '--out-dir' requires a non-empty argument\n"},
-      {{"-o", "out", "--depth-avg"}, "Option '--depth-avg' requires a non-empty argument\n"},
-      {{"-o", "out", "--min-support", "", "--depth-avg", "2"}, "Option '--min-support' requires a non-empty argument\n"},
-      // Values a run cannot work with: it would never end, or end with nothing.
+  const std::pair<std::vector<std::string>, Result> cases[] = {
+      {{}, usage},
+      {{"-xh", "--bogus", "-o", "out"}, usage},  // unknown options pass without a word
+      {{"--version", "-o", "out"}, {"quillara 1.0.0\n", "", 0}},
+      {{"--help", "--depth-avg", "x"}, bad("--depth-avg", "a numeric argument")},  // parsing first
+      {{"--depth-avg", "2", "--", "a", "b"}, missing(out_dir_row)},
+      {{"-o", "out"}, missing(depth_avg_row)},
+      {{"--bogus"}, missing(depth_avg_row + out_dir_row)},
+      {{"--depth-avg", "2", "a", "-o", "out"}, missing(out_dir_row)},  // nothing behind a non-option is parsed
+      {{"-o", "out", "--depth-avg", "x", "--", "a", "b"}, bad("--depth-avg", "a numeric argument")},
+      {with({"--superpixels", "1.5"}), bad("--superpixels", "a numeric argument")},
+      {{"-o", "", "--depth-avg", "2"}, bad("o", "a non-empty argument")},
+      {{"--depth-avg", "2", "-ho"}, bad("o", "a non-empty argument")},
+      {{"--out-dir=", "--depth-avg", "2"}, bad("--out-dir", "a non-empty argument")},
+      {{"-o", "out", "--depth-avg"}, bad("--depth-avg", "a non-empty argument")},
+      {{"-o", "out", "--min-support", "", "--depth-avg", "2"}, bad("--min-support", "a non-empty argument")},
       {{"-o", "out", "--depth-avg", "-1", "--", "a", "b"}, depth},
       {{"-o", "out", "--depth-avg=0", "--", "a", "b"}, depth},
       {{"-o", "out", "--depth-avg", "nan", "--", "a", "b"}, depth},
@@ -134,14 +126,14 @@ TEST_F(CommandLine, BadArgumentsFailBeforeAnythingIsCreated) {
       {with({"--superpixels", "0"}), count},
       {with({"--superpixels", "-5"}), count},
       {with({"--superpixels", "99999999999"}), count},
-      {with({"--alpha", "-0.1"}), "Option '--alpha' requires a finite argument of at least 0\n"},
-      {with({"--min-support-sp", "-1"}), "Option '--min-support-sp' requires a finite argument of at least 0\n"},
-      {with({"--visible-support", "0"}), "Option '--visible-support' requires an argument above 0 and at most 1\n"},
-      {with({"--visible-support=2"}), "Option '--visible-support' requires an argument above 0 and at most 1\n"},
-      {with({"--visible-floor", "-1"}), "Option '--visible-floor' requires a finite argument of at least 0\n"},
-      {with({"--ply-colors", "rgb"}), "Option '--ply-colors' requires diffuse or standard\n"},
+      {with({"--alpha", "-0.1"}), bad("--alpha", "a finite argument of at least 0")},
+      {with({"--min-support-sp", "-1"}), bad("--min-support-sp", "a finite argument of at least 0")},
+      {with({"--visible-support", "0"}), share},
+      {with({"--visible-support=2"}), share},
+      {with({"--visible-floor", "-1"}), bad("--visible-floor", "a finite argument of at least 0")},
+      {with({"--ply-colors", "rgb"}), bad("--ply-colors", "diffuse or standard")},
   };
-  for (const Case& c : cases) EXPECT_EQ(run(c.args), (Result{"", c.err, 1})) << c.args[1] << " " << c.args[3];
+  for (const auto& [args, expected] : cases) EXPECT_EQ(run(args), expected) << testing::PrintToString(args);
   EXPECT_FALSE(exists("out"));
 }
 
@@ -149,7 +141,6 @@ TEST_F(CommandLine, BadArgumentsFailBeforeAnythingIsCreated) {
 TEST_F(CommandLine, OutputDirectory) {
   touch("a");
   touch("file");
-  const Result not_enough{"", "not enough files\n", 1};
   for (const std::string name : {"my out", "x;touch PWNED", "deep/er/out", "deep/er/out"}) {
     EXPECT_EQ(run({"-o", name, "--depth-avg", "2", "--", "a"}), not_enough) << name;
     EXPECT_TRUE(fs::is_directory(dir_ / name)) << name;
@@ -174,7 +165,6 @@ TEST_F(CommandLine, OutputDirectory) {
 TEST_F(CommandLine, ViewFileListMistakes) {
   touch("a");
   fs::create_directories(dir_ / "folder");
-  const Result not_enough{"", "not enough files\n", 1};
   auto missing = [](const std::string& name) { return Result{"", "file \"" + name + "\" does not exist\n", 1}; };
   const std::pair<std::vector<std::string>, Result> cases[] = {
       {{"-o", "out", "--depth-avg", "2", "a", "b"}, not_enough},  // without "--" nothing is a view file
