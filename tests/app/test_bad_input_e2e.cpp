@@ -22,17 +22,6 @@ namespace fs = std::filesystem;
 
 namespace {
 
-// Each test makes its own scene: ctest runs the tests of this file as parallel processes.
-e2e::GeneratedScene make_tiny_scene(const fs::path& dir) {
-  scene::SceneOptions options;
-  options.out_dir = (dir / "scene").string();
-  options.views = 4;
-  options.width = 160;
-  options.height = 120;
-  options.ground_truth_stride = 160;
-  return e2e::generate_scene(options);
-}
-
 // The view file's tokens with token k (from 1) replaced.
 std::string with_token(const std::string& text, int k, const std::string& value) {
   std::istringstream in(text);
@@ -65,8 +54,13 @@ class BadInput : public testing::Test {
   void SetUp() override {
     dir_ = fs::path(QUILLARA_TEST_TMP) / "bad_input" / testing::UnitTest::GetInstance()->current_test_info()->name();
     fs::remove_all(dir_);
-    fs::create_directories(dir_);
-    scene_ = make_tiny_scene(dir_);
+    scene::SceneOptions options;  // each test has its own scene: ctest runs them as parallel processes
+    options.out_dir = (dir_ / "scene").string();
+    options.views = 4;
+    options.width = 160;
+    options.height = 120;
+    options.ground_truth_stride = 160;
+    scene_ = e2e::generate_scene(options);
   }
   // Idle OpenMP threads sleep instead of spinning, which keeps runs quick on a busy machine.
   e2e::Result quillara(std::vector<std::string> args, e2e::Limits limits = {}) {
@@ -90,9 +84,8 @@ class BadInput : public testing::Test {
 };
 
 TEST_F(BadInput, ViewFileMistakesEndInOneLineNamingTheFile) {
-  const e2e::GeneratedScene& s = scene_;
-  const std::string view_text = io_test::read_bytes(s.view_files[1]);
-  const std::string image = s.dir + "/image_01.png";
+  const std::string view_text = io_test::read_bytes(scene_.view_files[1]);
+  const std::string image = scene_.dir + "/image_01.png";
   const std::string png = io_test::read_bytes(image);
   write("cut.png", png.substr(0, png.size() / 2));
   io_test::write_grey16_png((dir_ / "small.png").string(), 80, 60, std::vector<unsigned short>(80 * 60, 3000));
@@ -116,7 +109,7 @@ TEST_F(BadInput, ViewFileMistakesEndInOneLineNamingTheFile) {
   };
   for (const auto& [text, cause] : cases) {
     write("bad.txt", text);
-    const e2e::Result r = quillara(command("out", {s.view_files[0], "bad.txt"}));
+    const e2e::Result r = quillara(command("out", {scene_.view_files[0], "bad.txt"}));
     EXPECT_EQ(r.status, 1) << r;
     EXPECT_TRUE(r.err.starts_with("view file \"bad.txt\": " + cause)) << r.err;
     EXPECT_EQ(std::count(r.err.begin(), r.err.end(), '\n'), 1) << r.err;
@@ -159,8 +152,8 @@ TEST_F(BadInput, FailedWriteKeepsTheEarlierModel) {
 // centres (footprint 0), which made the neighbour passes quadratic. Now the run ends in time, and
 // the summary reports the model it wrote.
 TEST_F(BadInput, KeepingEveryPointEndsInTime) {
-  const std::vector<std::string> views = scene_.view_files;
-  const e2e::Result r = quillara(command("out", {views[0], views[1]}, {"--min-support-sp", "0", "--min-support", "0"}));
+  const e2e::Result r = quillara(
+      command("out", {scene_.view_files[0], scene_.view_files[1]}, {"--min-support-sp", "0", "--min-support", "0"}));
   ASSERT_EQ(r.status, 0) << r.err;
   bool finite = false;
   const std::vector<float> sizes = point_sizes((dir_ / "out/model.ply").string(), finite);
