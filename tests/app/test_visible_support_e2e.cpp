@@ -1,6 +1,3 @@
-// Few views: the fixed support levels against the visible share, end to end, on one small
-// generated scene with depth noise and wrong depths planted in 3 % of every view's pixels.
-
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -26,47 +23,37 @@ struct Fused {
   scene::Evaluation evaluation;
 };
 
-class FewViews : public testing::Test {
- protected:
-  static void SetUpTestSuite() {
-    root_ = (fs::path(QUILLARA_TEST_TMP) / "few_views").string();
-    fs::remove_all(root_);
-    scene::SceneOptions options;
-    options.out_dir = root_ + "/scene";
-    options.views = 6;
-    options.width = 160;
-    options.height = 120;
-    options.noise = 0.001;
-    options.outliers = 0.03;
-    scene_ = e2e::generate_scene(options);
-  }
-
-  static Fused fuse(const std::string& name, std::vector<std::string> options) {
-    Fused f;
-    f.out_dir = root_ + "/" + name;
-    std::vector<std::string> args = {"--out-dir", f.out_dir, "--depth-avg", scene_.average_depth, "--superpixels", "300"};
-    args.insert(args.end(), options.begin(), options.end());
-    args.push_back("--");
-    args.insert(args.end(), scene_.view_files.begin(), scene_.view_files.end());
-    f.run = e2e::run(QUILLARA_BIN, root_, args);
-    if (f.run.status != 0) return f;
-    f.model = scene::read_model_ply(f.out_dir + "/model.ply");
-    f.evaluation = scene::evaluate_model(scene_.dir, f.model);
-    std::cout << name << ":\n" << scene::format_evaluation(f.evaluation);
-    return f;
-  }
-
-  static inline std::string root_;
-  static inline e2e::GeneratedScene scene_;
-};
-
 }  // namespace
 
-// With six views the fixed levels keep next to nothing and the summary points to the visible
-// share; the visible share keeps most of the surface, accurately, with both faces of the thin
-// sheet, and still removes the planted outliers. Without its floor, points that no other view can
-// see stay, and with them outliers hidden from every other view.
-TEST_F(FewViews, TheVisibleShareKeepsTheSurfaceAndRemovesOutliers) {
+// Six views with depth noise and wrong depths planted in 3 % of every view's pixels: the fixed
+// levels keep next to nothing and the summary points to the visible share; the visible share keeps
+// most of the surface, accurately, with both faces of the thin sheet, and still removes the planted
+// outliers. Without its floor, points that no other view can see stay, and with them outliers
+// hidden from every other view.
+TEST(FewViews, TheVisibleShareKeepsTheSurfaceAndRemovesOutliers) {
+  const std::string root = (fs::path(QUILLARA_TEST_TMP) / "few_views").string();
+  fs::remove_all(root);
+  scene::SceneOptions options;
+  options.out_dir = root + "/scene";
+  options.views = 6;
+  options.width = 160;
+  options.height = 120;
+  options.noise = 0.001;
+  options.outliers = 0.03;
+  const e2e::GeneratedScene generated = e2e::generate_scene(options);
+  const auto fuse = [&](const std::string& name, std::vector<std::string> args) {
+    Fused f;
+    f.out_dir = root + "/" + name;
+    args.insert(args.begin(), {"-o", f.out_dir, "--depth-avg", generated.average_depth, "--superpixels", "300"});
+    args.push_back("--");
+    args.insert(args.end(), generated.view_files.begin(), generated.view_files.end());
+    f.run = e2e::run(QUILLARA_BIN, root, args);
+    if (f.run.status != 0) return f;
+    f.model = scene::read_model_ply(f.out_dir + "/model.ply");
+    f.evaluation = scene::evaluate_model(generated.dir, f.model);
+    std::cout << name << ":\n" << scene::format_evaluation(f.evaluation);
+    return f;
+  };
   const Fused fixed = fuse("fixed", {});
   const Fused visible = fuse("visible", {"--visible-support", "0.3", "--ply-colors", "standard"});
   const Fused no_floor = fuse("no_floor", {"--visible-support", "0.3", "--visible-floor", "0"});
