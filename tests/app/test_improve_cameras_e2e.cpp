@@ -1,5 +1,3 @@
-// --improve-cameras end to end.
-
 #include <gtest/gtest.h>
 
 #include <filesystem>
@@ -7,7 +5,6 @@
 #include <vector>
 
 #include "src/app/scene_input.h"
-#include "tests/pose/pose_scene.h"
 #include "tests/support/generated_scene.h"
 #include "tests/support/run_process.h"
 #include "tools/scene/scene_files.h"
@@ -22,23 +19,23 @@ struct ImprovedRun {
   e2e::Result run;
 };
 
-// Views `first` to `first + count - 1` of a ring of `ring` views of width x height pixels, their
-// poses written `degrees` and `footprints` off, run with --improve-cameras and low support levels.
-// Every view has three others within 60 degrees when the ring has 24 views and count is 4 or more.
-ImprovedRun improve(const std::string& name, int ring, int count, int width, int height, double degrees,
-                    double footprints, bool debug_directory) {
+// The first `count` views of a ring of `ring` views of 96 x 72 pixels, their poses written 0.2
+// degrees and one footprint off, run with --improve-cameras and low support levels. Every view has
+// three others within 60 degrees when the ring has 24 views and count is 4 or more. With
+// `debug_directory` the refinement dumps its depth stacks into model/debug.
+ImprovedRun improve(const std::string& name, int ring, int count, bool debug_directory) {
   ImprovedRun r;
   const fs::path root = fs::path(QUILLARA_TEST_TMP) / name;
   fs::remove_all(root);
+  if (debug_directory) fs::create_directories(root / "model" / "debug");
   r.out_dir = (root / "model").string();
   scene::SceneOptions options;
   options.out_dir = (root / "scene").string();
   options.views = ring;
-  options.width = width;
-  options.height = height;
-  options.perturbation = {degrees, footprints};
+  options.width = 96;
+  options.height = 72;
+  options.perturbation = {0.2, 1.0};
   const e2e::GeneratedScene generated = e2e::generate_scene(options, count);
-  if (debug_directory) fs::create_directories(root / "model" / "debug");
   r.view_files = generated.view_files;
   std::vector<std::string> args = {"-o", r.out_dir, "--depth-avg", generated.average_depth, "--superpixels", "200",
                                    "--min-support-sp", "1", "--min-support", "1", "--improve-cameras", "--"};
@@ -53,7 +50,7 @@ ImprovedRun improve(const std::string& name, int ring, int count, int width, int
 // passes of alignment, refinement and filtering, the dumps of each refinement, the refined views
 // as view files naming the input's images, and no pass model on disk.
 TEST(ImproveCameras, RunsThreePassesAndWritesTheRefinedViews) {
-  const ImprovedRun r = improve("improve_schedule", 24, 4, 96, 72, 0.2, 1.0, true);
+  const ImprovedRun r = improve("improve_schedule", 24, 4, true);
   ASSERT_EQ(r.run.status, 0) << r.run.err;
   EXPECT_EQ(e2e::occurrences(r.run.out, " camera pose, view "), 12u);
   EXPECT_EQ(e2e::occurrences(r.run.out, " refine depth maps radius "), 3u);
@@ -87,7 +84,7 @@ TEST(ImproveCameras, RunsThreePassesAndWritesTheRefinedViews) {
 // The three views of a ring of 8 have two neighbours within 60 degrees: the refinement keeps no
 // pixel, and the run says why.
 TEST(ImproveCameras, TooFewNeighboursEndTheRunWithTheReason) {
-  const ImprovedRun r = improve("improve_too_few", 8, 3, 96, 72, 0.2, 1.0, false);
+  const ImprovedRun r = improve("improve_too_few", 8, 3, false);
   EXPECT_EQ(r.run.status, 1);
   EXPECT_EQ(r.run.err,
             "improvement pass 0: refine depth maps: no view kept a pixel; each view needs at least three other views "
