@@ -14,7 +14,6 @@
 #include "tests/support/io_test_support.h"
 
 using io_test::expect_runtime_error;
-using io_test::scratch_dir;
 using io_test::scratch_path;
 
 namespace {
@@ -110,8 +109,6 @@ TEST_F(SceneInput, MaximumDepthIsTheUpperMedianOfTheViewMaxima) {
   EXPECT_EQ(depth_range_max, 2.0f);
   EXPECT_EQ(depth_range_min, -1.0f);  // the minimum statistic never runs
   EXPECT_EQ(average_depth, 7.5f);     // given on the command line
-  EXPECT_EQ(camera_ptrs_[1], &cameras_[1]);
-  EXPECT_EQ(cameras_[1].index, 1);
   read({make_view("a", constant(3000)), make_view("b", constant(1000)), make_view("c", constant(2000))}, true);
   EXPECT_EQ(depth_range_max, 2.0f);
   read({make_view("z0", constant(0)), make_view("b", constant(1000)), make_view("z1", constant(0))}, true);
@@ -126,15 +123,12 @@ TEST_F(SceneInput, EightBitDepthIsThousandths) {
   EXPECT_EQ(depthmaps_[0](3, 2), 0.255f);
 }
 
-// Each mistake ends in a ViewFileError naming the file; the end-to-end tests run the common ones,
-// a short file among them.
+// Each mistake ends in a ViewFileError naming the file; the end-to-end tests run the common ones.
+// A grey PGM as colour image fails in the conversion, after the reader.
 TEST_F(SceneInput, MistakesNameTheViewFile) {
   Camera c;
   CMatrix<float> d;
   EXPECT_THROW(read_view(scratch_path("no_such_view.txt"), 0, c, d), ViewFileError);
-  expect_runtime_error([&] { read_view(scratch_dir(), 0, c, d); }, "view file \"" + scratch_dir() + "\": is a directory");
-
-  // A grey PGM as colour image fails in the conversion, after the reader.
   const std::string view = make_view("grey", constant(1000));
   const std::string png = scratch_path("grey_image.png"), grey = scratch_path("grey_image.pgm");
   CTensor<unsigned char>(4, 3, 1).writeToPGM(grey.c_str());
@@ -153,7 +147,6 @@ TEST(ViewFile, ChecksWhatAWrongFileGetsWrong) {
   EXPECT_EQ(std::vector<float>(v.R, v.R + 9), (std::vector<float>{0, -1, 0, 1, 0, 0, 0, 0, 1}));  // as written
   EXPECT_EQ(v.depth_path, "b.png");
   const std::pair<std::string, std::string> cases[] = {
-      {K + R + t + "4 3 a.png", "has 24 tokens"},
       {"500 0 1.5 0 510 0.75 0 0 nan  " + R + t + "4 3 a b", "token 9 (K) is \"nan\", not a finite number"},
       {K + R + "1 2 1e39  4 3 a b", "token 21 (t) is \"1e39\", not a finite number"},
       {K + R + t + "4.0 3 a b", "token 22 (width) is \"4.0\", not a whole number of at least 1"},
