@@ -19,11 +19,9 @@ namespace fs = std::filesystem;
 
 namespace {
 
-constexpr int kViews = 8;
-
 // Views of 160 x 120 and their view files rewritten to name depth maps that do not exist: the
 // images are all quillara-depth may use.
-std::string images_only_scene(const std::string& root, int views = kViews) {
+std::string images_only_scene(const std::string& root, int views = 8) {
   scene::SceneOptions o;
   o.out_dir = root + "/scene";
   o.views = views;
@@ -40,9 +38,10 @@ std::string images_only_scene(const std::string& root, int views = kViews) {
   return o.out_dir;
 }
 
+// The eight view files in dir.
 std::vector<std::string> view_files(const std::string& dir) {
   std::vector<std::string> files;
-  for (int v = 0; v < kViews; ++v) files.push_back(dir + "/" + scene::view_file_name(v));
+  for (int v = 0; v < 8; ++v) files.push_back(dir + "/" + scene::view_file_name(v));
   return files;
 }
 

@@ -205,18 +205,15 @@ TEST(ColmapConverter, BinaryAndTextModelsOfTheRealWriterImportAlike) {
   const std::string root = io_test::fresh_scratch_dir();
   const Generated text = generate(root + "/text", scene::Layout::colmap_text, 3);
   const Generated binary = generate(root + "/binary", scene::Layout::colmap_bin, 3);
-  const auto convert = [&](const std::string& from, const std::string& to, const char* type) {
-    fs::create_directories(to);
-    const e2e::Result r = e2e::run(
-        converter, root, {"model_converter", "--input_path", from, "--output_path", to, "--output_type", type});
-    ASSERT_EQ(r.status, 0) << r.out << r.err;
-  };
   // The converted models replace the generator's in copies of the workspaces.
   for (const auto& [source, copy, type] :
        {std::tuple{text.dir, root + "/text_as_bin", "BIN"}, std::tuple{binary.dir, root + "/bin_as_text", "TXT"}}) {
     fs::copy(source, copy, fs::copy_options::recursive);
     fs::remove_all(copy + "/sparse");
-    convert(source + "/sparse", copy + "/sparse", type);
+    fs::create_directories(copy + "/sparse");
+    const e2e::Result r = e2e::run(converter, root, {"model_converter", "--input_path", source + "/sparse",
+                                                     "--output_path", copy + "/sparse", "--output_type", type});
+    ASSERT_EQ(r.status, 0) << r.out << r.err;
   }
   for (const std::string& dir : {root + "/text_as_bin", root + "/bin_as_text"}) {
     SCOPED_TRACE(dir);
