@@ -27,48 +27,31 @@ const Filter<float, 3> kCentralDifference = {{-0.5f, 0.0f, 0.5f}, 1};
 
 }  // namespace
 
+// The forms the program calls: set to a value, add and divide by another array.
 TEST_F(KetraAlgorithms, ElementWiseFamily) {
   Array<float, 4> a = device_array<4>(make_uint4(3, 1, 1, 2), {1, 2, 3, 4, 5, 6});
   Array<float, 4> b = device_array<4>(make_uint4(3, 1, 1, 2), {1, 1, 1, 2, 2, 2});
-  add(a, 1.0f);
-  mul(a, b);
-  sub(a, 0.5f);
-  EXPECT_EQ(download(a), (std::vector<float>{1.5, 2.5, 3.5, 9.5, 11.5, 13.5}));
-  set(a, b);
-  div(a, 2.0f);
-  EXPECT_EQ(download(a), (std::vector<float>{0.5, 0.5, 0.5, 1, 1, 1}));
-  Array<int, 4> i = device_array<4, int>(make_uint4(2, 1, 1, 1), {7, -8});
-  div(i, 0);  // as on a GPU: no trap
-  EXPECT_EQ(download(i), (std::vector<int>{-1, -1}));
+  add(a, b);
+  div(a, b);
+  EXPECT_EQ(download(a), (std::vector<float>{2, 3, 4, 3, 3.5, 4}));
   Array<uchar4, 4> c = device_array<4, uchar4>(make_uint4(2, 2, 1, 1));
   set(c, make_uchar4(1, 2, 3, 4));
   EXPECT_EQ(download(c)[3].w, 4);
 }
 
-TEST_F(KetraAlgorithms, CentralDifferenceAtBorders) {
+// Central differences with mirrored borders, as the program takes them: along x, and along y of
+// each plane of two volumes of 1 x 3 x 3 without mixing the planes.
+TEST_F(KetraAlgorithms, CentralDifferencesAlongXAndY) {
   Array<float, 4> in = device_array<4>(make_uint4(5, 1, 1, 1), {1, 4, 9, 16, 25});
   Array<float, 4> out = device_array<4>(in.extents);
   filterX(out, in, kCentralDifference, BorderMirror);
   EXPECT_EQ(download(out), (std::vector<float>{0, 4, 6, 8, 0}));
-  filterX(out, in, kCentralDifference, BorderZero);
-  EXPECT_EQ(download(out), (std::vector<float>{2, 4, 6, 8, -8}));
-  filterX(out, in, kCentralDifference, BorderClamp);
-  EXPECT_EQ(download(out), (std::vector<float>{1.5, 4, 6, 8, 4.5}));
-}
-
-TEST_F(KetraAlgorithms, FiltersAlongYPerVolume) {
-  // Two volumes of 1 x 3 x 3; each volume holds y + 10 z + 100 w.
-  std::vector<float> v;
-  for (int w = 0; w < 2; ++w)
-    for (int z = 0; z < 3; ++z)
-      for (int y = 0; y < 3; ++y) v.push_back(static_cast<float>(y + 10 * z + 100 * w));
-  Array<float, 4> in = device_array<4>(make_uint4(1, 3, 3, 2), v);
-  Array<float, 4> out = device_array<4>(in.extents);
-  filterY(out, in, kCentralDifference, BorderClamp);
-  std::vector<float> r = download(out);
-  EXPECT_EQ(r[0], 0.5f);
-  EXPECT_EQ(r[1], 1.0f);
-  EXPECT_EQ(r[9 + 1], 1.0f);
+  std::vector<float> v, expected;
+  for (int plane = 0; plane < 6; ++plane)
+    for (int y = 0; y < 3; ++y) v.push_back(static_cast<float>(y + 10 * plane)), expected.push_back(y == 1);
+  Array<float, 4> volumes = device_array<4>(make_uint4(1, 3, 3, 2), v), along_y = device_array<4>(volumes.extents);
+  filterY(along_y, volumes, kCentralDifference, BorderMirror);
+  EXPECT_EQ(download(along_y), expected);
 }
 
 TEST_F(KetraAlgorithms, DownsampleWeightsTheTapsAndFreesTheSource) {
@@ -87,7 +70,7 @@ TEST_F(KetraAlgorithms, DownsampleWeightsTheTapsAndFreesTheSource) {
   freeArray(a);
 }
 
-// Device conversions scale by 255 when asked; a plain cast truncates.
+// Colour to float planes, scaled by 1 / 255 when asked.
 TEST_F(KetraAlgorithms, Conversions) {
   Array<uchar4, 2> in =
       device_array<2, uchar4>(make_uint4(2, 1, 1, 1), {make_uchar4(0, 51, 255, 7), make_uchar4(1, 2, 3, 4)});
@@ -97,16 +80,6 @@ TEST_F(KetraAlgorithms, Conversions) {
   Array<float, 3> rgba = device_array<3>(make_uint4(2, 1, 4, 1));
   convert(rgba, in, false);
   EXPECT_EQ(download(rgba), (std::vector<float>{0, 1, 51, 2, 255, 3, 7, 4}));
-  Array<uchar4, 2> back = device_array<2, uchar4>(make_uint4(2, 1, 1, 1));
-  convert(back, out, true, 9);
-  const std::vector<uchar4> b = download(back);
-  EXPECT_EQ(b[0].y, 51);
-  EXPECT_EQ(b[0].z, 255);
-  EXPECT_EQ(b[0].w, 9);
-  Array<float, 4> f = device_array<4>(make_uint4(3, 1, 1, 1), {1.9f, -2.5f, 7.0f});
-  Array<int, 4> i = device_array<4, int>(f.extents);
-  convert(i, f);
-  EXPECT_EQ(download(i), (std::vector<int>{1, -2, 7}));
 }
 
 TEST_F(KetraAlgorithms, DumpOfPitchedDeviceArrayEqualsPackedHostDump) {
