@@ -36,17 +36,6 @@ std::vector<unsigned int> fields(uint4 u) { return {u.x, u.y, u.z, u.w}; }
 
 }  // namespace
 
-// An unknown host layout falls back to packed; pitched device rows are padded to 256 bytes.
-TEST_F(KetraTools, PitchesOfEachLayout) {
-  Array<double, 4> host = owned(mallocHostArray<double>(make_uint4(3, 4, 5, 2), static_cast<MemLayout>(7)));
-  Array<float, 4> pitched = owned(mallocDeviceArray<float>(make_uint4(5, 3, 1, 1), Pitched));
-  Array<float, 4> packed = owned(mallocDeviceArray<float>(make_uint4(5, 3, 2, 1), Packed));
-  EXPECT_EQ(std::vector<int>({host.device, pitched.device, packed.device}), std::vector<int>({-1, 0, 0}));
-  EXPECT_EQ(fields(host.pitch), (std::vector<unsigned int>{8, 24, 96, 480}));
-  EXPECT_EQ(fields(pitched.pitch), (std::vector<unsigned int>{4, 256, 768, 768}));
-  EXPECT_EQ(fields(packed.pitch), (std::vector<unsigned int>{4, 20, 60, 120}));
-}
-
 // Each misuse is refused with its message. The copy checks run in order: the layout of src, of
 // dst, then the null tests, then the extents.
 TEST_F(KetraTools, MisuseIsRefusedWithItsMessage) {
