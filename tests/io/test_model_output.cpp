@@ -1,16 +1,23 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cmath>
 #include <csignal>
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
+#include <fstream>
+#include <map>
+#include <sstream>
 #include <string>
 #include <vector>
 
+#include "device/vector_math.h"
 #include "src/io/model_output.h"
 #include "src/io/temporary_file.h"
 #include "tests/support/io_test_support.h"
+#include "tests/support/run_process.h"
 
 using io_test::read_bytes;
 using io_test::scratch_path;
@@ -38,13 +45,43 @@ std::vector<int> colour_of(const std::string& bytes, std::size_t at) {
           static_cast<unsigned char>(bytes[at + 26])};
 }
 
-Particle make_particle(uchar4 color, float radius) {
+Particle make_particle(uchar4 color, float radius, float3 pos = make_float3(1.0f, 2.0f, 3.0f)) {
   Particle p{};
-  p.pos = make_float3(1.0f, 2.0f, 3.0f);
+  p.pos = pos;
   p.dir = make_float3(0.0f, 0.6f, 0.8f);
   p.color = color;
   p.radius = radius;
   return p;
+}
+
+constexpr const char* kConverter = "/usr/bin/pcl_ply2pcd";
+
+struct Cloud {
+  std::map<std::string, std::size_t> column;  // field name to column
+  std::vector<std::vector<double>> rows;
+};
+
+// The text point-cloud file: a FIELDS line naming the columns, then one row per point after DATA.
+Cloud read_text_cloud(const std::string& path) {
+  Cloud cloud;
+  std::ifstream in(path);
+  std::string line;
+  bool data = false;
+  while (std::getline(in, line)) {
+    std::istringstream words(line);
+    if (data) {
+      std::vector<double> row;
+      for (double v; words >> v;) row.push_back(v);
+      cloud.rows.push_back(row);
+      continue;
+    }
+    std::string key;
+    words >> key;
+    if (key == "FIELDS")
+      for (std::string name; words >> name;) cloud.column.emplace(name, cloud.column.size());
+    data = key == "DATA";
+  }
+  return cloud;
 }
 
 }  // namespace
@@ -105,4 +142,39 @@ TEST(TemporaryFile, RemovedWhenTheProcessIsStopped) {
       testing::KilledBySignal(SIGTERM), "stopped.ply.[0-9]+.part");
   for (const auto& entry : std::filesystem::directory_iterator(io_test::scratch_dir()))
     EXPECT_EQ(entry.path().filename().string().find(".part"), std::string::npos) << entry.path();
+}
+
+// A model with the standard colour names, read by a point-cloud library's own PLY reader (its
+// converter to the library's text format, from the Debian package pcl-tools).
+TEST(PlyReader, AReaderThatWantsStandardNamesLoadsPositionsNormalsAndColours) {
+  ASSERT_TRUE(std::filesystem::exists(kConverter)) << kConverter << " is missing: scripts/install-deps installs it";
+  std::vector<Particle> particles;
+  std::vector<float> offsets;
+  std::vector<float3> normals;
+  for (int i = 0; i < 50; ++i) {
+    particles.push_back(make_particle(make_uchar4(5 * i, 255 - 3 * i, i * i % 256, 255), 0.001f * (i + 1),
+                                      make_float3(0.1f * i, -0.25f * i, 2.0f + 0.01f * i)));
+    offsets.push_back(0.5f * static_cast<float>(i % 3));
+    normals.push_back(make_float3(std::cos(0.1f * i) * 0.6f, std::sin(0.1f * i) * 0.6f, -0.8f));
+  }
+  const std::string dir = io_test::scratch_dir();
+  writeParticlesToPLY(particles, offsets, normals, dir + "/model.ply", PlyColorNames::standard);
+  const e2e::Result r = e2e::run(kConverter, dir, {"-format", "0", "model.ply", "model.pcd"});
+  ASSERT_EQ(r.status, 0) << r;
+
+  const Cloud cloud = read_text_cloud(dir + "/model.pcd");
+  for (const char* field : {"x", "y", "z", "normal_x", "normal_y", "normal_z", "rgb"})
+    ASSERT_EQ(cloud.column.count(field), 1u) << field;
+  ASSERT_EQ(cloud.rows.size(), particles.size());
+  for (std::size_t i = 0; i < particles.size(); ++i) {
+    SCOPED_TRACE(i);
+    const std::vector<double>& row = cloud.rows[i];
+    ASSERT_EQ(row.size(), cloud.column.size());
+    const float3 p = particles[i].pos + offsets[i] * particles[i].dir;
+    const double want[6] = {p.x, p.y, p.z, normals[i].x, normals[i].y, normals[i].z};
+    const char* names[6] = {"x", "y", "z", "normal_x", "normal_y", "normal_z"};
+    for (int k = 0; k < 6; ++k) EXPECT_NEAR(row[cloud.column.at(names[k])], want[k], 1e-5) << names[k];
+    const uchar4 c = particles[i].color;  // packed as 0xRRGGBB
+    EXPECT_EQ(static_cast<std::uint32_t>(row[cloud.column.at("rgb")]) & 0xffffffu, c.x << 16u | c.y << 8u | c.z);
+  }
 }

@@ -1,9 +1,11 @@
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <numeric>
 #include <stdexcept>
 #include <string>
 #include <type_traits>
+#include <utility>
 #include <vector>
 
 #include "device/launch.h"
@@ -34,72 +36,43 @@ std::vector<unsigned int> fields(uint4 u) { return {u.x, u.y, u.z, u.w}; }
 
 }  // namespace
 
-TEST_F(KetraTools, AllocationChecks) {
-  EXPECT_EQ(message_of([] { mallocHostArray<float>(make_uint4(2, 0, 1, 1), Packed); }),
-            "ketra::mallocHostArray: all extents must be >= 1");
-  EXPECT_EQ(message_of([] { mallocHostArray<float>(make_uint4(2, 2, 1, 1), Pitched); }),
-            "ketra::mallocHostArray: unsupported memory layout");
-  EXPECT_EQ(message_of([] { mallocDeviceArray<float>(make_uint4(1, 1, 1, 0), Pitched); }),
-            "ketra::mallocDeviceArray: all extents must be >= 1");
-  EXPECT_EQ(message_of([] { mallocDeviceArray<float>(make_uint4(1, 1, 1, 1), static_cast<MemLayout>(5)); }),
-            "ketra::mallocDeviceArray: unsupported memory layout");
-  EXPECT_EQ(device::liveAllocationCount(), 0u);
-}
-
-// An unknown host layout falls back to packed; pitched device rows are padded to 256 bytes.
-TEST_F(KetraTools, PitchesOfEachLayout) {
-  Array<double, 4> host = owned(mallocHostArray<double>(make_uint4(3, 4, 5, 2), static_cast<MemLayout>(7)));
-  Array<float, 4> pitched = owned(mallocDeviceArray<float>(make_uint4(5, 3, 1, 1), Pitched));
-  Array<float, 4> packed = owned(mallocDeviceArray<float>(make_uint4(5, 3, 2, 1), Packed));
-  EXPECT_EQ(std::vector<int>({host.device, pitched.device, packed.device}), std::vector<int>({-1, 0, 0}));
-  EXPECT_EQ(fields(host.pitch), (std::vector<unsigned int>{8, 24, 96, 480}));
-  EXPECT_EQ(fields(pitched.pitch), (std::vector<unsigned int>{4, 256, 768, 768}));
-  EXPECT_EQ(fields(packed.pitch), (std::vector<unsigned int>{4, 20, 60, 120}));
-}
-
-TEST_F(KetraTools, DimensionsWithDataCannotBeDropped) {
-  Array<float, 4> a{nullptr, make_uint4(4, 20, 40, 80), make_uint4(5, 1, 2, 1), 0};
-  EXPECT_EQ(message_of([&] { internal::decreaseArrayDimension<float, 4, 2>(a); }),
-            "decreaseArrayDimension: Cannot decrease source array dimension.\n"
-            " source dimension is 4  target dimension is 2.  source array extents are (5, 1, 2, 1)");
-}
-
-TEST_F(KetraTools, Ranges) {
-  EXPECT_EQ(message_of([] { Range(1, -1); }),
-            "Range(): the first element must be <= than the last element. first = 1,  last = -1\n");
-  EXPECT_EQ(Range(-2, -1).first, -2);
-  Array<float, 4> a = counting_host(make_uint4(4, 3, 2, 2));
-  Array<float, 4> one = block(a, Range(3, 3), Range(0, -1), Range(1, 1), Range(-0, -1));
-  EXPECT_EQ(fields(one.extents), (std::vector<unsigned int>{1, 3, 1, 2}));
-  EXPECT_EQ(one.data[0], 3.0f + 12.0f);
-  EXPECT_EQ(message_of([&] { block(a, Range(0, 4)); }),
-            "block: block range is out of bounds.\n array extents are (4, 3, 2, 2), ranges are [0-4, 0-2, 0-1, 0-1]");
-  EXPECT_EQ(message_of([&] { block(a, Range(-1, 2)); }),
-            "block: block range is out of bounds.\n array extents are (4, 3, 2, 2), ranges are [-1-2, 0-2, 0-1, 0-1]");
-}
-
-TEST_F(KetraTools, CopyChecksInOrder) {
-  Array<float, 4> h = counting_host(make_uint4(4, 3, 2, 1));
-  Array<float, 4> narrow_y = block(device_array<4>(h.extents), Range(), Range(0, 1));
-  Array<float, 4> null_h = h;
+// Each misuse is refused with its message. The copy checks run in order: the layout of src, of
+// dst, then the null tests, then the extents.
+TEST_F(KetraTools, MisuseIsRefusedWithItsMessage) {
+  Array<float, 4> h = counting_host(make_uint4(4, 3, 2, 1)), null_h = h, alias = h;
   null_h.data = nullptr;
-  // Layout of src is tested before dst, both before the null tests.
-  EXPECT_EQ(message_of([&] { arrayCopy(narrow_y, block(h, Range(), Range(0, 1))); }),
-            "ketra::arrayCopy: memory layout of src array is incompatible");
-  EXPECT_EQ(message_of([&] { arrayCopy(narrow_y, null_h); }),
-            "ketra::arrayCopy: memory layout of dst array is incompatible");
-  EXPECT_EQ(message_of([&] { arrayCopy(null_h, null_h); }), "ketra::arrayCopy: src is null");
-  EXPECT_EQ(message_of([&] { arrayCopy(null_h, h); }), "ketra::arrayCopy: dst is null");
-  Array<float, 4> alias = h;
-  EXPECT_EQ(message_of([&] { arrayCopy(alias, h); }), "ketra::arrayCopy: src and dst are identical");
+  Array<float, 4> narrow_y = block(device_array<4>(h.extents), Range(), Range(0, 1));
   Array<float, 4> small = device_array<4>(make_uint4(4, 3, 1, 1));
-  EXPECT_EQ(message_of([&] { arrayCopy(small, h); }),
-            "arrayCopy: extents mismatch\n src extents are (4, 3, 2, 1) dst extents are (4, 3, 1, 1)");
   Array<float, 4> h_plane = block(h, Range(), Range(), Range(0, 0)), s_narrow = block(small, Range(0, 2));
   Array<float, 2> h2 = internal::decreaseArrayDimension<float, 4, 2>(h_plane);
   Array<float, 2> s2 = internal::decreaseArrayDimension<float, 4, 2>(s_narrow);
-  EXPECT_EQ(message_of([&] { arrayCopy(s2, h2); }),
-            "arrayCopy: extents mismatch\n src extents are (4, 3) dst extents are (3, 3)");
+  Array<float, 4> with_data{nullptr, make_uint4(4, 20, 40, 80), make_uint4(5, 1, 2, 1), 0};
+  const std::string host = "ketra::mallocHostArray: ", device = "ketra::mallocDeviceArray: ",
+                    copy = "ketra::arrayCopy: ", mismatch = "arrayCopy: extents mismatch\n src extents are ";
+  const std::string out_of_bounds =
+      "block: block range is out of bounds.\n array extents are (4, 3, 2, 1), ranges are ";
+  const std::vector<std::pair<std::function<void()>, std::string>> cases = {
+      {[] { mallocHostArray<float>(make_uint4(2, 0, 1, 1), Packed); }, host + "all extents must be >= 1"},
+      {[] { mallocHostArray<float>(make_uint4(2, 2, 1, 1), Pitched); }, host + "unsupported memory layout"},
+      {[] { mallocDeviceArray<float>(make_uint4(1, 1, 1, 0), Pitched); }, device + "all extents must be >= 1"},
+      {[] { mallocDeviceArray<float>(make_uint4(1, 1, 1, 1), static_cast<MemLayout>(5)); },
+       device + "unsupported memory layout"},
+      {[&] { internal::decreaseArrayDimension<float, 4, 2>(with_data); },
+       "decreaseArrayDimension: Cannot decrease source array dimension.\n"
+       " source dimension is 4  target dimension is 2.  source array extents are (5, 1, 2, 1)"},
+      {[] { Range(1, -1); }, "Range(): the first element must be <= than the last element. first = 1,  last = -1\n"},
+      {[&] { block(h, Range(0, 4)); }, out_of_bounds + "[0-4, 0-2, 0-1, 0-0]"},
+      {[&] { block(h, Range(-1, 2)); }, out_of_bounds + "[-1-2, 0-2, 0-1, 0-0]"},
+      {[&] { arrayCopy(narrow_y, block(h, Range(), Range(0, 1))); },
+       copy + "memory layout of src array is incompatible"},
+      {[&] { arrayCopy(narrow_y, null_h); }, copy + "memory layout of dst array is incompatible"},
+      {[&] { arrayCopy(null_h, null_h); }, copy + "src is null"},
+      {[&] { arrayCopy(null_h, h); }, copy + "dst is null"},
+      {[&] { arrayCopy(alias, h); }, copy + "src and dst are identical"},
+      {[&] { arrayCopy(small, h); }, mismatch + "(4, 3, 2, 1) dst extents are (4, 3, 1, 1)"},
+      {[&] { arrayCopy(s2, h2); }, mismatch + "(4, 3) dst extents are (3, 3)"}};
+  for (const auto& [misuse, text] : cases) EXPECT_EQ(message_of(misuse), text);
+
   // Host memory claimed to be device memory surfaces through the error check.
   Array<float, 4> fake = counting_host(h.extents);
   fake.device = 0;
@@ -125,6 +98,11 @@ TEST_F(KetraTools, CopiesBetweenEveryPairOfLayoutsAndPlaces) {
 }
 
 TEST_F(KetraTools, BlocksNarrowingXCopyAndNarrowingYWorkInKernels) {
+  Array<float, 4> a = counting_host(make_uint4(4, 3, 2, 2));
+  Array<float, 4> one = block(a, Range(3, 3), Range(0, -1), Range(1, 1), Range(-0, -1));
+  EXPECT_EQ(fields(one.extents), (std::vector<unsigned int>{1, 3, 1, 2}));
+  EXPECT_EQ(one.data[0], 3.0f + 12.0f);
+
   Array<float, 4> source = counting_host(make_uint4(6, 3, 2, 1));
   Array<float, 4> d = device_array<4>(source.extents);
   arrayCopy(d, source);

@@ -3,11 +3,13 @@
 
 #include <cmath>
 #include <limits>
+#include <set>
 #include <tuple>
 #include <vector>
 
 #include "tests/support/particle_cloud.h"
 #include "src/spatial/cell_index.h"
+#include "src/spatial/hash_map.h"
 #include "src/spatial/morton.h"
 
 TEST(Morton, RoundTripOverTheKeyRange) {
@@ -21,13 +23,6 @@ TEST(Morton, RoundTripOverTheKeyRange) {
   EXPECT_EQ(encode(65535, 65535, 65535), invalid_cell_key);
 }
 
-TEST(Morton, CoordinatesWrapAsTheBitSpreadDoes) {
-  const unsigned long long minus_one = static_cast<unsigned long long>(-1LL);
-  EXPECT_EQ(encode(minus_one, 0, 0), encode(65535, 0, 0));
-  EXPECT_EQ(encode(1u << 16, 0, 0), 0u);                       // bits 16..23 are lost
-  EXPECT_EQ(encode(1u << 24, 0, 0), encode(1u << 8, 0, 0));    // bits 24..31 fall onto 8..15
-}
-
 namespace {
 
 Particle particle_at(float x, float y, float z) {
@@ -36,6 +31,22 @@ Particle particle_at(float x, float y, float z) {
   p.dir = {0.0f, 0.0f, 1.0f};
   p.init_normal = p.dir;
   return p;
+}
+
+// The map of keys[k] to 1000 + k: every key is found by both lookups, each of `others` by neither.
+HashMap expect_map_of(const std::vector<unsigned long long>& keys, const std::vector<unsigned long long>& others) {
+  std::vector<unsigned int> values(keys.size());
+  for (size_t k = 0; k < keys.size(); ++k) values[k] = static_cast<unsigned int>(1000 + k);
+  const HashMap map = create_hash_map(keys, values, 0.8f);
+  for (size_t k = 0; k < keys.size(); ++k) {
+    EXPECT_EQ(hash_map_find(map, keys[k]), 1000 + k) << "key " << keys[k];
+    EXPECT_EQ(hash_map_find_bounded(map, keys[k]), 1000 + k) << "key " << keys[k];
+  }
+  for (unsigned long long key : others) {
+    EXPECT_EQ(hash_map_find(map, key), hash_map_not_found) << "key " << key;
+    EXPECT_EQ(hash_map_find_bounded(map, key), hash_map_not_found) << "key " << key;
+  }
+  return map;
 }
 
 }  // namespace
@@ -47,12 +58,7 @@ TEST(CellIndex, BoundingBoxCoversPositionsAndRayOrigins) {
   std::vector<float> offsets = {2.0f, -4.0f, 0.0f, 0.0f};
   float3 lo, hi;
   particles_bounding_box(&lo, &hi, particles, offsets);
-  EXPECT_EQ(lo.x, -1.0f);
-  EXPECT_EQ(lo.y, 2.0f);
-  EXPECT_EQ(lo.z, -4.0f);
-  EXPECT_EQ(hi.x, 1.0f);
-  EXPECT_EQ(hi.y, 5.0f);
-  EXPECT_EQ(hi.z, 5.0f);
+  EXPECT_EQ(std::vector<float>({lo.x, lo.y, lo.z, hi.x, hi.y, hi.z}), std::vector<float>({-1, 2, -4, 1, 5, 5}));
   float3 only_max = {7, 7, 7};
   particles_bounding_box(nullptr, &only_max, particles, offsets);
   EXPECT_EQ(only_max.z, 5.0f);
@@ -151,4 +157,41 @@ TEST(CellIndex, ReorderMovesAllThreeArraysAndResetsHandles) {
       EXPECT_EQ(handles[k], static_cast<unsigned int>(k));
     }
   }
+}
+
+// 110 has the taken home slot of 100; 108 has a free one.
+TEST(HashMap, WithoutCollisionsEveryKeySitsAtItsHomeSlot) {
+  const std::vector<unsigned long long> keys = {100, 101, 102, 103, 104, 105, 106, 107};
+  const HashMap map = expect_map_of(keys, {108, 110});
+  EXPECT_EQ(map.size, 10u);
+  EXPECT_EQ(map.max_age, 1u);
+  for (size_t k = 0; k < keys.size(); ++k) {
+    EXPECT_EQ(map.keys[keys[k] % 10], keys[k]);
+    EXPECT_EQ(map.ages[keys[k] % 10], 1u);
+  }
+}
+
+// All keys share one home slot and the same probe sequence, so they must take up one offset each
+// and evict each other; the device suite checks that the build restarts with new offsets.
+TEST(HashMap, CollidingKeysAreEvictedAndStillFound) {
+  std::vector<unsigned long long> keys;
+  const unsigned long long size = static_cast<unsigned long long>(30 / 0.8f);
+  for (unsigned long long k = 0; k < 30; ++k) keys.push_back((k + 1) * size);
+  const HashMap map = expect_map_of(keys, {31 * size});
+  EXPECT_EQ(map.size, size);
+  EXPECT_GT(map.max_age, 20u);
+  EXPECT_EQ(map.ages[0], map.max_age);
+}
+
+// Dense and clustered low keys: the whole key range is looked up.
+TEST(HashMap, DenseRandomKeySet) {
+  std::vector<unsigned long long> keys, others;
+  std::set<unsigned long long> seen;
+  for (uint64_t k = 0; keys.size() < 20000; ++k)
+    if (const unsigned long long key = cloud::mix(k) % 60000; seen.insert(key).second) keys.push_back(key);
+  for (unsigned long long key = 0; key < 60000; ++key)
+    if (!seen.count(key)) others.push_back(key);
+  const HashMap map = expect_map_of(keys, others);
+  EXPECT_EQ(map.size, 25000u);
+  EXPECT_GT(map.max_age, 1u);
 }

@@ -3,13 +3,17 @@
 #include <cfloat>
 #include <cmath>
 #include <limits>
+#include <string>
 #include <vector>
 
+#include "dasp/parameters.h"
 #include "src/core/back_project.h"
 #include "src/core/particle_position.h"
 #include "src/seed/create_particles_from_superpixels.h"
+#include "src/seed/create_superpixels.h"
 #include "src/seed/particles_to_images.h"
 #include "src/seed/robust_plane_fit.h"
+#include "tests/render/render_test_support.h"
 #include "tests/support/superpixel_test_support.h"
 
 using namespace sp_test;
@@ -18,6 +22,22 @@ namespace {
 
 constexpr float kNaN = std::numeric_limits<float>::quiet_NaN();
 constexpr float kInf = std::numeric_limits<float>::infinity();
+
+// The plane's normal turned towards the camera.
+D3 facing(const Camera& camera, const Plane& plane) {
+  return plane.d - dot(plane.n, center_of(camera)) < 0 ? plane.n : D3{-plane.n.x, -plane.n.y, -plane.n.z};
+}
+
+// Superpixels of a view (replacing what the vector held), and the line printed meanwhile.
+std::vector<Superpixel> cut(const CMatrix<float>& depth, const CMatrix<uchar4>& image, const Camera& camera,
+                            float mean_depth, int count, std::string* printed) {
+  std::vector<Superpixel> superpixels(3);
+  superpixels[0].pixels.emplace_back(0, 0);
+  testing::internal::CaptureStdout();
+  create_superpixels(superpixels, depth, image, camera, mean_depth, count);
+  *printed = testing::internal::GetCapturedStdout();
+  return superpixels;
+}
 
 // A tilted plane about 2.5 units in front of the turned camera, and a view of it.
 struct PlaneView {
@@ -38,7 +58,6 @@ struct PlaneView {
   float3 point(int x, int y) const {
     return back_project(x, y, depth(x, y), depth.xSize, depth.ySize, camera, 1.0f / 40.0f, 1.0f / 42.0f);
   }
-  D3 facing() const { return plane.d - dot(plane.n, center_of(camera)) < 0 ? plane.n : D3{-plane.n.x, -plane.n.y, -plane.n.z}; }
 };
 
 // (|centre - c| / fx) * sqrt(points / pi), the root in double.
@@ -107,7 +126,7 @@ TEST(SuperpixelParticles, TargetDepthSetsTheOffsetAndTheNormalMapTheNormal) {
   }
   EXPECT_EQ(v.set.offsets[3], 0.0f);
   for (int k : {1, 3}) {
-    expect_near(v.set.normals[k], v.facing(), 1e-4);
+    expect_near(v.set.normals[k], facing(v.camera, v.plane), 1e-4);
     EXPECT_EQ(xyz(v.set.particles[k].init_normal), xyz(v.set.normals[k]));
   }
   // On an exact plane all weights are about equal: the centre is the mean of the pixels' points.
@@ -184,4 +203,77 @@ TEST(ParticlesToImages, DrawsTheOwnPlanesSeenAtUpToSeventyDegrees) {
       } else {
         EXPECT_EQ(depth(x, y), 0.0f) << x << ", " << y;
       }
+}
+
+TEST(CreateSuperpixels, PartitionOfTheViewWithMeanColours) {
+  const GeneratedView& v = generated(0);  // 120 x 90 with an off-centre principal point
+  const int W = v.camera.width, H = v.camera.height;
+  double depth_sum = 0;
+  int depths = 0;
+  for (std::size_t p = 0; p < v.depth.size(); ++p) depth_sum += v.depth.data[p], depths += v.depth.data[p] > 0;
+  std::string printed;
+  const std::vector<Superpixel> superpixels = cut(v.depth, v.camera.image, v.camera, depth_sum / depths, 60, &printed);
+  EXPECT_EQ(printed, "Computing superpixels ...    created " + std::to_string(superpixels.size()) + " superpixels\n");
+  ASSERT_GT(superpixels.size(), 20u);
+  std::vector<int> owners(W * H, 0);
+  for (const Superpixel& s : superpixels) {
+    ASSERT_FALSE(s.pixels.empty());
+    D3 sum = {0, 0, 0};
+    for (const auto& [x, y] : s.pixels) {
+      ASSERT_TRUE(x >= 0 && x < W && y >= 0 && y < H) << x << ", " << y;
+      ++owners[y * W + x];
+      const uchar4 p = v.camera.image(x, y);
+      sum = {sum.x + p.x, sum.y + p.y, sum.z + p.z};
+    }
+    // The mean as a fraction of 255, times 255 and truncated: at most one below the true mean.
+    const double n = static_cast<double>(s.pixels.size());
+    const double means[3] = {sum.x / n, sum.y / n, sum.z / n};
+    const int channels[3] = {s.color.x, s.color.y, s.color.z};
+    for (int c = 0; c < 3; ++c)
+      EXPECT_TRUE(channels[c] <= means[c] + 1e-6 && channels[c] >= std::floor(means[c]) - 1.0);
+    EXPECT_EQ(s.color.w, 255);
+  }
+  EXPECT_EQ(owners, std::vector<int>(W * H, 1));  // each pixel in exactly one superpixel
+}
+
+TEST(CreateSuperpixels, HandsTheLayerThePrincipalPointInImageCoordinates) {
+  Camera c = turned_camera(32, 24);  // principal point (7.3, 5.6) in image coordinates
+  for (bool image_coordinates : {false, true}) {
+    c.image_coordinates = image_coordinates;
+    if (image_coordinates) c.K[6] = 7.3f, c.K[7] = 5.6f;
+    const dasp::Parameters p = superpixel_parameters(c, 25);
+    EXPECT_FLOAT_EQ(p.principal_x, 7.3f) << image_coordinates;
+    EXPECT_FLOAT_EQ(p.principal_y, 5.6f) << image_coordinates;
+  }
+}
+
+TEST(SuperpixelRoundTrip, PlaneParticlesDrawBackTheMeasuredDepth) {
+  // A tilted plane in front of the turned camera, coloured in 8 x 8 pixel checks.
+  const Camera camera = turned_camera(32, 24, 1);
+  const Plane plane = plane_at(camera, {0.3, -1.0, -0.2}, 3.0);
+  CMatrix<float> depth = plane_depth_map(camera, plane);
+  CMatrix<uchar4> image(32, 24);
+  for (int y = 0; y < 24; ++y)
+    for (int x = 0; x < 32; ++x)
+      image(x, y) = ((x / 8 + y / 8) % 2) ? make_uchar4(200, 40, 40, 255) : make_uchar4(30, 90, 220, 255);
+  std::string printed;
+  const std::vector<Superpixel> superpixels = cut(depth, image, camera, 3.0f, 12, &printed);
+  ASSERT_GT(superpixels.size(), 4u);
+
+  // Holes in the measurement are filled by their superpixel's plane.
+  const CMatrix<float> truth = depth;
+  depth(5, 5) = depth(20, 12) = depth(30, 22) = 0.0f;
+  Set set;
+  create_particles_from_superpixels(set.particles, set.offsets, set.normals, superpixels, CMatrix<float>(),
+                                    CMatrix<float3>(), depth, camera);
+  ASSERT_EQ(set.particles.size(), superpixels.size());
+  CMatrix<float> drawn;
+  CMatrix<float3> normal_map;
+  particles_to_images(drawn, normal_map, set.particles, set.offsets, set.normals, superpixels, camera, -1.0f, 100.0f);
+  for (int y = 0; y < 24; ++y)
+    for (int x = 0; x < 32; ++x) {
+      SCOPED_TRACE(testing::Message() << x << ", " << y);
+      EXPECT_NEAR(drawn(x, y), truth(x, y), 2e-5 * truth(x, y));
+      expect_near(normal_map(x, y), facing(camera, plane), 1e-4);
+    }
 }

@@ -1,15 +1,17 @@
-// Which depth each particle starts from and which pixels give none. Where the particles land for
-// a view file's camera is checked against ray-cast truth in tests/app/test_camera_convention.cpp
-// and by the renderer suites.
+// Which depth each particle starts from, which pixels give none, and how a set is thinned by a
+// value per particle. Where the particles land for a view file's camera is checked against
+// ray-cast truth in tests/app/test_camera_convention.cpp and by the renderer suites.
 
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <limits>
 #include <vector>
 
 #include "device/vector_math.h"
 #include "src/core/back_project.h"
 #include "src/particles/particles_from_depthmap.h"
+#include "src/particles/threshold_particles.h"
 #include "tests/support/superpixel_test_support.h"
 
 namespace {
@@ -36,7 +38,7 @@ struct Pixels {
   void create() {  // with the run's limits, -1 and 10
     CMatrix<float3> normal_map(initial.xSize, initial.ySize);
     CMatrix<uchar4> image(initial.xSize, initial.ySize);
-    for (int k = 0; k < initial.size(); ++k) {
+    for (int k = 0; k < static_cast<int>(initial.size()); ++k) {
       normal_map.data[k] = make_float3(static_cast<float>(k), 0, 1);
       image.data[k] = make_uchar4(k, 7, 7, 9);
     }
@@ -48,6 +50,29 @@ struct Pixels {
                         1 / camera.K[4]);
   }
 };
+
+// Particle i carries i in every array, so the survivors' order is visible in each of them.
+sp_test::Set numbered(int n) {
+  sp_test::Set s;
+  for (int i = 0; i < n; ++i) {
+    Particle p{};
+    p.pixel_index = i;
+    s.particles.push_back(p);
+    s.offsets.push_back(float(i));
+    s.normals.push_back({float(i), 0.0f, 0.0f});
+  }
+  return s;
+}
+
+std::vector<int> order(const sp_test::Set& s) {
+  std::vector<int> ids;
+  for (size_t k = 0; k < s.particles.size(); ++k) {
+    EXPECT_EQ(s.offsets[k], float(s.particles[k].pixel_index));
+    EXPECT_EQ(s.normals[k].x, float(s.particles[k].pixel_index));
+    ids.push_back(s.particles[k].pixel_index);
+  }
+  return ids;
+}
 
 }  // namespace
 
@@ -87,4 +112,22 @@ TEST(ParticlesFromDepthmap, UnusableInitialDepthYieldsNothingAndViewsAppend) {
   EXPECT_EQ(std::vector<int>({b.particles[1].camera_index, b.particles[1].pixel_index, b.particles[3].camera_index,
                               b.particles[3].pixel_index}),
             std::vector<int>({0, 1, 1, 2}));
+}
+
+// Bounds are inclusive and NaN goes; each hole is filled by the last survivor not yet moved.
+TEST(ThresholdParticles, HolesAreFilledByTheLastSurvivors) {
+  sp_test::Set s = numbered(5);
+  std::vector<int> values{0, 5, 0, 5, 0};
+  threshold_particles<int>(values, s.particles, s.offsets, s.normals, 0, 1);
+  EXPECT_EQ(order(s), (std::vector<int>{0, 4, 2}));
+  EXPECT_EQ(values, (std::vector<int>{0, 5, 0, 5, 0}));
+
+  s = numbered(6);
+  std::vector<float> floats{NAN, 3.0f, 0.5f, 4.0f, 1.0f, INFINITY};
+  threshold_particles<float>(floats, s.particles, s.offsets, s.normals, 1.0f, 3.0f);
+  EXPECT_EQ(order(s), (std::vector<int>{4, 1}));
+
+  floats = {7.0f, 8.0f};
+  threshold_particles<float>(floats, s.particles, s.offsets, s.normals, 0.0f, 1.0f);
+  EXPECT_TRUE(s.particles.empty() && s.offsets.empty() && s.normals.empty());
 }
