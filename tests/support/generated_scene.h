@@ -28,14 +28,4 @@ inline GeneratedScene generate_scene(const scene::SceneOptions& options, int vie
   return s;
 }
 
-// The default scene: `views` views of width x height pixels in `dir`, exact depths and poses.
-inline GeneratedScene generate_scene(const std::string& dir, int views, int width, int height) {
-  scene::SceneOptions options;
-  options.out_dir = dir;
-  options.views = views;
-  options.width = width;
-  options.height = height;
-  return generate_scene(options);
-}
-
 }  // namespace e2e
