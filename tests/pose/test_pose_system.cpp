@@ -40,15 +40,6 @@ class PoseSystem : public KetraTest {
 
 }  // namespace
 
-TEST_F(PoseSystem, ConvertToFloatScalesThreeChannelsAndDropsAlpha) {
-  ketra::Array<uchar4, 2> in = device_array<2, uchar4>(
-      make_uint4(2, 1, 1, 1), {make_uchar4(0, 51, 255, 7), make_uchar4(1, 2, 3, 200)});
-  ketra::Array<float, 3> out = device_array<3>(make_uint4(2, 1, 3, 1));
-  convertToFloat(out, in);
-  EXPECT_EQ(download(out),
-            (std::vector<float>{0.0f, 1 / 255.0f, 0.2f, 2 / 255.0f, 1.0f, 3 / 255.0f}));
-}
-
 // The rows of pixels with no surface, with a colour error above 0.5, or warped outside the
 // level become zero; every other row stays, and the count and colours say which is which.
 TEST_F(PoseSystem, InvalidPixelsDropOutOfTheSystem) {
