@@ -46,10 +46,9 @@ class ComputeCameraPose : public KetraTest {
 
 }  // namespace
 
-// Against the model a perfect fusion of its own true depth map gives, a view starting from its
-// written pose: the rotation and the centre error must both halve. One view, a particle at every
-// other pixel and the full-size level alone keep the test quick under the sanitizers; the
-// reference-form test below covers both levels.
+// Against the model of its own true depth map, a view starting from its written pose halves both
+// errors. A particle at every other pixel and the full-size level alone keep it quick under the
+// sanitizers; the reference-form test below covers both levels.
 TEST_F(ComputeCameraPose, ParticleModelHalvesThePoseErrorOfAView) {
   PoseScene const& s = scene_with_pose_errors();
   const int view = 3;
