@@ -15,22 +15,16 @@ namespace {
 // A level of W x H pixels with focal length 20 and the principal point a little off centre.
 Projection level_projection(int W, int H) {
   Projection p{};
-  p.width = W;
-  p.height = H;
-  p.fx = p.fy = 20.0f;
-  p.cx = 0.5f * static_cast<float>(W - 1) + 0.75f;
-  p.cy = 0.5f * static_cast<float>(H - 1) - 0.5f;
+  p.width = W, p.height = H, p.fx = p.fy = 20.0f, p.far = empty_depth;
+  p.cx = 0.5f * static_cast<float>(W - 1) + 0.75f, p.cy = 0.5f * static_cast<float>(H - 1) - 0.5f;
   p.R[0] = p.R[4] = p.R[8] = 1.0f;
-  p.far = empty_depth;
   return p;
 }
 
 class PoseSystem : public KetraTest {
  protected:
-  // The residual planes (0 to 2) of a new system array of W x H x 21.
-  ketra::Array<float, 3> system(int W, int H) {
-    return device_array<3>(make_uint4(W, H, 21, 1));
-  }
+  // A system array: 3 residual planes, then 18 Jacobian planes.
+  ketra::Array<float, 3> system(int W, int H) { return device_array<3>(make_uint4(W, H, 21, 1)); }
   static ketra::Array<float, 3> planes(ketra::Array<float, 3> const& a, int first, int last) {
     ketra::Array<float, 4> v = ketra::block(ketra::internal::as4D(a), ketra::Range(), ketra::Range(),
                                             ketra::Range(first, last));
