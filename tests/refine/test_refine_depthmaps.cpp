@@ -21,15 +21,11 @@ float median(std::vector<float> v) {
 
 }  // namespace
 
-// Five views of a ring of 12, 30 degrees apart: axes up to 60 degrees apart count, so the middle
-// three views have 3 or 4 neighbours and the outer two have 2. The input is what the program
-// renders: one particle per pixel of every view's noisy depth, splatted into each view, and the
-// radius is 4 pixels at the average depth.
-//
-// In the middle views, at the pixels the refinement trusts, the improved depth lies nearer the
-// ray-cast truth than the rendered one, and much of the surface is trusted. In the outer views no
-// pixel has the scores of 3 neighbours: all move by -radius, those without depth too, and none is
-// trusted. View 0's image comes from its file through Camera::loadImage.
+// Five views 30 degrees apart: the middle three have 3 or 4 neighbours within 60 degrees, the outer
+// two have 2. Input: every view's noisy depth as particles, splatted into each view; radius 4 pixels.
+// In the middle views the trusted depths move nearer the truth and much of the surface is trusted;
+// in the outer views no pixel has 3 neighbours' scores: all move by -radius and none is trusted.
+// View 0's image is loaded from its file.
 TEST_F(RenderTest, RefinedDepthIsNearerTheTruth) {
   const scene::CameraRing ring{12, 120, 90, 3.0, 3.5, -2.0};
   constexpr int n = 5;

@@ -2,8 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <cmath>
-
 #include "src/render/depth_from_points.h"
 #include "tests/render/render_test_support.h"
 
@@ -40,36 +38,21 @@ TEST_F(DepthFromPointsTest, DepthAndNormalsOfAGeneratedViewMatchTheTruth) {
   EXPECT_TRUE(surface > 1000 && empty > 100);
 }
 
-TEST(UnitNormalOrTowardsCamera, SumsOfLengthUpTo1e6TakeTheFallback) {
-  const Camera c = pinhole(4, 4, 2.0f);
-  const float3 fallback = unit_normal_or_towards_camera({0, 0, 0}, 1, 2, c, 0.5f, 0.5f);
-  const float3 at_limit = unit_normal_or_towards_camera({1e-6f, 0, 0}, 1, 2, c, 0.5f, 0.5f);
-  EXPECT_TRUE(at_limit.x == fallback.x && at_limit.y == fallback.y && at_limit.z == fallback.z);
-  EXPECT_LT(fallback.z, -0.9f);  // back along the ray, from its point at depth 1 to the camera
-  const float3 above = unit_normal_or_towards_camera({std::nextafter(1e-6f, 1.0f), 0, 0}, 1, 2, c, 0.5f, 0.5f);
-  EXPECT_TRUE(above.x == 1.0f && above.y == 0.0f && above.z == 0.0f);
-}
-
 // A wide disk F in front; behind it a disk B1 that F covers at every pixel, a disk B2 of whose
-// two pixels one lies outside F, and a disk Bf that faces away.
-class ContributionTest : public DepthFromPointsTest {
- protected:
-  static constexpr int W = 16, H = 12;
+// two pixels one lies outside F, and a disk Bf that faces away. Only F and B2 reach the visible
+// surface, and the smallest camera distance per pixel is theirs plus their radius.
+TEST_F(DepthFromPointsTest, ContributionFlagsAndMinimumCameraDistanceOfTheVisiblePoints) {
+  constexpr int W = 16, H = 12;
   const Camera camera = pinhole(W, H, 10.0f);
   const float3 f{0.1f, 0.1f, 2.0f}, b1{0.15f, 0.15f, 3.0f}, b2{1.2f, 0.15f, 3.0f}, bf{-1.2f, 0.15f, 3.0f};
   const ParticleSet set = disks({{f, facing(f), 0.74f},    // 3.7 pixels about pixel (8, 6)
                                  {b1, facing(b1), 0.15f},  // half a pixel at pixel (8, 6)
                                  {b2, facing(b2), 0.18f},  // 0.6 pixels about u = 11.5: pixels 11 and 12
                                  {bf, -facing(bf), 0.3f}});
-};
-
-TEST_F(ContributionTest, FlagsMarkThePointsThatReachTheVisibleSurface) {
   RenderBuffer rb = buffer(W, H);
   EXPECT_EQ(contributing_points(rb, points(set), camera, 0.02f, 0.0f, empty_depth, 1.0f),
             (std::vector<int>{1, 0, 1, 0}));
-}
 
-TEST_F(ContributionTest, MinimumCameraDistanceOfTheVisiblePointsPerPixel) {
   std::vector<float> distance;
   for (const Particle& p : set.particles) distance.push_back(length(p.pos));
   ketra::Array<float, 1> values = array<float, 1>(4);

@@ -1,5 +1,5 @@
-// Semi-global matching: the walks of all 32 directions, path costs against a brute-force dynamic
-// programme, the cost fix, label extraction with its ties and refinement, and the whole operator.
+// Semi-global matching: path costs of all 32 directions against a brute-force dynamic programme,
+// the cost fix, label extraction with its ties and refinement, and the whole operator.
 
 #include <gtest/gtest.h>
 
@@ -93,50 +93,34 @@ class SgmTest : public StereoTest {
   }
 };
 
-// With C = 1 everywhere and no penalties every visit adds exactly 1 to S: each direction visits
-// every pixel once, the axis directions their first pixel of each line twice.
-TEST_F(SgmTest, EveryDirectionVisitsEveryPixelOnce) {
-  constexpr int L = 3, W = 9, H = 5;
-  const std::vector<float> ones(L * W * H, 1.0f);
-  auto check = [&](std::vector<float> const& S, int dx, int dy) {
-    for (int y = 0; y < H; ++y)
-      for (int x = 0; x < W; ++x) {
-        const bool first = (dx == 1 && dy == 0 && x == 0) || (dx == -1 && dy == 0 && x == W - 1) ||
-                           (dx == 0 && dy == 1 && y == 0) || (dx == 0 && dy == -1 && y == H - 1);
-        ASSERT_EQ(S[(y * W + x) * L], first ? 2.0f : 1.0f) << dx << ", " << dy << " at " << x << ", " << y;
-      }
-  };
-#define VISITS(dx, dy) check(paths<false, dx, dy>(ones, L, W, H, 0.0f, 0.0f), dx, dy);
-  VISITS(1, 0) VISITS(-1, 0) VISITS(0, 1) VISITS(0, -1) VISITS(1, 1) VISITS(-1, 1) VISITS(-1, -1) VISITS(1, -1)
-  VISITS(2, 1) VISITS(2, -1) VISITS(-2, 1) VISITS(-2, -1) VISITS(1, 2) VISITS(-1, 2) VISITS(1, -2) VISITS(-1, -2)
-  VISITS(4, 1) VISITS(4, 3) VISITS(4, -1) VISITS(4, -3) VISITS(-4, 1) VISITS(-4, 3) VISITS(-4, -1) VISITS(-4, -3)
-  VISITS(1, 4) VISITS(3, 4) VISITS(-1, 4) VISITS(-3, 4) VISITS(1, -4) VISITS(3, -4) VISITS(-1, -4) VISITS(-3, -4)
-#undef VISITS
-}
-
-// Path sums against the brute-force programme on random costs with a label count that is not a
-// multiple of the vector width: an axis, a direction with major axis x and one with major axis y,
-// in both penalty forms, the map read at the current pixel. With one row a diagonal walker starts
-// a new path at every step, so S is C itself.
+// Path sums of all 32 directions against the brute-force programme on random costs, with a label
+// count that is not a multiple of the vector width; an axis, a direction with major axis x and one
+// with major axis y also with the penalty map, read at the current pixel. With one row a diagonal
+// walker starts a new path at every step, so S is C itself.
 TEST_F(SgmTest, PathSumsMatchABruteForceProgramme) {
   constexpr int L = 21, W = 11, H = 7;
   const std::vector<float> C = random_costs(L, W, H, 5);
   std::vector<float> penalty(W * H);
   for (int i = 0; i < W * H; ++i) penalty[i] = 0.05f + 0.01f * static_cast<float>(i % 13);
   const auto scalar = [](int, int) { return 0.3f; };
-  EXPECT_EQ((paths<false, 1, 0>(C, L, W, H, 0.1f, 0.3f)), brute_force_paths(C, L, W, H, 1, 0, 0.1f, scalar));
-  EXPECT_EQ((paths<false, 4, -3>(C, L, W, H, 0.1f, 0.3f)), brute_force_paths(C, L, W, H, 4, -3, 0.1f, scalar));
-  EXPECT_EQ((paths<false, 1, 4>(C, L, W, H, 0.1f, 0.3f)), brute_force_paths(C, L, W, H, 1, 4, 0.1f, scalar));
+#define PATHS(dx, dy) \
+  EXPECT_EQ((paths<false, dx, dy>(C, L, W, H, 0.1f, 0.3f)), brute_force_paths(C, L, W, H, dx, dy, 0.1f, scalar)) \
+      << dx << ", " << dy;
+  PATHS(1, 0) PATHS(-1, 0) PATHS(0, 1) PATHS(0, -1) PATHS(1, 1) PATHS(-1, 1) PATHS(-1, -1) PATHS(1, -1)
+  PATHS(2, 1) PATHS(2, -1) PATHS(-2, 1) PATHS(-2, -1) PATHS(1, 2) PATHS(-1, 2) PATHS(1, -2) PATHS(-1, -2)
+  PATHS(4, 1) PATHS(4, 3) PATHS(4, -1) PATHS(4, -3) PATHS(-4, 1) PATHS(-4, 3) PATHS(-4, -1) PATHS(-4, -3)
+  PATHS(1, 4) PATHS(3, 4) PATHS(-1, 4) PATHS(-3, 4) PATHS(1, -4) PATHS(3, -4) PATHS(-1, -4) PATHS(-3, -4)
+#undef PATHS
 
   ketra::Array<float, 2> m = map(W, H, penalty);
   P2_tex.filter = device::FilterMode::Point;
   std::size_t offset = 1;
   device::bindTexture2D(&offset, P2_tex, m.data, W, H, m.pitch.y);
   const auto from_map = [&](int x, int y) { return penalty[y * W + x]; };
-  EXPECT_EQ((paths<true, -1, -2>(C, L, W, H, 0.1f, 99.0f)),
-            brute_force_paths(C, L, W, H, -1, -2, 0.1f, from_map));
-  EXPECT_EQ((paths<true, 0, -1>(C, L, W, H, 0.1f, 99.0f)), brute_force_paths(C, L, W, H, 0, -1, 0.1f, from_map));
-  EXPECT_EQ((paths<true, -4, 3>(C, L, W, H, 0.1f, 99.0f)), brute_force_paths(C, L, W, H, -4, 3, 0.1f, from_map));
+#define MAPPED(dx, dy) \
+  EXPECT_EQ((paths<true, dx, dy>(C, L, W, H, 0.1f, 99.0f)), brute_force_paths(C, L, W, H, dx, dy, 0.1f, from_map));
+  MAPPED(-1, -2) MAPPED(0, -1) MAPPED(-4, 3)
+#undef MAPPED
   device::unbindTexture(P2_tex);
 
   const std::vector<float> row = random_costs(L, 6, 1, 8);
@@ -226,7 +210,6 @@ TEST_F(SgmOperatorTest, DebugDumpsThePathSumsAndTheirIntegerLabels) {
   testing::internal::CaptureStdout();
   run(costs, 4, true);
   const std::string printed = testing::internal::GetCapturedStdout();
-  EXPECT_NE(printed.find("(23, 13, 37, 1) ["), std::string::npos) << printed;
   EXPECT_NE(printed.find("written to " + output_directory + "/debug/debug_path_costs.dat"), std::string::npos);
   EXPECT_EQ(read_floats(output_directory + "/debug/debug_depthmap.dat"), std::vector<float>(W * H, 2.0f));
   EXPECT_EQ(fs::file_size(output_directory + "/debug/debug_path_costs.dat"), 4u * W * H * L);
