@@ -44,12 +44,13 @@ bool start_write(png_structp png, std::FILE* fp) {
   return true;
 }
 
-bool write_header(png_structp png, png_infop info, int width, int height, int channels) {
+bool write_header(png_structp png, png_infop info, int width, int height, int bit_depth, int color_type) {
   if (setjmp(png_jmpbuf(png))) return false;
-  png_set_IHDR(png, info, static_cast<png_uint_32>(width), static_cast<png_uint_32>(height), 8,
-               channels == 4 ? PNG_COLOR_TYPE_RGBA : PNG_COLOR_TYPE_RGB, PNG_INTERLACE_NONE,
-               PNG_COMPRESSION_TYPE_DEFAULT, PNG_FILTER_TYPE_DEFAULT);
+  png_set_IHDR(png, info, static_cast<png_uint_32>(width), static_cast<png_uint_32>(height), bit_depth, color_type,
+               PNG_INTERLACE_NONE, PNG_COMPRESSION_TYPE_DEFAULT, PNG_FILTER_TYPE_DEFAULT);
   png_write_info(png, info);
+  // 16-bit samples go big-endian into the file; swapping takes them from the machine's order.
+  if (bit_depth == 16 && std::endian::native == std::endian::little) png_set_swap(png);
   return true;
 }
 
@@ -172,8 +173,11 @@ PngRows read_png(const char* filename, const char* who, Accept accept, const cha
   return result;
 }
 
-void write_png(const char* filename, const char* who, int width, int height, int channels,
-               const std::vector<unsigned char>& interleaved) {
+namespace {
+
+// Writes height rows of rowbytes bytes each.
+void write_rows_to(const char* filename, const char* who, int width, int height, int bit_depth, int color_type,
+                   const unsigned char* bytes, std::size_t rowbytes) {
   WriteSession s;
   s.fp = std::fopen(filename, "wb");
   if (s.fp == nullptr) fail(who, std::string("Cannot open file ") + filename);
@@ -188,19 +192,39 @@ void write_png(const char* filename, const char* who, int width, int height, int
     s.close();
     fail(who, "png_init_io failed");
   }
-  if (!write_header(s.png, s.info, width, height, channels)) {
+  if (!write_header(s.png, s.info, width, height, bit_depth, color_type)) {
     s.close();
     fail(who, "png_write_info failed");
   }
-  const std::size_t rowbytes = static_cast<std::size_t>(width) * static_cast<std::size_t>(channels);
   std::vector<png_bytep> rows(static_cast<std::size_t>(height));
-  for (int y = 0; y < height; ++y)
-    rows[y] = const_cast<png_bytep>(interleaved.data()) + rowbytes * static_cast<std::size_t>(y);
+  for (int y = 0; y < height; ++y) rows[y] = const_cast<png_bytep>(bytes) + rowbytes * static_cast<std::size_t>(y);
   if (!write_rows(s.png, s.info, rows.data())) {
     s.close();
     fail(who, "png_write_image failed");
   }
+  // What is still buffered reaches the disk at the close; a full disk shows there.
+  std::FILE* fp = s.fp;
+  s.fp = nullptr;
   s.close();
+  if (std::fclose(fp) != 0) fail(who, std::string("Cannot write file ") + filename);
+}
+
+}  // namespace
+
+void write_png(const char* filename, const char* who, int width, int height, int channels,
+               const std::vector<unsigned char>& interleaved) {
+  const std::size_t rowbytes = static_cast<std::size_t>(width) * static_cast<std::size_t>(channels);
+  if (interleaved.size() != rowbytes * static_cast<std::size_t>(height))
+    fail(who, std::string("the samples do not fill the image of ") + filename);
+  write_rows_to(filename, who, width, height, 8, channels == 4 ? PNG_COLOR_TYPE_RGBA : PNG_COLOR_TYPE_RGB,
+                interleaved.data(), rowbytes);
+}
+
+void write_png16(const char* filename, const char* who, int width, int height, const std::vector<uint16_t>& samples) {
+  if (samples.size() != static_cast<std::size_t>(width) * static_cast<std::size_t>(height))
+    fail(who, std::string("the samples do not fill the image of ") + filename);
+  write_rows_to(filename, who, width, height, 16, PNG_COLOR_TYPE_GRAY,
+                reinterpret_cast<const unsigned char*>(samples.data()), 2 * static_cast<std::size_t>(width));
 }
 
 }  // namespace png_io
