@@ -20,8 +20,10 @@ std::string read_text(const std::string& path, std::size_t limit) {
 }
 
 void write_text(const std::string& path, const std::string& text) {
+  const auto fail = [&] { throw FileError(path, std::string("cannot be written: ") + std::strerror(errno)); };
   std::ofstream out(path, std::ios::binary | std::ios::trunc);
+  if (!out) fail();
   out << text;
   out.close();
-  if (!out) throw FileError(path, std::string("cannot be written: ") + std::strerror(errno));
+  if (!out) fail();
 }
