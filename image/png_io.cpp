@@ -85,34 +85,25 @@ bool accepted(Accept accept, int color_type, int bit_depth) {
   return false;
 }
 
-// Owns the read side: closes the file and destroys whatever structures exist.
-struct ReadSession {
+// Owns one side of libpng: closes the file and destroys whatever structures exist.
+template <bool kRead>
+struct Session {
   std::FILE* fp = nullptr;
   png_structp png = nullptr;
   png_infop info = nullptr;
-  ~ReadSession() { close(); }
+  ~Session() { close(); }
   void close() {
-    if (png != nullptr) png_destroy_read_struct(&png, info != nullptr ? &info : nullptr, nullptr);
+    png_infopp infop = info != nullptr ? &info : nullptr;
+    if (png != nullptr && kRead) png_destroy_read_struct(&png, infop, nullptr);
+    if (png != nullptr && !kRead) png_destroy_write_struct(&png, infop);
     png = nullptr;
     info = nullptr;
     if (fp != nullptr) std::fclose(fp);
     fp = nullptr;
   }
 };
-
-struct WriteSession {
-  std::FILE* fp = nullptr;
-  png_structp png = nullptr;
-  png_infop info = nullptr;
-  ~WriteSession() { close(); }
-  void close() {
-    if (png != nullptr) png_destroy_write_struct(&png, info != nullptr ? &info : nullptr);
-    png = nullptr;
-    info = nullptr;
-    if (fp != nullptr) std::fclose(fp);
-    fp = nullptr;
-  }
-};
+using ReadSession = Session<true>;
+using WriteSession = Session<false>;
 
 [[noreturn]] void fail(const char* who, const std::string& what) {
   throw std::runtime_error(std::string(who) + ": " + what);

@@ -31,7 +31,8 @@ NumberText read_as(const char* text) {
 // number that does not fit is told apart from a text that is no number.
 TEST(NumberText, WholeDecimalNumbersOfTheTypesRange) {
   constexpr NumberText ok = NumberText::ok, bad = NumberText::not_a_number, range = NumberText::out_of_range;
-  for (const char* text : {"2", "-1.5", "+.5", " 7", "1e3", "3e38", "1e-50"}) EXPECT_EQ(read_as<double>(text), ok) << text;
+  for (const char* text : {"2", "-1.5", "+.5", " 7", "1e3", "3e38", "1e-50"})
+    EXPECT_EQ(read_as<double>(text), ok) << text;
   for (const char* text : {"", " ", "x", "2x", "2 ", "1,5", ".", "0x10", "1e", "--1"})
     EXPECT_EQ(read_as<double>(text), bad) << text;
   for (const char* text : {"inf", "-infinity", "nan", "1e400"}) EXPECT_EQ(read_as<double>(text), range) << text;
@@ -65,8 +66,9 @@ TEST(ViewFileFormat, WrittenViewsReadBackAndWrongOnesAreNamed) {
   for (int i = 0; i < 3; ++i) EXPECT_EQ(back.t[i], view.t[i]) << i;
   EXPECT_EQ(back.depth_path, "depths/a.png");
 
-  expect_runtime_error([&] { read_view_file(scratch_path("missing.txt")); },
-                       "view file \"" + scratch_path("missing.txt") + "\": cannot be opened: No such file or directory");
+  const std::string missing = scratch_path("missing.txt");
+  expect_runtime_error([&] { read_view_file(missing); },
+                       "view file \"" + missing + "\": cannot be opened: No such file or directory");
   const std::string K = "500 0 1.5 0 510 0.75 0 0 1  ", R = "0 -1 0 1 0 0 0 0 1  ", t = "1 2 3  ";
   ViewFile v;
   const std::pair<std::string, std::string> cases[] = {
@@ -77,7 +79,8 @@ TEST(ViewFileFormat, WrittenViewsReadBackAndWrongOnesAreNamed) {
       {K + R + t + "4 0 a b", "token 23 (height) is \"0\", not a whole number of at least 1"},
       {"500 0 1.5 0 -510 0.75 0 0 1  " + R + t + "4 3 a b",
        "the focal lengths fx and fy (tokens 1 and 5) must be positive, got 500 and -510"},
-      {K + "1 0 0 0 1 0 0 0 -1  " + t + "4 3 a b", "the rotation (tokens 10 to 18) is a reflection: its determinant is -1"},
+      {K + "1 0 0 0 1 0 0 0 -1  " + t + "4 3 a b",
+       "the rotation (tokens 10 to 18) is a reflection: its determinant is -1"},
       {K + "1 0 0 0 1 0 0 0 1.01  " + t + "4 3 a b",
        "the rotation (tokens 10 to 18) is not orthonormal: R^T R differs from the identity by up to 0.0201"},
       {K + "0.7071 -0.7071 0 0.7071 0.7071 0 0 0 1  " + t + "4 3 a b", ""},  // four decimals are enough

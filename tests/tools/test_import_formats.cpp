@@ -202,8 +202,8 @@ TEST(LogSequence, MalformedTrajectoriesNameFileAndLine) {
 }
 
 TEST(ImportArguments, OptionsBelongToTheirLayouts) {
-  const ImportOptions ok =
-      parse_import_arguments({"--every=3", "log", "in", "out", "--intrinsics", "500,501,320.5,240", "--max-depth", "4"});
+  const ImportOptions ok = parse_import_arguments(
+      {"--every=3", "log", "in", "out", "--intrinsics", "500,501,320.5,240", "--max-depth", "4"});
   // An option before the layout counts too; the end-to-end import shows --intrinsics arriving whole.
   EXPECT_EQ(ok.settings.every, 3);
   EXPECT_EQ(ok.settings.max_depth, 4);

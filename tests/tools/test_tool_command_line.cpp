@@ -21,8 +21,8 @@ struct Taken {
   std::string text;
   std::vector<cli::Option> options() {
     const auto note = [this](const cli::OptionValue& v) { text += v.option + "=" + v.text + " "; };
-    return {{"--out", "-o", note},
-            {"--count", "", [this](const cli::OptionValue& v) { text += std::to_string(v.number(1, 9, "1 to 9")) + " "; }}};
+    const auto count = [this](const cli::OptionValue& v) { text += std::to_string(v.number(1, 9, "1 to 9")) + " "; };
+    return {{"--out", "-o", note}, {"--count", "", count}};
   }
 };
 
@@ -70,7 +70,8 @@ TEST(ShellQuote, PastedWordsStayWhatTheyAre) {
   EXPECT_EQ(shell_quote("out/d_1.5,x=y+z@%:"), "out/d_1.5,x=y+z@%:");
   EXPECT_EQ(shell_quote(""), "''");
   EXPECT_EQ(shell_quote("it's"), "'it'\\''s'");
-  for (const std::string word : {"o/d$(touch X)", "a b", "*", "~", "`touch X`", "x;touch X", "'", "a\nb", "$HOME", "-n"}) {
+  for (const std::string word :
+       {"o/d$(touch X)", "a b", "*", "~", "`touch X`", "x;touch X", "'", "a\nb", "$HOME", "-n"}) {
     const e2e::Result r = e2e::run("/bin/sh", dir, {"-c", "printf '%s|' " + shell_quote(word)});
     EXPECT_EQ(r.out, word + "|") << word;
   }

@@ -49,7 +49,9 @@ DepthOptions parse_depth_arguments(const std::vector<std::string>& args) {
   DepthOptions o;
   bool have_out = false;
   const auto penalty = [](float& p) {
-    return [&p](const cli::OptionValue& v) { p = v.number(0.0f, std::numeric_limits<float>::max(), "a number of at least 0"); };
+    return [&p](const cli::OptionValue& v) {
+      p = v.number(0.0f, std::numeric_limits<float>::max(), "a number of at least 0");
+    };
   };
   const cli::CommandLine line = cli::parse_command_line(
       args,
@@ -63,7 +65,8 @@ DepthOptions parse_depth_arguments(const std::vector<std::string>& args) {
           if (!parse_range(v.text, o.near, o.far)) v.refuse("NEAR,FAR, two different positive numbers");
           o.range_given = true;
         }},
-       {"--neighbours", "", [&](const cli::OptionValue& v) { o.neighbours = v.number(1, INT_MAX, "a positive integer"); }},
+       {"--neighbours", "",
+        [&](const cli::OptionValue& v) { o.neighbours = v.number(1, INT_MAX, "a positive integer"); }},
        {"--labels", "", [&](const cli::OptionValue& v) { o.labels = v.number(2, 1024, "an integer from 2 to 1024"); }},
        {"--paths", "",
         [&](const cli::OptionValue& v) {

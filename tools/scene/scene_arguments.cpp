@@ -70,7 +70,8 @@ SceneOptions parse_scene_arguments(const std::vector<std::string>& args) {
         [&](const cli::OptionValue& v) {
           o.seed = v.number<uint64_t>(0, std::numeric_limits<uint64_t>::max(), "a non-negative integer");
         }},
-       {"--outliers", "", [&](const cli::OptionValue& v) { o.outliers = v.number(0.0, 0.5, "a number from 0 to 0.5"); }},
+       {"--outliers", "",
+        [&](const cli::OptionValue& v) { o.outliers = v.number(0.0, 0.5, "a number from 0 to 0.5"); }},
        {"--pose-error", "",
         [&](const cli::OptionValue& v) {
           if (!parse_perturbation(v.text, o.perturbation))
