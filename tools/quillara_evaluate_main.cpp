@@ -37,9 +37,7 @@ void evaluate(const std::vector<std::string>& args) {
   std::string depth_dir;
   const cli::CommandLine line =
       cli::parse_command_line(args, {{"--within", "", [&](const cli::OptionValue& v) { distances = millimetres(v); }},
-                                     {"--depth-maps", "", [&](const cli::OptionValue& v) {
-                                        depth_dir = v.non_empty("a folder");
-                                      }}});
+                                     {"--depth-maps", "", cli::store_text(depth_dir, "a folder")}});
   if (line.words.size() != (depth_dir.empty() ? 2u : 1u) || (!depth_dir.empty() && !distances.empty()))
     throw cli::UsageError("expected SCENE_DIR MODEL.ply [--within MM[,MM...]] or SCENE_DIR --depth-maps DIR");
   if (!depth_dir.empty())

@@ -11,6 +11,10 @@ const std::string& OptionValue::non_empty(const std::string& what) const {
   return text;
 }
 
+Take store_text(std::string& target, const std::string& what) {
+  return [&target, what](const OptionValue& v) { target = v.non_empty(what); };
+}
+
 CommandLine parse_command_line(const std::vector<std::string>& args, const std::vector<Option>& options,
                                bool files_behind_dashes) {
   CommandLine line;

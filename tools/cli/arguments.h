@@ -34,12 +34,20 @@ struct OptionValue {
   }
 };
 
+using Take = std::function<void(const OptionValue&)>;
+
 struct Option {
   std::string name;   // "--labels"
   std::string alias;  // "-o", or empty
-  // Takes the value, in command-line order; throws UsageError for one it cannot use.
-  std::function<void(const OptionValue&)> take;
+  Take take;          // takes the value, in command-line order; throws UsageError for one it cannot use
 };
+
+// Takes for the common options: a text that must not be empty, a number from low to high.
+Take store_text(std::string& target, const std::string& what);
+template <typename T>
+Take store_number(T& target, T low, T high, const std::string& what) {
+  return [&target, low, high, what](const OptionValue& v) { target = v.number(low, high, what); };
+}
 
 struct CommandLine {
   std::vector<std::string> words;  // the arguments that are not options, in order

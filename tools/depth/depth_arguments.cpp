@@ -47,27 +47,17 @@ std::string depth_usage() {
 
 DepthOptions parse_depth_arguments(const std::vector<std::string>& args) {
   DepthOptions o;
-  bool have_out = false;
-  const auto penalty = [](float& p) {
-    return [&p](const cli::OptionValue& v) {
-      p = v.number(0.0f, std::numeric_limits<float>::max(), "a number of at least 0");
-    };
-  };
+  const float most = std::numeric_limits<float>::max();
   const cli::CommandLine line = cli::parse_command_line(
       args,
-      {{"--out-dir", "-o",
-        [&](const cli::OptionValue& v) {
-          o.out_dir = v.non_empty("a directory");
-          have_out = true;
-        }},
+      {{"--out-dir", "-o", cli::store_text(o.out_dir, "a directory")},
        {"--depth-range", "",
         [&](const cli::OptionValue& v) {
           if (!parse_range(v.text, o.near, o.far)) v.refuse("NEAR,FAR, two different positive numbers");
           o.range_given = true;
         }},
-       {"--neighbours", "",
-        [&](const cli::OptionValue& v) { o.neighbours = v.number(1, INT_MAX, "a positive integer"); }},
-       {"--labels", "", [&](const cli::OptionValue& v) { o.labels = v.number(2, 1024, "an integer from 2 to 1024"); }},
+       {"--neighbours", "", cli::store_number(o.neighbours, 1, INT_MAX, "a positive integer")},
+       {"--labels", "", cli::store_number(o.labels, 2, 1024, "an integer from 2 to 1024")},
        {"--paths", "",
         [&](const cli::OptionValue& v) {
           o.paths = v.number(4, 32, "4, 8, 16 or 32");
@@ -80,12 +70,12 @@ DepthOptions parse_depth_arguments(const std::vector<std::string>& args) {
           else if (v.text == "sad") o.costs = Costs::sad;
           else v.refuse("ncc, ncc-direct or sad");
         }},
-       {"--p1", "", penalty(o.P1)},
-       {"--p2", "", penalty(o.P2)},
-       {"--p2-edge", "", penalty(o.P2_edge)}},
+       {"--p1", "", cli::store_number(o.P1, 0.0f, most, "a number of at least 0")},
+       {"--p2", "", cli::store_number(o.P2, 0.0f, most, "a number of at least 0")},
+       {"--p2-edge", "", cli::store_number(o.P2_edge, 0.0f, most, "a number of at least 0")}},
       true);
   cli::expect_no_words(line, "; view files go behind '--'");
-  if (!have_out) throw cli::UsageError("-o DIR is required");
+  if (o.out_dir.empty()) throw cli::UsageError("-o DIR is required");
   if (!line.dashes) throw cli::UsageError("no view files: give them behind '--'");
   if (line.files.size() < 2)
     throw cli::UsageError("needs at least 2 view files behind '--', got " + std::to_string(line.files.size()));

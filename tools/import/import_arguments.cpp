@@ -58,8 +58,7 @@ ImportOptions parse_import_arguments(const std::vector<std::string>& args) {
   bool colmap_option = false, sequence_option = false;  // options that belong to one kind of layout
   const cli::CommandLine line = cli::parse_command_line(
       args,
-      {{"--every", "",
-        [&](const cli::OptionValue& v) { o.settings.every = v.number(1, INT_MAX, "a positive integer"); }},
+      {{"--every", "", cli::store_number(o.settings.every, 1, INT_MAX, "a positive integer")},
        {"--max-depth", "",
         [&](const cli::OptionValue& v) {
           if (!positive(v.text, o.settings.max_depth)) v.refuse("a positive number");

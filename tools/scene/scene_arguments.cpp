@@ -48,30 +48,16 @@ std::string scene_usage() {
 
 SceneOptions parse_scene_arguments(const std::vector<std::string>& args) {
   SceneOptions o;
-  bool have_out = false;
-  const auto size = [](int& n) {
-    return [&n](const cli::OptionValue& v) { n = v.number(8, 16384, "an integer from 8 to 16384"); };
-  };
   const cli::CommandLine line = cli::parse_command_line(
       args,
-      {{"--out", "",
-        [&](const cli::OptionValue& v) {
-          o.out_dir = v.non_empty("a directory");
-          have_out = true;
-        }},
-       {"--views", "", [&](const cli::OptionValue& v) { o.views = v.number(2, 1000, "an integer from 2 to 1000"); }},
-       {"--width", "", size(o.width)},
-       {"--height", "", size(o.height)},
-       {"--noise", "",
-        [&](const cli::OptionValue& v) {
-          o.noise = v.number(0.0, std::numeric_limits<double>::max(), "a number of at least 0");
-        }},
+      {{"--out", "", cli::store_text(o.out_dir, "a directory")},
+       {"--views", "", cli::store_number(o.views, 2, 1000, "an integer from 2 to 1000")},
+       {"--width", "", cli::store_number(o.width, 8, 16384, "an integer from 8 to 16384")},
+       {"--height", "", cli::store_number(o.height, 8, 16384, "an integer from 8 to 16384")},
+       {"--noise", "", cli::store_number(o.noise, 0.0, std::numeric_limits<double>::max(), "a number of at least 0")},
        {"--seed", "",
-        [&](const cli::OptionValue& v) {
-          o.seed = v.number<uint64_t>(0, std::numeric_limits<uint64_t>::max(), "a non-negative integer");
-        }},
-       {"--outliers", "",
-        [&](const cli::OptionValue& v) { o.outliers = v.number(0.0, 0.5, "a number from 0 to 0.5"); }},
+        cli::store_number(o.seed, uint64_t{0}, std::numeric_limits<uint64_t>::max(), "a non-negative integer")},
+       {"--outliers", "", cli::store_number(o.outliers, 0.0, 0.5, "a number from 0 to 0.5")},
        {"--pose-error", "",
         [&](const cli::OptionValue& v) {
           if (!parse_perturbation(v.text, o.perturbation))
@@ -81,7 +67,7 @@ SceneOptions parse_scene_arguments(const std::vector<std::string>& args) {
           if (!parse_layout(v.text, o.layout)) v.refuse("colmap-text, colmap-bin, tum or log");
         }}});
   cli::expect_no_words(line);
-  if (!have_out) throw cli::UsageError("--out DIR is required");
+  if (o.out_dir.empty()) throw cli::UsageError("--out DIR is required");
   return o;
 }
 
