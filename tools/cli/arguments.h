@@ -7,8 +7,10 @@
 
 #include "formats/number_text.h"
 
-// The command line of the tools: options with values, words, and files behind "--". quillara
-// keeps its own table parser; the number rule is the same for both (formats/number_text.h).
+// The command line of the tools: options with values, words, and files behind "--". A program
+// with commands (plan, run, ...) takes the first word as the command and reads the arguments
+// behind it with that command's options. quillara keeps its own table parser; the number rule is
+// the same for both (formats/number_text.h).
 namespace cli {
 
 // A mistake on the command line: one line without the program's name.
