@@ -94,9 +94,8 @@ TEST(MyArg, NonEmptyTextAndNumbersReadCompletely) {
   };
   const Rule rules[] = {
       {MyArg::NonEmpty, {" "}, {}, ""},
-      {MyArg::Double, {"2", "-1", "0", "1e3", "+.5", " 7", "inf", "1e400"}, {"x", "2x", "1,5", "2 ", ".", "0x10"},
-       numeric},
-      {MyArg::Integer, {"5000", "-3", "0", "99999999999999999999"}, {"1.5", "1e3", "abc", "-"}, numeric},
+      {MyArg::Double, {"2", "-1", "inf", "1e400"}, {"x", "0x10"}, numeric},
+      {MyArg::Integer, {"-3", "99999999999999999999"}, {"1.5", "1e3"}, numeric},
       {MyArg::PositiveDouble, {"3e38"}, {"1e-50", "1e39", "inf"}, "Option '--x' requires a positive finite argument\n"},
       {MyArg::NonNegativeDouble, {"-0"}, {"nan", "-1e-3"}, "Option '--x' requires a finite argument of at least 0\n"},
       {MyArg::PositiveInteger, {"2147483647"}, {"1.5"}, numeric},

@@ -193,17 +193,12 @@ TEST(ImportProgram, ImportedViewsFuseIntoTheNativeModelByThePrintedCommand) {
   EXPECT_LT(largest, 1e-6);
 }
 
-// Problems with the files and with the command line alike; the readers' texts are checked in
-// test_import_formats.cpp.
+// A problem with the files is one line and exit status 1; the readers' texts are checked in
+// test_import_formats.cpp, the command line's in test_tool_command_line.cpp.
 TEST(ImportProgram, ProblemsAreOneLineAndExitStatusOne) {
   const std::string root = io_test::fresh_scratch_dir();
   EXPECT_EQ(e2e::run(QUILLARA_IMPORT_BIN, root, {"tum", root + "/nothing", "out"}),
             (e2e::Result{"", "quillara-import: " + root + "/nothing: no such folder\n", 1}));
-  EXPECT_EQ(e2e::run(QUILLARA_IMPORT_BIN, root, {"tum", "in", "out", "--every", "x"}),
-            (e2e::Result{"",
-                         "quillara-import: --every needs a positive integer, got 'x'\n"
-                         "Run 'quillara-import --help' for usage.\n",
-                         1}));
 }
 
 // A real writer of sparse models converts the generator's text model to binary and its binary
