@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "formats/depth_png.h"
+#include "formats/text_file.h"
 #include "src/io/view_camera.h"
 
 namespace depth_tool {
@@ -47,7 +48,7 @@ void write_depth_map(const std::string& path, const CMatrix<float>& depth) {
   try {
     write_depth_png(path, depth.xSize, depth.ySize, values);
   } catch (const std::exception& e) {
-    throw DepthError(path + ": " + e.what());
+    throw FileError(path, e.what());
   }
 }
 

@@ -8,6 +8,7 @@
 #include <sstream>
 
 #include "device/memory.h"
+#include "formats/text_file.h"
 #include "src/core/settings.h"
 #include "tools/cli/shell_quote.h"
 #include "tools/depth/depth_views.h"
@@ -71,7 +72,7 @@ void run_depth(const DepthOptions& o, std::ostream& out) {
   const auto start = std::chrono::steady_clock::now();
   std::error_code ec;
   fs::create_directories(o.out_dir, ec);
-  if (!fs::is_directory(o.out_dir)) throw DepthError(o.out_dir + ": the output directory cannot be created");
+  if (!fs::is_directory(o.out_dir)) throw FileError(o.out_dir, "the output directory cannot be created");
   // The chain's array dumps go to DIR/debug/ when the user made that folder; the last view's stay.
   output_directory = o.out_dir;
   debug_depthmap = fs::is_directory(fs::path(o.out_dir) / "debug");
