@@ -90,7 +90,7 @@ TEST(DepthProgram, ProblemsAreOneLineAndExitStatusOne) {
             "quillara-depth: view file \"images/nothing.txt\": cannot be opened: No such file or directory\n");
   EXPECT_EQ(e2e::run(QUILLARA_DEPTH_BIN, root, {"-o", "out", "--labels", "1", "--", "a", "b"}),
             (e2e::Result{"",
-                         "quillara-depth: --labels needs an integer from 2 to 1024, got '1'\n"
-                         "Run 'quillara-depth --help' for usage.\n",
+                         "quillara-depth: --labels needs an integer from 2 to 1024, got '1' (see quillara-depth "
+                         "--help)\n",
                          1}));
 }

@@ -55,7 +55,7 @@ TEST(ToolCommandLine, OptionsWordsFilesHelpAndFailures) {
   EXPECT_EQ(tool({"--count", "0", "--help"}), "usage\n[] 0");  // help wins, before the options are read
   EXPECT_EQ(tool({"-o", "x", "--version"}), "tool " + std::string(QUILLARA_VERSION) + "\n[] 0");
   EXPECT_EQ(tool({"--", "--help"}), "| | -- --help [] 0");
-  const std::string hint = "\nRun 'tool --help' for usage.\n] 1";
+  const std::string hint = " (see tool --help)\n] 1";
   EXPECT_EQ(tool({"--count", "10"}), "[tool: --count needs 1 to 9, got '10'" + hint);
   EXPECT_EQ(tool({"--count=x"}), "[tool: --count needs 1 to 9, got 'x'" + hint);
   EXPECT_EQ(tool({"-x"}), "[tool: unknown option '-x'" + hint);

@@ -26,7 +26,7 @@ int run_tool(const std::string& program, const std::string& usage, int argc, cha
     return 0;
   } catch (const UsageError& e) {
     std::cout.flush();
-    std::cerr << program << ": " << e.what() << "\nRun '" << program << " --help' for usage.\n";
+    std::cerr << program << ": " << e.what() << " (see " << program << " --help)\n";
   } catch (const std::exception& e) {
     std::cout.flush();
     std::cerr << program << ": " << e.what() << "\n";
