@@ -72,7 +72,18 @@ DepthOptions parse_depth_arguments(const std::vector<std::string>& args) {
         }},
        {"--p1", "", cli::store_number(o.P1, 0.0f, most, "a number of at least 0")},
        {"--p2", "", cli::store_number(o.P2, 0.0f, most, "a number of at least 0")},
-       {"--p2-edge", "", cli::store_number(o.P2_edge, 0.0f, most, "a number of at least 0")}},
+       {"--p2-edge", "", cli::store_number(o.P2_edge, 0.0f, most, "a number of at least 0")},
+       {"--x-contrast-radius", "", cli::store_number(o.contrast_radius, 0, 100, "r")},
+       {"--x-contrast-floor", "", cli::store_number(o.contrast_floor, 0.0f, most, "f")},
+       {"--x-min-texture", "", cli::store_number(o.min_texture, 0.0f, most, "t")},
+       {"--x-max-ambiguity", "", cli::store_number(o.max_ambiguity, 0.0f, most, "a")},
+       {"--x-align", "", cli::store_number(o.align, false, true, "b")},
+       {"--x-refine", "", cli::store_number(o.refine, false, true, "b")},
+       {"--x-ref-radius", "", cli::store_number(o.refine_radius, 1, 20, "b")},
+       {"--x-ref-range", "", cli::store_number(o.refine_range, 0.1f, 100.0f, "b")},
+       {"--x-ref-steps", "", cli::store_number(o.refine_steps, 3, 64, "b")},
+       {"--x-min-score", "", cli::store_number(o.min_score, -1.0f, 1.0f, "b")},
+       {"--consistent", "", cli::store_number(o.consistent, 0, 1000, "a number of views, 0 or more")}},
       true);
   cli::expect_no_words(line, "; view files go behind '--'");
   if (o.out_dir.empty()) throw cli::UsageError("-o DIR is required");

@@ -13,7 +13,10 @@
 #include "tools/cli/shell_quote.h"
 #include "tools/depth/depth_views.h"
 #include "tools/depth/estimate_depthmap.h"
+#include "tools/depth/exposure_alignment.h"
+#include "tools/depth/local_contrast.h"
 #include "tools/depth/neighbour_views.h"
+#include "tools/depth/slanted_refinement.h"
 
 namespace depth_tool {
 namespace {
@@ -78,7 +81,12 @@ void run_depth(const DepthOptions& o, std::ostream& out) {
   debug_depthmap = fs::is_directory(fs::path(o.out_dir) / "debug");
   const std::vector<DepthView> views = read_views(o, out);
   std::vector<Camera> cameras;
-  for (const DepthView& v : views) cameras.push_back(v.camera);
+  std::vector<CMatrix<float>> textures;
+  for (const DepthView& v : views) {
+    LocalContrast c = local_contrast(v.camera.image, std::max(o.contrast_radius, 1), o.contrast_floor);
+    cameras.push_back(v.camera);
+    textures.push_back(std::move(c.texture));
+  }
 
   long pixels = 0, with_depth = 0;
   std::vector<float> samples;  // every 97th depth found, for the median
@@ -96,10 +104,35 @@ void run_depth(const DepthOptions& o, std::ostream& out) {
     out << ", neighbours";
     std::vector<const Camera*> neighbours;
     for (int j : chosen) neighbours.push_back(&cameras[j]), out << " " << fs::path(views[j].file).filename().string();
+    std::vector<Camera> aligned;
+    if (o.align) {
+      const std::vector<ColourMap> maps = align_exposures(cameras[i], neighbours, near, far, o);
+      aligned.reserve(neighbours.size());
+      for (std::size_t k = 0; k < neighbours.size(); ++k) {
+        aligned.push_back(*neighbours[k]);
+        aligned.back().image = to_reference_exposure(neighbours[k]->image, maps[k]);
+        neighbours[k] = &aligned.back();
+        out << " (gain " << maps[k].gain[1] << ", offset " << maps[k].offset[1] << ", " << maps[k].pairs << ")";
+      }
+    }
     // The correlation prints its table of taps per neighbour, with no line end, on a line of its own.
     const bool taps = o.costs == Costs::ncc;
     out << (taps ? "\n  " : "") << std::flush;
-    const DepthEstimate e = estimate_depthmap(cameras[i], neighbours, near, far, o);
+    DepthEstimate e = estimate_depthmap(cameras[i], neighbours, near, far, textures[i], o);
+    if (o.refine) {
+      RefinementSettings rs;
+      rs.radius = o.refine_radius, rs.range = o.refine_range, rs.steps = o.refine_steps;
+      rs.label_step = (1.0f / near - 1.0f / far) / static_cast<float>(o.labels - 1);
+      CMatrix<float> score;
+      const auto t0 = std::chrono::steady_clock::now();
+      const RefinementStatistics st = refine_on_slanted_windows(e.depth, cameras[i], neighbours, rs, &score);
+      long low = 0;
+      for (std::size_t p = 0; p < score.size(); ++p)
+        if (e.depth.data[p] > 0 && score.data[p] < o.min_score) e.depth.data[p] = 0, ++low;
+      e.pixels_with_depth = st.refined - low;
+      out << "\n  refined " << st.refined << ", unmatched " << st.unmatched << ", low score " << low << " in "
+          << std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count() << " s";
+    }
     device::reset();
 
     const std::string name = fs::path(views[i].file).filename().string();
@@ -114,7 +147,7 @@ void run_depth(const DepthOptions& o, std::ostream& out) {
     for (std::size_t p = 0; p < e.depth.size(); p += 97)
       if (e.depth.data[p] > 0) samples.push_back(e.depth.data[p]);
     out << "\n  cost volume " << e.cost_seconds << " s, matching " << e.sgm_seconds << " s; depth at "
-        << e.pixels_with_depth << " of " << total << " pixels; wrote " << depth_path << std::endl;
+        << e.pixels_with_depth << " of " << total << " pixels (" << e.weak << " weak, " << e.ambiguous << " ambiguous); wrote " << depth_path << std::endl;
   }
   const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
   std::ostringstream share;

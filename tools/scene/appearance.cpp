@@ -37,7 +37,8 @@ Vec3 photograph_surface(const Shape& s, const Hit& hit) {
   const Vec3 base = pattern_choice(s, hit, m.pattern, m.scale) ? m.colour_b : m.colour_a;
   const Vec3 patterned = mix(middle, base, contrast);
   const double grain = 1.0 + contrast * 1.6 * (layered_grain(hit.point) - 0.5);
-  return clamped(grain * diffuse_shade(hit.normal) * patterned);
+  // Exposed with headroom, as a camera would be: the brightest texture stays below white.
+  return clamped(0.75 * grain * diffuse_shade(hit.normal) * patterned);
 }
 
 // Flat 8 cm checks where the material has checks or uniform faces; stripes vary smoothly (a sine
