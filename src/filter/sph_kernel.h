@@ -15,6 +15,13 @@ inline float W(float r, float h) {
   return 315.0f / (h * 201.06194f * (q * q)) * (d * d * d);
 }
 
+// Whether the kernel of radius h has weights a filter can work with: W(0, h) neither 0, subnormal,
+// infinite nor NaN, and its reciprocal (a density's) finite.
+inline bool kernel_computable(float h) {
+  const float w = W(0.0f, h);
+  return std::isnormal(w) && std::isfinite(1.0f / w);
+}
+
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wpsabi"
 
