@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstring>
 #include <sstream>
+#include <stdexcept>
 #include <string>
 #include <utility>
 #include <vector>
@@ -17,9 +18,11 @@ namespace {
 
 // The printed lines of a run without the timer table, whose figures vary.
 std::string run_and_capture(cloud::ParticleSet& set, int exact, int gradient, float radius = 0.1f) {
+  FilterOptions options;
+  options.radius = radius;
+  options.schedule = {exact, gradient, 5};
   testing::internal::CaptureStdout();
-  filter_particles(set.particles, set.offsets, set.normals, 0.001f, 1.0f, radius, exact, gradient, 0.005f, 5,
-                   "particles");
+  filter_particles(set.particles, set.offsets, set.normals, options);
   ketra::timer::clear();  // the timer table is program-wide; release its events between runs
   std::istringstream lines(testing::internal::GetCapturedStdout());
   std::string kept, line;
@@ -142,4 +145,35 @@ TEST(FilterParticles, CloseOppositeSheetsStayApart) {
   EXPECT_GT(a - (b - gap), 0.7f * gap) << "sheets at " << a << " and " << b - gap;
   EXPECT_LT(a_rms, 0.5f * gap);
   EXPECT_LT(b_rms, 0.5f * gap);
+}
+
+// Each setting a run cannot work with is named; both zero iteration counts would leave the closing
+// step a density never computed.
+TEST(FilterParticles, OptionsCheckNamesWhatARunCannotWorkWith) {
+  FilterOptions fine;
+  fine.radius = 0.01f;
+  EXPECT_NO_THROW(fine.Check());
+  FilterOptions coarse = fine;
+  coarse.schedule = kSuperpixelSchedule;
+  EXPECT_NO_THROW(coarse.Check());
+  const std::pair<void (*)(FilterOptions&), std::string> cases[] = {
+      {[](FilterOptions& o) { o.alpha = -1.0f; }, "FilterOptions: alpha must be finite and not negative, got -1"},
+      {[](FilterOptions& o) { o.beta = std::nanf(""); }, "FilterOptions: beta must be finite and not negative, got nan"},
+      {[](FilterOptions& o) { o.radius = 0.0f; }, "FilterOptions: radius must be one whose 32-bit kernel can be computed, got 0"},
+      {[](FilterOptions& o) { o.radius = 1e7f; }, "FilterOptions: radius must be one whose 32-bit kernel can be computed, got 1e+07"},
+      {[](FilterOptions& o) { o.timestep = INFINITY; }, "FilterOptions: timestep must be finite and not negative, got inf"},
+      {[](FilterOptions& o) { o.schedule = {0, 0, 5}; }, "FilterOptions: exact_iterations + gradient_iterations must be above 0, got 0"},
+      {[](FilterOptions& o) { o.schedule = {-1, 3, 5}; }, "FilterOptions: exact_iterations must be 0 or more, got -1"},
+      {[](FilterOptions& o) { o.schedule.cell_samples = 0; }, "FilterOptions: cell_samples must be 1 or more, got 0"},
+  };
+  for (const auto& [spoil, message] : cases) {
+    FilterOptions o = fine;
+    spoil(o);
+    try {
+      o.Check();
+      ADD_FAILURE() << "accepted: " << message;
+    } catch (const std::runtime_error& e) {
+      EXPECT_EQ(e.what(), message);
+    }
+  }
 }

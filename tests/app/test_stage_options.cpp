@@ -1,0 +1,77 @@
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "src/app/command_line.h"
+#include "src/app/run_error.h"
+#include "src/app/scene_input.h"
+#include "src/app/stage_options.h"
+#include "src/core/settings.h"
+
+namespace {
+
+Camera first_view(float fx, int width, int height) {
+  Camera c;
+  c.K[0] = fx;
+  c.width = width;
+  c.height = height;
+  return c;
+}
+
+std::string refusal(const Camera& camera) {
+  try {
+    make_stage_options(camera);
+  } catch (const RunError& e) {
+    return e.what();
+  }
+  return "accepted";
+}
+
+}  // namespace
+
+// Every radius is a number of pixels at the average depth, multiplied before it is divided, as
+// the stages have always formed them; each stage gets its level's strengths, schedule and rule.
+TEST(StageOptions, RadiiAndSettingsOfEachStage) {
+  average_depth = 2.75f;
+  superpixel_count = 5000;
+  support_rule.share = 0.3f;
+  const StageOptions stages = make_stage_options(first_view(500.0f, 640, 480));
+  const float s = superpixel_radius(640, 480, 5000);
+  const RunRadii& r = stages.radii;
+  EXPECT_EQ(r.superpixel_filter, (s * 9.0f) * 2.75f / 500.0f);
+  EXPECT_EQ(r.superpixel, s * 2.75f / 500.0f);
+  EXPECT_EQ(r.pixel_filter, (5.0f * 2.75f) / 500.0f);
+  EXPECT_EQ(r.pixel, 2.75f / 500.0f);
+  EXPECT_EQ(r.refine, (4.0f * 2.75f) / 500.0f);
+
+  EXPECT_EQ(stages.superpixel_filter.radius, r.superpixel_filter);
+  EXPECT_EQ(stages.superpixel_filter.alpha, alpha_sp);
+  EXPECT_EQ(stages.superpixel_filter.timestep, gradient_descent_timestep_sp);
+  EXPECT_EQ(stages.superpixel_filter.schedule.cell_samples, 50);
+  EXPECT_EQ(stages.pixel_filter.radius, r.pixel_filter);
+  EXPECT_EQ(stages.pixel_filter.beta, beta);
+  EXPECT_EQ(stages.pixel_filter.schedule.exact_iterations, 2);
+  EXPECT_EQ(stages.superpixel_support.radius, r.superpixel);
+  EXPECT_EQ(stages.superpixel_support.min_support, min_support_sp);
+  EXPECT_EQ(stages.superpixel_support.per_view, kSuperpixelSupportPerView);
+  EXPECT_EQ(stages.pixel_support.per_view, kPixelSupportPerView);
+  EXPECT_EQ(stages.pixel_support.rule.share, 0.3f);
+  support_rule = SupportRule();
+}
+
+// A radius the 32-bit kernel cannot compute is refused with the reason, naming --superpixels only
+// where the radius comes from it.
+TEST(StageOptions, RadiiOutOfTheKernelsRange) {
+  superpixel_count = 5000;
+  average_depth = 1e7f;
+  EXPECT_EQ(refusal(first_view(500.0f, 640, 480)),
+            "--depth-avg 1e+07 makes the smoothing radius 20000 (one pixel at fx 500 of the first view), too large for "
+            "the filter's 32-bit kernel; give the scene's average depth in the length unit of the view files");
+  average_depth = 2.75f;
+  superpixel_count = 2000000000;
+  EXPECT_NE(refusal(first_view(500.0f, 640, 480))
+                .find("(one superpixel radius at fx 500 of the first view), too small for the filter's 32-bit kernel; "
+                      "give the scene's average depth in the length unit of the view files and check --superpixels"),
+            std::string::npos);
+  superpixel_count = 5000;
+}
