@@ -6,8 +6,6 @@
 #include "src/core/settings.h"
 #include "src/core/viewer_hooks.h"
 
-#pragma GCC diagnostic ignored "-Wpsabi"
-
 namespace {
 
 // sum + W(|R|, h) in the lanes where R lies within the kernel's reach.

@@ -32,8 +32,6 @@ void NeighbourNormals::gather(const NeighbourList& list, const float3* normals, 
   for (int e = 0; e < count; ++e) inv_density[e] = 1.0f / density[list.index[e]];
 }
 
-#pragma GCC diagnostic ignored "-Wpsabi"
-
 LANE_KERNEL void normal_moments(const SphKernel& kernel, bool use_dot_weight, const float3* normals,
                                 const NeighbourNormals& neighbour_normals, const CellBatch& batch,
                                 const NeighbourList& list, float lower[6][kLanes]) {

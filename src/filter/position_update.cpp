@@ -44,8 +44,6 @@ void PositionLanes::fill(const PositionPass& pass, const CellBatch& batch, bool 
   }
 }
 
-#pragma GCC diagnostic ignored "-Wpsabi"
-
 namespace {
 
 // A particle of each lane and one neighbour j: R = p_j - p_i, r = |R|, and the plane weights

@@ -13,7 +13,7 @@
 #include "src/core/particle_position.h"
 #include "src/spatial/cell_index.h"
 #include "src/spatial/hash_map.h"
-#include "src/spatial/lanes.h"
+#include "src/core/simd_lanes.h"
 #include "src/spatial/neighbour_batch.h"
 #include "src/spatial/morton.h"
 
