@@ -33,27 +33,6 @@ void check_radii(const RunRadii& radii, float fx) {
   }
 }
 
-FilterOptions filter_options(float alpha, float beta, float radius, float timestep, FilterSchedule schedule) {
-  FilterOptions o;
-  o.alpha = alpha;
-  o.beta = beta;
-  o.radius = radius;
-  o.timestep = timestep;
-  o.schedule = schedule;
-  o.use_normal_dot_weight = use_normal_dot_weight;
-  return o;
-}
-
-SupportFilterOptions support_options(float radius, float min_support, float per_view) {
-  SupportFilterOptions o;
-  o.radius = radius;
-  o.min_support = min_support;
-  o.per_view = per_view;
-  o.rule = support_rule;
-  o.use_normal_dot_weight = use_normal_dot_weight;
-  return o;
-}
-
 }  // namespace
 
 RunRadii run_radii(float average_depth, float fx, float superpixel_radius) {
@@ -68,15 +47,21 @@ RunRadii run_radii(float average_depth, float fx, float superpixel_radius) {
 
 StageOptions make_stage_options(const Camera& first_view) {
   const float fx = first_view.K[0];
-  StageOptions stages;
-  stages.radii = run_radii(average_depth, fx, superpixel_radius(first_view.width, first_view.height, superpixel_count));
-  check_radii(stages.radii, fx);
-  const RunRadii& r = stages.radii;
-  stages.superpixel_filter =
-      filter_options(alpha_sp, beta_sp, r.superpixel_filter, gradient_descent_timestep_sp, kSuperpixelSchedule);
-  stages.superpixel_support = support_options(r.superpixel, min_support_sp, kSuperpixelSupportPerView);
-  stages.pixel_filter = filter_options(alpha, beta, r.pixel_filter, gradient_descent_timestep, kPixelSchedule);
-  stages.pixel_support = support_options(r.pixel, min_support, kPixelSupportPerView);
+  const float s = superpixel_radius(first_view.width, first_view.height, superpixel_count);
+  const RunRadii r = run_radii(average_depth, fx, s);
+  check_radii(r, fx);
+  const bool dot = use_normal_dot_weight;
+  const StageOptions stages = {
+      .radii = r,
+      .superpixel_filter = {.alpha = alpha_sp, .beta = beta_sp, .radius = r.superpixel_filter,
+                            .timestep = gradient_descent_timestep_sp, .schedule = kSuperpixelSchedule,
+                            .use_normal_dot_weight = dot},
+      .superpixel_support = {.radius = r.superpixel, .min_support = min_support_sp,
+                             .per_view = kSuperpixelSupportPerView, .rule = support_rule, .use_normal_dot_weight = dot},
+      .pixel_filter = {.alpha = alpha, .beta = beta, .radius = r.pixel_filter, .timestep = gradient_descent_timestep,
+                       .schedule = kPixelSchedule, .use_normal_dot_weight = dot},
+      .pixel_support = {.radius = r.pixel, .min_support = min_support, .per_view = kPixelSupportPerView,
+                        .rule = support_rule, .use_normal_dot_weight = dot}};
   stages.superpixel_filter.Check();
   stages.superpixel_support.Check();
   stages.pixel_filter.Check();

@@ -9,11 +9,10 @@
 // the x86-64 baseline (two SSE registers), WIDE_LANE_KERNEL also for AVX-512, and the processor
 // picks a clone at run time.
 //
-// One ABI rule: lane values are passed and returned by value only to and from helpers that are
-// always inlined (LANE_INLINE). A function that is really called, kernels included, takes them
-// through memory, since the vector ABI differs between the clones. So the calling convention of
-// vectors is never used, and the build turns off GCC's warning about it (-Wno-psabi in
-// CMakeLists.txt), which it would give for every helper, at places as far as the end of the file.
+// One ABI rule: lane values go by value only to and from helpers that are always inlined
+// (LANE_INLINE); a function that is really called, kernels included, takes them through memory,
+// since the clones' vector ABIs differ. So the build can turn GCC's warning about that ABI off
+// (-Wno-psabi), which it would give for every helper.
 
 #include <cstring>
 

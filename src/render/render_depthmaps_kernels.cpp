@@ -177,27 +177,22 @@ HOST_DEVICE void visibility_pass(device::Index const& idx, RenderBuffer const& r
   });
 }
 
-HOST_DEVICE void attribute_pass(device::Index const& idx, RenderBuffer const& rb, Projection const& proj,
-                                Points const& points, float radius_scale, int block_offset) {
+// The attribute pass (colour, camera-frame normal and weight) or, with `world_normals`, the normal
+// pass (world normal alone): weighted sums where the disk lies less than its radius behind rb.depth.
+template <bool world_normals>
+HOST_DEVICE void weighted_pass(device::Index const& idx, RenderBuffer const& rb, Projection const& proj,
+                               Points const& points, float radius_scale, int block_offset) {
   const int i = point_index(idx, block_offset, points);
   if (i < 0) return;
   const PointSample s = load_point(points, proj, i);
-  const uchar4 c = element(points.colors, i);
-  splat_disk<Cull::Axis>(proj, s.pc, s.nc, s.r0 * radius_scale, [&](int tx, int ty, float z, float rho2) {
-    if (z - s.r0 >= element(rb.depth, tx, ty)) return false;
-    add_attributes(rb, tx, ty, c, s.nc, splat_weight(rho2));
-    return false;
-  });
-}
-
-HOST_DEVICE void normal_pass(device::Index const& idx, RenderBuffer const& rb, Projection const& proj,
-                             Points const& points, float radius_scale, int block_offset) {
-  const int i = point_index(idx, block_offset, points);
-  if (i < 0) return;
-  const PointSample s = load_point(points, proj, i);
+  const uchar4 c = world_normals ? uchar4{} : element(points.colors, i);
   splat_disk<Cull::Axis>(proj, s.pc, s.nc, s.r0 * radius_scale, [&](int tx, int ty, float z, float rho2) {
     if (z - s.r0 >= element(rb.depth, tx, ty)) return false;
     const float w = splat_weight(rho2);
+    if (!world_normals) {
+      add_attributes(rb, tx, ty, c, s.nc, w);
+      return false;
+    }
     device::atomicAdd(&element(rb.normal_sum, tx, ty, 0), s.n.x * w);
     device::atomicAdd(&element(rb.normal_sum, tx, ty, 1), s.n.y * w);
     device::atomicAdd(&element(rb.normal_sum, tx, ty, 2), s.n.z * w);
@@ -356,14 +351,14 @@ void visibility_pass_kernel(LaunchShape shape, RenderBuffer rb, Projection proj,
 void attribute_pass_kernel(LaunchShape shape, RenderBuffer rb, Projection proj, Points points, float radius_scale,
                            int block_offset) {
   device::launch(shape.grid, shape.block, [=](device::Index const& idx) {
-    attribute_pass(idx, rb, proj, points, radius_scale, block_offset);
+    weighted_pass<false>(idx, rb, proj, points, radius_scale, block_offset);
   });
 }
 
 void normal_pass_kernel(LaunchShape shape, RenderBuffer rb, Projection proj, Points points, float radius_scale,
                         int block_offset) {
   device::launch(shape.grid, shape.block, [=](device::Index const& idx) {
-    normal_pass(idx, rb, proj, points, radius_scale, block_offset);
+    weighted_pass<true>(idx, rb, proj, points, radius_scale, block_offset);
   });
 }
 
