@@ -11,11 +11,11 @@
 #include "device/vector_types.h"
 #include "src/core/particle.h"
 #include "src/core/particle_position.h"
+#include "src/core/simd_lanes.h"
 #include "src/spatial/cell_index.h"
 #include "src/spatial/hash_map.h"
-#include "src/core/simd_lanes.h"
-#include "src/spatial/neighbour_batch.h"
 #include "src/spatial/morton.h"
+#include "src/spatial/neighbour_batch.h"
 
 // A neighbour pass: the particle state before it, which the functors read, and its settings.
 struct NeighbourPass {
