@@ -152,11 +152,7 @@ TEST(FilterParticles, CloseOppositeSheetsStayApart) {
 TEST(FilterParticles, OptionsCheckNamesWhatARunCannotWorkWith) {
   FilterOptions fine;
   fine.radius = 0.01f;
-  const auto with = [&](auto change) {
-    FilterOptions o = fine;
-    change(o);
-    return check_verdict(o);
-  };
+  const auto with = [&](auto change) { return check_verdict(fine, change); };
   const std::string problem = "FilterOptions: ";
   EXPECT_EQ(with([](FilterOptions& o) { o.schedule = kSuperpixelSchedule; }), "accepted");
   EXPECT_EQ(with([](FilterOptions& o) { o.alpha = -1.0f; }), problem + "alpha must be finite and not negative, got -1");

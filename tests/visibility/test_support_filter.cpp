@@ -19,11 +19,7 @@ TEST(SupportFilter, VisibleMarginAgainstShareAndFloor) {
 TEST(SupportFilter, OptionsCheckNamesWhatAFilterCannotWorkWith) {
   SupportFilterOptions fine;
   fine.radius = 0.01f;
-  const auto with = [&](auto change) {
-    SupportFilterOptions o = fine;
-    change(o);
-    return check_verdict(o);
-  };
+  const auto with = [&](auto change) { return check_verdict(fine, change); };
   EXPECT_EQ(with([](SupportFilterOptions& o) { o.rule.share = 1.0f; }), "accepted");
   EXPECT_EQ(with([](SupportFilterOptions& o) { o.radius = 0.0f; }),
             "SupportFilterOptions: radius must be positive and finite, got 0");
