@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <string>
 #include <vector>
@@ -93,4 +94,67 @@ TEST(DepthProgram, ProblemsAreOneLineAndExitStatusOne) {
                          "quillara-depth: --labels needs an integer from 2 to 1024, got '1' (see quillara-depth "
                          "--help)\n",
                          1}));
+}
+
+// Runs that cannot give a depth anywhere, and outputs that cannot be written, end with one line
+// and exit status 1, leaving no file of theirs behind.
+TEST(DepthProgram, RunsWithoutAnyDepthOrWritableOutputLeaveNothing) {
+  const std::string root = io_test::fresh_scratch_dir();
+  images_only_scene(root);
+  const std::vector<std::string> pair = {"images/view_00.txt", "images/view_01.txt"};
+  const auto run = [&](std::vector<std::string> options, std::vector<std::string> files) {
+    options.push_back("--");
+    options.insert(options.end(), files.begin(), files.end());
+    return e2e::run(QUILLARA_DEPTH_BIN, root, options, {}, e2e::Limits{120.0});
+  };
+  const std::string no_match = "quillara-depth: no view got a depth: no pixel matched with a distinct depth inside the range";
+  const std::string no_neighbour =
+      "quillara-depth: no view got a depth: no view has a neighbouring view (optical axes within 60 degrees, a "
+      "baseline that subtends at least 1 degree at the depths tried)";
+  struct Case {
+    std::vector<std::string> options, files;
+    std::string out_dir, message;
+  } cases[] = {
+      {{"-o", "out", "--depth-range", "1.5,7"}, {"images/view_00.txt", "images/view_04.txt"}, "out", no_neighbour},
+      {{"-o", "out", "--depth-range", "1.5,7", "--labels", "2"}, pair, "out", no_match},
+      {{"-o", "out", "--depth-range", "1000,2000"}, pair, "out", no_neighbour},
+      {{"-o", "out", "--depth-range", "0.01,0.02"}, pair, "out", no_match},
+      {{"-o", "out put", "--depth-range", "1.5,7"}, pair, "out put",
+       "quillara-depth: out put: its path \"" + root +
+           "/out put\" holds white space, which the view files written there cannot hold; choose another -o DIR"},
+  };
+  for (const Case& c : cases) {
+    const e2e::Result r = run(c.options, c.files);
+    EXPECT_EQ(r.status, 1) << r;
+    EXPECT_EQ(r.err.substr(0, c.message.size()), c.message) << r;
+    EXPECT_EQ(std::count(r.err.begin(), r.err.end(), '\n'), 1) << r;
+    EXPECT_FALSE(fs::exists(root + "/" + c.out_dir)) << c.out_dir;
+  }
+
+  // The fourth view's depth map cannot be written: the files of the first three go again, and the
+  // message gives the system's reason.
+  fs::create_directories(root + "/kept/view_03_depth.png");
+  const e2e::Result blocked = run({"-o", "kept", "--depth-range", "1.5,7"}, view_files("images"));
+  EXPECT_EQ(blocked.status, 1) << blocked;
+  EXPECT_NE(blocked.err.find("/kept/view_03_depth.png: cannot be written: Is a directory"), std::string::npos) << blocked;
+  EXPECT_EQ(std::distance(fs::directory_iterator(root + "/kept"), fs::directory_iterator()), 1);
+}
+
+// The command printed at the end runs as shown whatever the folder is called.
+TEST(DepthProgram, TheNextCommandQuotesItsPaths) {
+  const std::string root = io_test::fresh_scratch_dir();
+  images_only_scene(root, 8);
+  const std::string dir = "o/d$(mkdir${IFS}X)'q";
+  std::vector<std::string> args = {"-o", dir, "--depth-range", "1.5,7", "--consistent", "1", "--"};
+  for (const std::string& f : view_files("images")) args.push_back(f);
+  const e2e::Result r = e2e::run(QUILLARA_DEPTH_BIN, root, args, {}, e2e::Limits{300.0});
+  ASSERT_EQ(r.status, 0) << r;
+  const std::string next = r.out.substr(r.out.find("next: quillara ") + 6);
+  // The shell's own reading of the printed words, as a paste would do.
+  const e2e::Result words = e2e::run("/bin/sh", root, {"-c", "printf '%s\\n' " + next.substr(9, next.find(" -- ") - 9)});
+  EXPECT_EQ(words.out.substr(0, words.out.find('\n', 11) + 1), "--out-dir\n" + dir + "/model\n") << next;
+  const e2e::Result files = e2e::run("/bin/sh", root, {"-c", "printf '%s\\n' " + next.substr(next.find(" -- ") + 4)});
+  EXPECT_NE(files.out.find(dir + "/view_07.txt\n"), std::string::npos) << files;
+  EXPECT_FALSE(fs::exists(root + "/X")) << next;
+  EXPECT_TRUE(fs::exists(root + "/" + dir + "/view_07_agreeing.png"));
 }

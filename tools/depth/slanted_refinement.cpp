@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdio>
 
 #include "tools/depth/view_geometry.h"
 
@@ -121,7 +120,7 @@ RefinementStatistics refine_on_slanted_windows(CMatrix<float>& depth, const Came
   const CMatrix<float> input = depth;
   if (score) score->setSize(W, H);
   RefinementStatistics stats;
-  long refined = 0, unmatched = 0; static long dbg[4];
+  long refined = 0, unmatched = 0;
 #pragma omp parallel for schedule(dynamic, 4) reduction(+ : refined, unmatched)
   for (int y = 0; y < H; ++y) {
     std::vector<float> centred(static_cast<std::size_t>(n_window));
@@ -133,7 +132,7 @@ RefinementStatistics refine_on_slanted_windows(CMatrix<float>& depth, const Came
       double a, b, c;
       const bool inside = x >= R && y >= R && x < W - R && y < H - R;
       if (!inside || !fit_plane(input, x, y, R, 2.0 * s.label_step, a, b, c)) {
-        out = 0, ++unmatched; ++dbg[0];
+        out = 0, ++unmatched;
         continue;
       }
       // The reference window, less its mean.
@@ -144,7 +143,7 @@ RefinementStatistics refine_on_slanted_windows(CMatrix<float>& depth, const Came
       double norm = 0;
       for (float& v : centred) v = static_cast<float>(v - mean), norm += static_cast<double>(v) * v;
       if (norm < 1e-3 * n_window) {
-        out = 0, ++unmatched; ++dbg[1];
+        out = 0, ++unmatched;
         continue;
       }
       std::fill(cost.begin(), cost.end(), 0.0);
@@ -184,14 +183,14 @@ RefinementStatistics refine_on_slanted_windows(CMatrix<float>& depth, const Came
         for (int h = 0; h < s.steps; ++h) cost[h] += hyp_cost[h], ++seen[h];
       }
       if (seen[0] == 0) {
-        out = 0, ++unmatched; ++dbg[2];
+        out = 0, ++unmatched;
         continue;
       }
       int best = 0;
       for (int h = 1; h < s.steps; ++h)
         if (cost[h] < cost[best]) best = h;
       if (best == 0 || best == s.steps - 1) {
-        out = 0, ++unmatched; ++dbg[3];
+        out = 0, ++unmatched;
         continue;
       }
       // The vertex of the parabola through the best step and its two neighbours.
@@ -205,7 +204,7 @@ RefinementStatistics refine_on_slanted_windows(CMatrix<float>& depth, const Came
       ++refined;
     }
   }
-  stats.refined = refined, stats.unmatched = unmatched; fprintf(stderr, "fit %ld flat %ld unseen %ld end %ld\n", dbg[0], dbg[1], dbg[2], dbg[3]);
+  stats.refined = refined, stats.unmatched = unmatched;
   return stats;
 }
 
