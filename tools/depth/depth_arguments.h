@@ -26,8 +26,7 @@ struct DepthOptions {
   float P1 = 0.1f;      // penalty of a change by one label
   float P2 = 1.0f;      // penalty of a larger change in flat image regions
   float P2_edge = 0.2f; // the same across strong colour edges
-  int contrast_radius = 4;     // window of the local contrast normalisation: (2 r + 1)^2 pixels
-  float contrast_floor = 4.0f; // grey levels added to the window's spread
+  int texture_radius = 4;      // window of the texture measure: (2 r + 1)^2 pixels
   float min_texture = 3.0f;    // grey levels of local spread a pixel needs to be matched
   float max_ambiguity = 0.9f;  // best over second-best path-cost valley above which a depth is dropped
   bool refine = true;          // move depths to the best slanted window

@@ -20,7 +20,7 @@ struct DepthEstimate {
 // depth) against each neighbour, semi-global matching with a penalty for larger label changes that
 // drops across colour edges, labels to depth and a 3 x 3 median. A pixel keeps no depth where no
 // neighbour saw it at the depth found, or where the best depth lies at either end of the range.
-// texture: the reference's local spread in grey levels (see local_contrast.h); a pixel below
+// texture: the reference's local spread in grey levels (see local_texture.h); a pixel below
 // options.min_texture keeps no depth, nor one whose path costs have a second valley within
 // options.max_ambiguity of the best (ratio of the best sum to the second).
 DepthEstimate estimate_depthmap(const Camera& reference, const std::vector<const Camera*>& neighbours, float near,

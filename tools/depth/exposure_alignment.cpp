@@ -6,7 +6,7 @@
 #include <sstream>
 
 #include "tools/depth/estimate_depthmap.h"
-#include "tools/depth/local_contrast.h"
+#include "tools/depth/local_texture.h"
 #include "tools/depth/view_geometry.h"
 
 namespace depth_tool {
@@ -130,7 +130,7 @@ std::vector<ColourMap> align_exposures(const Camera& reference, const std::vecto
   std::streambuf* const out = std::cout.rdbuf(taps.rdbuf());
   DepthEstimate e;
   try {
-    e = estimate_depthmap(half, other_ptrs, near, far, local_contrast(half.image, 2, 4.0f).texture, coarse);
+    e = estimate_depthmap(half, other_ptrs, near, far, local_texture(half.image, 2), coarse);
   } catch (...) {
     std::cout.rdbuf(out);
     throw;

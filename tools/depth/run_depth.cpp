@@ -19,7 +19,7 @@
 #include "tools/depth/depth_views.h"
 #include "tools/depth/estimate_depthmap.h"
 #include "tools/depth/exposure_alignment.h"
-#include "tools/depth/local_contrast.h"
+#include "tools/depth/local_texture.h"
 #include "tools/depth/neighbour_views.h"
 #include "tools/depth/slanted_refinement.h"
 #include "tools/depth/view_geometry.h"
@@ -243,9 +243,8 @@ void run_depth(const DepthOptions& o, std::ostream& out) {
   std::vector<Camera> cameras;
   std::vector<CMatrix<float>> textures;
   for (const DepthView& v : views) {
-    LocalContrast c = local_contrast(v.camera.image, std::max(o.contrast_radius, 1), o.contrast_floor);
     cameras.push_back(v.camera);
-    textures.push_back(std::move(c.texture));
+    textures.push_back(local_texture(v.camera.image, o.texture_radius));
   }
   // The chain's array dumps go to DIR/debug/ when the user made that folder; the last view's stay.
   output_directory = o.out_dir;

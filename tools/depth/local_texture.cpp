@@ -1,4 +1,4 @@
-#include "tools/depth/local_contrast.h"
+#include "tools/depth/local_texture.h"
 
 #include <algorithm>
 #include <cmath>
@@ -40,34 +40,24 @@ struct WindowSums {
   }
 };
 
-unsigned char to_byte(double v) { return static_cast<unsigned char>(std::clamp(std::lround(v), 0L, 255L)); }
-
 }  // namespace
 
-LocalContrast local_contrast(const CMatrix<uchar4>& image, int radius, float floor) {
+CMatrix<float> local_texture(const CMatrix<uchar4>& image, int radius) {
   const int W = image.xSize, H = image.ySize;
-  LocalContrast out;
-  out.image.setSize(W, H);
-  out.texture.setSize(W, H);
+  CMatrix<float> texture(W, H);
   const WindowSums channels[3] = {{image, 0, radius}, {image, 1, radius}, {image, 2, radius}};
 #pragma omp parallel for schedule(static)
   for (int y = 0; y < H; ++y)
     for (int x = 0; x < W; ++x) {
-      const std::size_t i = static_cast<std::size_t>(y) * W + x;
-      const uchar4 p = image.data[i];
-      const double value[3] = {static_cast<double>(p.x), static_cast<double>(p.y), static_cast<double>(p.z)};
-      unsigned char normalised[3];
       double spread = 0;
       for (int k = 0; k < 3; ++k) {
         double mean, deviation;
         channels[k].at(x, y, mean, deviation);
-        normalised[k] = to_byte(128.0 + 32.0 * (value[k] - mean) / (deviation + floor));
         spread += deviation / 3.0;
       }
-      out.image.data[i] = uchar4{normalised[0], normalised[1], normalised[2], 255};
-      out.texture.data[i] = static_cast<float>(spread);
+      texture(x, y) = static_cast<float>(spread);
     }
-  return out;
+  return texture;
 }
 
 }  // namespace depth_tool
