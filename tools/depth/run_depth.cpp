@@ -255,13 +255,11 @@ void run_depth(const DepthOptions& o, std::ostream& out) {
   keep_consistent(o, cameras, results, out);
 
   long pixels = 0, with_depth = 0;
-  std::vector<float> samples;  // every 97th depth found, for the median
+  std::vector<float> samples;  // every 97th depth kept, the first included, for the median
   for (const ViewDepth& r : results) {
     pixels += static_cast<long>(r.depth.size());
-    for (std::size_t p = 0; p < r.depth.size(); ++p) {
-      with_depth += r.depth.data[p] > 0;
-      if (p % 97 == 0 && r.depth.data[p] > 0) samples.push_back(r.depth.data[p]);
-    }
+    for (std::size_t p = 0; p < r.depth.size(); ++p)
+      if (r.depth.data[p] > 0 && with_depth++ % 97 == 0) samples.push_back(r.depth.data[p]);
   }
   if (with_depth == 0) throw std::runtime_error("no view got a depth: " + why_no_depth(o, results));
 
