@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <iostream>
 #include <string>
 #include <vector>
 
@@ -57,8 +58,9 @@ std::pair<double, double> confirmed(const TrueViews& t) {
 TEST(DepthConsistency, TrueMapsConfirmEachOtherAndWrongOnesDoNot) {
   TrueViews t = true_views(8);
   const auto [one, two] = confirmed(t);
-  EXPECT_GT(one, 0.85);
-  EXPECT_GT(two, 0.5);
+  std::cout << "confirmed by one " << one << ", by two " << two << "\n";
+  EXPECT_GT(one, 0.93);
+  EXPECT_GT(two, 0.8);
 
   // Every other map 2 % too deep: the depth test fails but where the other view's ray crosses the
   // reference's at a wide angle (a deeper point along it moves little in the reference).

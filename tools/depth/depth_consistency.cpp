@@ -18,9 +18,10 @@ bool confirms(const ViewGeometry& reference, const ViewGeometry& other, const CM
   if (iu < 0 || iv < 0 || iu >= other.width || iv >= other.height) return false;
   const float d_other = other_depth(static_cast<int>(iu), static_cast<int>(iv));
   if (!(d_other > 0)) return false;
+  // Carried back along the ray through (u, v) itself, not through the pixel's centre, so that the
+  // rounding to a pixel does not count as disagreement.
   double bx, by, bz;
-  if (!project(reference, back_project(other, static_cast<double>(iu), static_cast<double>(iv), d_other), bx, by, bz))
-    return false;
+  if (!project(reference, back_project(other, u, v, d_other), bx, by, bz)) return false;
   return std::hypot(bx - x, by - y) <= kMostPixels && std::fabs(bz - d) <= kMostRelativeDepth * d;
 }
 
