@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "tools/scene/appearance.h"
 #include "tools/scene/pose_perturbation.h"
 #include "tools/scene/scene.h"
 #include "tools/scene/scene_camera.h"
@@ -26,6 +27,7 @@ struct SceneOptions {
   // true poses then go to true_view_NN.txt.
   PosePerturbation perturbation;
   double outliers = 0.0;  // share of each view's surface pixels given a wrong depth (see plant_outliers)
+  Appearance appearance = Appearance::standard;  // how the colour images look
 };
 
 struct SurfaceSample {
