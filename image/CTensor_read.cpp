@@ -1,7 +1,9 @@
 #include <sys/stat.h>
 
 #include <climits>
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <stdexcept>
 #include <string>
 
@@ -17,7 +19,7 @@ namespace {
 class ByteReader {
  public:
   ByteReader(const char* filename, const char* who) : fp_(std::fopen(filename, "rb")), name_(filename), who_(who) {
-    if (fp_ == nullptr) throw std::runtime_error(who_ + ": Cannot open file " + name_);
+    if (fp_ == nullptr) throw std::runtime_error(who_ + ": Cannot open file " + name_ + ": " + std::strerror(errno));
     struct stat st;
     if (fstat(fileno(fp_), &st) == 0 && S_ISREG(st.st_mode)) size_ = st.st_size;
   }

@@ -4,7 +4,9 @@
 #include <sys/stat.h>
 
 #include <bit>
+#include <cerrno>
 #include <csetjmp>
+#include <cstring>
 #include <cstdio>
 #include <stdexcept>
 #include <string>
@@ -109,7 +111,7 @@ struct Session {
   png_infop info = nullptr;
 
   Session(const char* filename, const char* who) : fp(std::fopen(filename, kRead ? "rb" : "wb")) {
-    if (fp == nullptr) fail(who, std::string("Cannot open file ") + filename);
+    if (fp == nullptr) fail(who, std::string("Cannot open file ") + filename + ": " + std::strerror(errno));
   }
   ~Session() {
     png_infopp infop = info != nullptr ? &info : nullptr;
