@@ -23,20 +23,16 @@ std::vector<std::string> files_in(const std::string& dir) {
   return names;
 }
 
-struct Block {
-  long frame = 0;
-  Mat3 rotation;
-  Vec3 centre;
-};
+}  // namespace
 
 // Blocks of five data lines, read in order, so that a line missing or extra is reported where
 // it shows: at the first line that does not have the shape its place in the block asks for.
-std::vector<Block> read_blocks(const std::string& path) {
+std::vector<TrajectoryBlock> read_trajectory_log(const std::string& path) {
   const TextFile file = read_text_file(path);
   std::vector<size_t> lines;  // the lines that hold data
   for (size_t i = 0; i < file.lines.size(); ++i)
     if (!is_blank_or_comment(file.lines[i])) lines.push_back(i);
-  std::vector<Block> blocks;
+  std::vector<TrajectoryBlock> blocks;
   for (size_t b = 0; b < lines.size(); b += 5) {
     const std::string block_at = "the block that starts at line " + std::to_string(lines[b] + 1);
     const std::vector<std::string> head = split_fields(file.lines[lines[b]]);
@@ -57,7 +53,7 @@ std::vector<Block> read_blocks(const std::string& path) {
       const std::vector<double> v = numbers_at(file, line, row, 0, 4, "a matrix row of 4 numbers");
       std::copy(v.begin(), v.end(), m + 4 * r);
     }
-    Block block;
+    TrajectoryBlock block;
     block.frame = ids[2];
     block.rotation = {{m[0], m[1], m[2], m[4], m[5], m[6], m[8], m[9], m[10]}};
     block.centre = {m[3], m[7], m[11]};
@@ -70,8 +66,6 @@ std::vector<Block> read_blocks(const std::string& path) {
   return blocks;
 }
 
-}  // namespace
-
 SourceScene read_log_sequence(const std::string& dir, const std::string& trajectory, const Intrinsics& intrinsics,
                               double depth_scale) {
   const std::vector<std::string> colour = files_in(dir + "/color"), depth = files_in(dir + "/depth");
@@ -83,7 +77,7 @@ SourceScene read_log_sequence(const std::string& dir, const std::string& traject
   scene.depth_format = DepthFormat::png16;
   scene.depth_scale = depth_scale;
   std::vector<bool> posed(depth.size(), false);
-  for (const Block& block : read_blocks(trajectory)) {
+  for (const TrajectoryBlock& block : read_trajectory_log(trajectory)) {
     if (block.frame < 1 || block.frame > static_cast<long>(depth.size()))
       fail(trajectory, "frame " + std::to_string(block.frame) + " does not exist; frames count from 1 to the " +
                            std::to_string(depth.size()) + " images of depth/");

@@ -6,12 +6,6 @@
 #include "tools/import/text_file.h"
 
 namespace importer {
-namespace {
-
-struct TimedPath {
-  double time = 0;
-  std::string path;
-};
 
 std::vector<TimedPath> read_frame_list(const std::string& path) {
   const TextFile file = read_text_file(path);
@@ -44,6 +38,8 @@ std::vector<TimedPose> read_trajectory(const std::string& path) {
   std::stable_sort(poses.begin(), poses.end(), [](const TimedPose& a, const TimedPose& b) { return a.time < b.time; });
   return poses;
 }
+
+namespace {
 
 // Index of the entry nearest in time within max_offset, or -1.
 template <typename Entry>

@@ -301,7 +301,8 @@ std::string format_import_summary(const SourceScene& scene, const ImportSummary&
   out << "Next:\n  quillara --out-dir " << shell_quote(s.out_dir + "/model") << " --depth-avg "
       << format_number("%.4g", s.median_depth) << " -- " << shell_quote(s.out_dir) << "/view_*.txt\n";
   if (s.view_files.size() < 5)
-    out << "  (with fewer than 5 views, add --min-support-sp 1 --min-support 1: support counts confirming views)\n";
+    out << "  (with fewer than 5 views, add --visible-support 0.3: a point then needs only a share of the support "
+           "that the views which see it could give)\n";
   return out.str();
 }
 

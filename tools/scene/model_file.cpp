@@ -34,7 +34,7 @@ std::vector<ModelPoint> read_model_ply(const std::string& path) {
   if (line != "ply") throw std::runtime_error(path + " is not a PLY file");
 
   size_t count = 0, record = 0;
-  bool in_vertex = false, binary_le = false;
+  bool in_vertex = false, vertex_seen = false, binary_le = false;
   std::map<std::string, size_t> offset;  // float properties of the vertex by name
   while (std::getline(in, line) && line != "end_header") {
     std::istringstream words(line);
@@ -51,7 +51,8 @@ std::vector<ModelPoint> read_model_ply(const std::string& path) {
       words >> number;
       if (in_vertex && !parse_number(number, count))
         throw std::runtime_error(path + ": the vertex count '" + number + "' is not a whole number from 0");
-      else if (count == 0) throw std::runtime_error(path + ": the vertex element must come first");
+      if (!in_vertex && !vertex_seen) throw std::runtime_error(path + ": the vertex element must come first");
+      vertex_seen = vertex_seen || in_vertex;
     } else if (word == "property" && in_vertex) {
       std::string type, name;
       words >> type >> name;
