@@ -138,8 +138,10 @@ TEST_F(BadInput, SettingsAndPathsAreCheckedBeforeTheWork) {
     std::vector<std::string> args;
     std::string err;
   };
+  std::vector<std::string> many = command("out", two);
+  many[5] = "2147483647";  // --superpixels
   const Case cases[] = {
-      {command("out", two, {"--superpixels", "2147483647"}),
+      {many,
        "--superpixels 2147483647 asks for more superpixels than the 160 x 120 pixels of the first view\n"},
       {command("file_there", two, {"--preview"}),
        "cannot write previews to \"file_there/preview\": it exists and is not a directory\n"},

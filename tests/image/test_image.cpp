@@ -228,7 +228,7 @@ TEST(PngWrite, PlanesAndFileAreChecked) {
   expect_runtime_error([&] { CTensor<unsigned char>(2, 2, 1).writeToPNG(grey.c_str()); }, planes);
   EXPECT_FALSE(std::filesystem::exists(grey));
   expect_runtime_error([&] { CTensor<unsigned char>(2, 2, 3).writeToPNG(nowhere.c_str()); },
-                       "CTensor::writeToPNG: Cannot open file " + nowhere);
+                       "CTensor::writeToPNG: Cannot open file " + nowhere + ": No such file or directory");
 }
 
 // Colour and greyscale files come back as three planes in the file's orientation, through every
@@ -274,7 +274,7 @@ TEST(JpegRead, FailuresNameTheFile) {
   ASSERT_NE(frame, std::string::npos);
   write_bytes(broken, std::string(bytes).replace(frame + 4, 1, "\x07"));
   write_bytes(huge, std::string(bytes).replace(frame + 5, 4, "\x75\x30\x75\x30"));
-  expect_runtime_error([&] { read_image(missing); }, "CTensor::readFromJPEG: Cannot open file " + missing);
+  expect_runtime_error([&] { read_image(missing); }, "CTensor::readFromJPEG: Cannot open file " + missing + ": No such file or directory");
   expect_runtime_error([&] { read_image(text); }, "CTensor::readFromJPEG: File " + text + " is not a JPEG");
   for (const std::string& path : {cut, ended})
     expect_runtime_error([&] { read_image(path); }, "CTensor::readFromJPEG: File " + path + " ends before its image data");
