@@ -1,8 +1,8 @@
 #include "image/jpeg_io.h"
 
+#include <cerrno>
 #include <csetjmp>
 #include <cstddef>
-#include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <stdexcept>

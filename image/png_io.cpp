@@ -6,8 +6,8 @@
 #include <bit>
 #include <cerrno>
 #include <csetjmp>
-#include <cstring>
 #include <cstdio>
+#include <cstring>
 #include <stdexcept>
 #include <string>
 #include <utility>

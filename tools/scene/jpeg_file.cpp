@@ -1,8 +1,8 @@
 #include "tools/scene/jpeg_file.h"
 
+#include <cerrno>
 #include <csetjmp>
 #include <cstddef>
-#include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <memory>
