@@ -139,7 +139,7 @@ void CTensor<float>::readFromImage(const char* filename) {
 template <>
 void CTensor<float>::readFromPNG(const char* filename, bool ignoreAlpha) {
   const png_io::PngRows png =
-      png_io::read_png(filename, "CTensor::readFromPNG", png_io::Accept::Colour, "CTensor::readFromPNG: not read");
+      png_io::read_png(filename, "CTensor::readFromPNG", png_io::Accept::Colour, "CTensor::readFromPNG: Format not supported");
   const int planes = ignoreAlpha ? 3 : png.channels;
   setSize(png.width, png.height, planes);
   for (int y = 0; y < png.height; ++y) {
