@@ -139,7 +139,8 @@ void CTensor<float>::readFromImage(const char* filename) {
 template <>
 void CTensor<float>::readFromPNG(const char* filename, bool ignoreAlpha) {
   const png_io::PngRows png =
-      png_io::read_png(filename, "CTensor::readFromPNG", png_io::Accept::Colour, "CTensor::readFromPNG: Format not supported");
+      png_io::read_png(filename, "CTensor::readFromPNG", png_io::Accept::Colour,
+                       "CTensor::readFromPNG: Format not supported");
   const int planes = ignoreAlpha ? 3 : png.channels;
   setSize(png.width, png.height, planes);
   for (int y = 0; y < png.height; ++y) {
@@ -172,7 +173,8 @@ void CTensor<float>::readFromPPM(const char* filename) {
   long long maximum = 0;
   for (; is_digit(c) && maximum <= 65536; c = in.get()) maximum = maximum * 10 + (c - '0');
   if (maximum < 1 || maximum > 255)
-    in.refuse("has the maximum sample value " + std::to_string(maximum) + "; only 1 to 255 (one byte per sample) is read");
+    in.refuse("has the maximum sample value " + std::to_string(maximum) +
+              "; only 1 to 255 (one byte per sample) is read");
   while (is_digit(c)) c = in.get();
   while (c != EOF && c != '\n') c = in.get();
   read_samples(in, *this, h, h.kind == '5' ? 1 : 3, "PPM");

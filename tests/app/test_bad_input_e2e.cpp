@@ -98,14 +98,16 @@ TEST_F(BadInput, ViewFileMistakesEndInOneLineNamingTheFile) {
   const std::string tokens = "has 23 tokens, expected 25 (K: 9, R: 9, t: 3, width, height, colour image, depth map)";
   const std::pair<std::string, std::string> cases[] = {
       {view_text.substr(0, view_text.find(image)), tokens},
-      {view_text + " extra", "has more than 25 tokens, the first extra one \"extra\" (a path cannot contain white space)"},
+      {view_text + " extra",
+       "has more than 25 tokens, the first extra one \"extra\" (a path cannot contain white space)"},
       {with_token(view_text, 2, "zero"), "token 2 (K) is \"zero\", not a finite number"},
       {with_token(view_text, 23, "121"), "states a size of 160 x 121 but the colour image \"" + image + "\" is 160 x 120"},
       {with_token(view_text, 18, "2"),
        "the rotation (tokens 10 to 18) is not orthonormal: R^T R differs from the identity by up to "},
       {with_token(view_text, 24, "missing.png"),
        "colour image \"missing.png\": CTensor::readFromPNG: Cannot open file missing.png: No such file or directory"},
-      {with_token(view_text, 24, "cut.png"), "colour image \"cut.png\": CTensor::readFromPNG: File cut.png is truncated"},
+      {with_token(view_text, 24, "cut.png"),
+       "colour image \"cut.png\": CTensor::readFromPNG: File cut.png is truncated"},
       {with_token(view_text, 24, "photo.gif"), "colour image \"photo.gif\": Image file format not supported"},
       {with_token(view_text, 24, "negative.ppm"),
        "colour image \"negative.ppm\": CTensor::readFromPPM: File negative.ppm has no valid image size in its header"},

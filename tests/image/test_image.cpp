@@ -115,7 +115,8 @@ TEST(PngRead, FileFailuresNameTheFile) {
   std::string zero = bytes;
   zero.replace(16, 4, std::string(4, '\0'));
   write_bytes(cut, zero);
-  expect_runtime_error([&] { read_tensor(cut); }, "CTensor::readFromPNG: File " + cut + " is not a valid PNG (IHDR: CRC error)");
+  expect_runtime_error([&] { read_tensor(cut); },
+                       "CTensor::readFromPNG: File " + cut + " is not a valid PNG (IHDR: CRC error)");
   // A header that promises more rows than the file can hold is refused before they are allocated.
   std::string huge = bytes;
   huge.replace(16, 8, std::string("\x00\x00\xea\x60\x00\x00\xea\x60", 8));  // 60000 x 60000
@@ -274,7 +275,8 @@ TEST(JpegRead, FailuresNameTheFile) {
   ASSERT_NE(frame, std::string::npos);
   write_bytes(broken, std::string(bytes).replace(frame + 4, 1, "\x07"));
   write_bytes(huge, std::string(bytes).replace(frame + 5, 4, "\x75\x30\x75\x30"));
-  expect_runtime_error([&] { read_image(missing); }, "CTensor::readFromJPEG: Cannot open file " + missing + ": No such file or directory");
+  expect_runtime_error([&] { read_image(missing); },
+                       "CTensor::readFromJPEG: Cannot open file " + missing + ": No such file or directory");
   expect_runtime_error([&] { read_image(text); }, "CTensor::readFromJPEG: File " + text + " is not a JPEG");
   for (const std::string& path : {cut, ended})
     expect_runtime_error([&] { read_image(path); }, "CTensor::readFromJPEG: File " + path + " ends before its image data");

@@ -116,7 +116,8 @@ TEST(ImportRoundTrip, ViewsQuillaraCannotUseAreRefused) {
   o.intrinsics = intrinsics_of(g.cameras[0]);
 
   o.settings.every = 3;
-  expect_refused(o, "trajectory-log sequence " + g.dir + ": 1 view to import; quillara needs at least 2 (--every 3 keeps 1 of 3)");
+  expect_refused(o, "trajectory-log sequence " + g.dir +
+                        ": 1 view to import; quillara needs at least 2 (--every 3 keeps 1 of 3)");
   o.settings.every = 1;
 
   const std::string colour = g.dir + "/color/000001.png";
@@ -243,8 +244,9 @@ TEST(ColmapConverter, WorkspaceOfTheRealWriterFusesOntoTheTruth) {
   fs::create_directories(workspace + "/sparse");
   fs::copy(o.out_dir + "/images", workspace + "/images", fs::copy_options::recursive);
   fs::copy(o.out_dir + "/stereo", workspace + "/stereo", fs::copy_options::recursive);
-  const e2e::Result converted = e2e::run(converter, root, {"model_converter", "--input_path", o.out_dir + "/sparse",
-                                                           "--output_path", workspace + "/sparse", "--output_type", "BIN"});
+  const e2e::Result converted =
+      e2e::run(converter, root, {"model_converter", "--input_path", o.out_dir + "/sparse", "--output_path",
+                                 workspace + "/sparse", "--output_type", "BIN"});
   ASSERT_EQ(converted.status, 0) << converted.out << converted.err;
 
   const e2e::Result imported = e2e::run(QUILLARA_IMPORT_BIN, root, {"colmap", workspace, "imported"});

@@ -173,7 +173,8 @@ TEST(EvaluateBadInput, ModelsAndDepthMapsAreChecked) {
   io_test::write_bytes(root + "/huge.ply", header + "99999999999" + properties);
   io_test::write_bytes(root + "/negative.ply", header + "-5" + properties);
   const float nan = std::numeric_limits<float>::quiet_NaN(), xyz[3] = {nan, 0, 0};
-  io_test::write_bytes(root + "/nan.ply", header + "1" + properties + std::string(reinterpret_cast<const char*>(xyz), 12));
+  io_test::write_bytes(root + "/nan.ply",
+                       header + "1" + properties + std::string(reinterpret_cast<const char*>(xyz), 12));
   generate(root + "/small", scene::Layout::none, 3);  // 160 x 120 as well: shrink one of its maps
   write_depth_png(root + "/small/depth_00.png", 80, 60, std::vector<uint16_t>(80 * 60, 3000));
   generate(root + "/more", scene::Layout::none, 4);
