@@ -77,10 +77,14 @@ ViewFileError::ViewFileError(const std::string& file, const std::string& cause)
     : std::runtime_error("view file \"" + file + "\": " + cause) {}
 
 std::string parse_view_file(std::string_view text, ViewFile& view) {
-  const std::vector<std::string_view> words = split(text, kTokens);
+  // One token more than needed is enough to tell a file that holds too many.
+  const std::vector<std::string_view> words = split(text, kTokens + 1);
   if (static_cast<int>(words.size()) < kTokens)
     return "has " + std::to_string(words.size()) +
            " tokens, expected 25 (K: 9, R: 9, t: 3, width, height, colour image, depth map)";
+  if (static_cast<int>(words.size()) > kTokens)
+    return "has more than 25 tokens, the first extra one \"" + std::string(words[kTokens]) +
+           "\" (a path cannot contain white space)";
 
   double* numbers[21];
   for (int i = 0; i < 9; ++i) numbers[i] = &view.K[i];

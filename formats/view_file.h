@@ -27,10 +27,10 @@ class ViewFileError : public std::runtime_error {
   ViewFileError(const std::string& file, const std::string& cause);
 };
 
-// Reads the tokens from the text of a view file (any white space separates them, anything behind
-// token 25 is ignored) and checks what a wrong file gets wrong: the token count, numbers that are
-// not finite, a size or focal length that is not positive, and a rotation that is not one.
-// Returns the reason in words, or an empty text when the file is fine.
+// Reads the tokens from the text of a view file (any white space separates them; exactly 25, since
+// a path with a blank would leave one more) and checks what a wrong file gets wrong: the token
+// count, numbers that are not finite, a size or focal length that is not positive, and a rotation
+// that is not one. Returns the reason in words, or an empty text when the file is fine.
 std::string parse_view_file(std::string_view text, ViewFile& view);
 
 // Reads and checks a view file. Throws ViewFileError.

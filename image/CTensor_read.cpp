@@ -1,7 +1,9 @@
 #include <sys/stat.h>
 
+#include <cerrno>
 #include <climits>
 #include <cstdio>
+#include <cstring>
 #include <stdexcept>
 #include <string>
 
@@ -17,11 +19,15 @@ namespace {
 class ByteReader {
  public:
   ByteReader(const char* filename, const char* who) : fp_(std::fopen(filename, "rb")), name_(filename), who_(who) {
-    if (fp_ == nullptr) throw std::runtime_error(who_ + ": Cannot open file " + name_);
+    if (fp_ == nullptr) throw std::runtime_error(who_ + ": Cannot open file " + name_ + ": " + std::strerror(errno));
     struct stat st;
     if (fstat(fileno(fp_), &st) == 0 && S_ISREG(st.st_mode)) size_ = st.st_size;
   }
   ~ByteReader() { std::fclose(fp_); }
+
+  [[noreturn]] void refuse(const std::string& cause) const {
+    throw std::runtime_error(who_ + ": File " + name_ + " " + cause);
+  }
   ByteReader(const ByteReader&) = delete;
   ByteReader& operator=(const ByteReader&) = delete;
 
@@ -92,9 +98,14 @@ NetpbmHeader read_header_to_height(ByteReader& in, const char* format, int kind_
     }
   }
   c = in.get();
+  const bool width_given = is_digit(c);
   h.width = read_decimal(in, c, format);
-  while (c != EOF && !is_digit(c)) c = in.get();
+  while (c != EOF && !is_digit(c) && is_blank_or_line_end(c)) c = in.get();
+  const bool height_given = is_digit(c);
   h.height = read_decimal(in, c, format);
+  // A size that is not two positive whole numbers would give an empty or nonsense image.
+  if (!width_given || !height_given || h.width <= 0 || h.height <= 0)
+    in.refuse("has no valid image size in its header (two positive whole numbers)");
   while (c != EOF && !is_blank_or_line_end(c)) c = in.get();
   return h;
 }
@@ -102,8 +113,8 @@ NetpbmHeader read_header_to_height(ByteReader& in, const char* format, int kind_
 // Bytes as floats, pixel by pixel in row order, byte k of a pixel to plane k; -1 past the end.
 void read_samples(ByteReader& in, CTensor<float>& t, const NetpbmHeader& h, int planes, const char* format) {
   const long long count = static_cast<long long>(h.width) * h.height * planes;
-  if (count > INT_MAX) throw EInvalidFileFormat(format);
   in.expect_bytes(count);
+  if (count > INT_MAX) throw EInvalidFileFormat(format);
   t.setSize(h.width, h.height, planes);
   const std::size_t plane = static_cast<std::size_t>(h.width) * static_cast<std::size_t>(h.height);
   for (std::size_t i = 0; i < plane; ++i)
@@ -128,8 +139,8 @@ void CTensor<float>::readFromImage(const char* filename) {
 template <>
 void CTensor<float>::readFromPNG(const char* filename, bool ignoreAlpha) {
   const png_io::PngRows png =
-      png_io::read_png(filename, "CTensor::readFromPNG", png_io::Accept::Rgb8OrRgba8,
-                       "CTensor::readFromPNG: Format not supported.  Expected RGB(A) image with 8-bit per channel");
+      png_io::read_png(filename, "CTensor::readFromPNG", png_io::Accept::Colour,
+                       "CTensor::readFromPNG: Format not supported");
   const int planes = ignoreAlpha ? 3 : png.channels;
   setSize(png.width, png.height, planes);
   for (int y = 0; y < png.height; ++y) {
@@ -150,7 +161,8 @@ void CTensor<float>::readFromJPEG(const char* filename) {
         (*this)(x, y, z) = static_cast<float>(jpeg.rgb[(static_cast<std::size_t>(y) * jpeg.width + x) * 3 + z]);
 }
 
-// The maximum value is skipped but not used: samples are always single bytes.
+// Samples are always single bytes, taken as they are: a maximum value outside 1 to 255 (two-byte
+// samples, or none at all) is refused rather than read wrongly.
 template <>
 void CTensor<float>::readFromPPM(const char* filename) {
   ByteReader in(filename, "CTensor::readFromPPM");
@@ -158,6 +170,11 @@ void CTensor<float>::readFromPPM(const char* filename) {
   int c;
   do c = in.get();
   while (c != EOF && !is_digit(c));
+  long long maximum = 0;
+  for (; is_digit(c) && maximum <= 65536; c = in.get()) maximum = maximum * 10 + (c - '0');
+  if (maximum < 1 || maximum > 255)
+    in.refuse("has the maximum sample value " + std::to_string(maximum) +
+              "; only 1 to 255 (one byte per sample) is read");
   while (is_digit(c)) c = in.get();
   while (c != EOF && c != '\n') c = in.get();
   read_samples(in, *this, h, h.kind == '5' ? 1 : 3, "PPM");

@@ -1,5 +1,7 @@
+#include <cerrno>
 #include <cmath>
 #include <cstdio>
+#include <cstring>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -15,7 +17,8 @@ namespace {
 class OutputFile {
  public:
   OutputFile(const char* filename, const char* who) : fp_(std::fopen(filename, "wb")) {
-    if (fp_ == nullptr) throw std::runtime_error(std::string(who) + ": Cannot open file " + filename);
+    if (fp_ == nullptr)
+      throw std::runtime_error(std::string(who) + ": Cannot open file " + filename + ": " + std::strerror(errno));
   }
   ~OutputFile() { std::fclose(fp_); }
   OutputFile(const OutputFile&) = delete;

@@ -1,8 +1,10 @@
 #include "image/jpeg_io.h"
 
+#include <cerrno>
 #include <csetjmp>
 #include <cstddef>
 #include <cstdio>
+#include <cstring>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -97,7 +99,7 @@ struct ReadSession {
 JpegPixels read_jpeg(const char* filename, const char* who) {
   ReadSession s;
   s.fp = std::fopen(filename, "rb");
-  if (s.fp == nullptr) fail(who, std::string("Cannot open file ") + filename);
+  if (s.fp == nullptr) fail(who, std::string("Cannot open file ") + filename + ": " + std::strerror(errno));
   unsigned char signature[3];
   if (std::fread(signature, 1, 3, s.fp) != 3) fail(who, std::string("Could not read header of file ") + filename);
   if (signature[0] != 0xFF || signature[1] != 0xD8 || signature[2] != 0xFF)

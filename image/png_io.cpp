@@ -4,8 +4,10 @@
 #include <sys/stat.h>
 
 #include <bit>
+#include <cerrno>
 #include <csetjmp>
 #include <cstdio>
+#include <cstring>
 #include <stdexcept>
 #include <string>
 #include <utility>
@@ -24,9 +26,15 @@ bool read_header(png_structp png, png_infop info, std::FILE* fp) {
   return true;
 }
 
-bool prepare_rows(png_structp png, png_infop info, bool swap16, std::size_t* rowbytes) {
+bool prepare_rows(png_structp png, png_infop info, bool swap16, bool to_colour8, std::size_t* rowbytes) {
   if (setjmp(png_jmpbuf(png))) return false;
   if (swap16) png_set_swap(png);
+  if (to_colour8) {
+    // Palette, grey and 16-bit files become 8-bit RGB(A), as a grey JPEG becomes RGB.
+    png_set_expand(png);
+    png_set_strip_16(png);
+    png_set_gray_to_rgb(png);
+  }
   png_set_interlace_handling(png);
   png_read_update_info(png, info);
   *rowbytes = png_get_rowbytes(png, info);
@@ -63,8 +71,12 @@ bool write_rows(png_structp png, png_infop info, png_bytepp rows) {
 }
 
 // libpng's own reports would add lines to standard error beside the exception that says what
-// failed, so errors only jump back to the failing step and warnings are dropped.
-void error_jump(png_structp png, png_const_charp) { png_longjmp(png, 1); }
+// failed, so errors only keep their text and jump back to the failing step; warnings are dropped.
+thread_local std::string last_libpng_error;
+void error_jump(png_structp png, png_const_charp message) {
+  last_libpng_error = message != nullptr ? message : "unknown error";
+  png_longjmp(png, 1);
+}
 void ignore_warning(png_structp, png_const_charp) {}
 
 // Deflate expands data at most 1032 times, so a file shorter than its rows / 1032 is cut short
@@ -78,8 +90,8 @@ bool holds_rows(std::FILE* fp, std::size_t rowbytes, int height) {
 
 bool accepted(Accept accept, int color_type, int bit_depth) {
   switch (accept) {
-    case Accept::Rgb8OrRgba8:
-      return (color_type == PNG_COLOR_TYPE_RGB || color_type == PNG_COLOR_TYPE_RGBA) && bit_depth == 8;
+    case Accept::Colour:
+      return true;
     case Accept::Grey8Or16:
       return color_type == PNG_COLOR_TYPE_GRAY && (bit_depth == 8 || bit_depth == 16);
   }
@@ -99,7 +111,7 @@ struct Session {
   png_infop info = nullptr;
 
   Session(const char* filename, const char* who) : fp(std::fopen(filename, kRead ? "rb" : "wb")) {
-    if (fp == nullptr) fail(who, std::string("Cannot open file ") + filename);
+    if (fp == nullptr) fail(who, std::string("Cannot open file ") + filename + ": " + std::strerror(errno));
   }
   ~Session() {
     png_infopp infop = info != nullptr ? &info : nullptr;
@@ -127,7 +139,12 @@ PngRows read_png(const char* filename, const char* who, Accept accept, const cha
   if (std::fread(signature, 1, 8, s.fp) != 8) fail(who, std::string("Could not read header of file ") + filename);
   if (png_sig_cmp(signature, 0, 8) != 0) fail(who, std::string("File ") + filename + " is not a PNG");
   s.create_structures(who);
-  if (!read_header(s.png, s.info, s.fp)) fail(who, "png_init_io failed");
+  // A file cut short, or a header libpng refuses (a zero size, say), fails here.
+  const auto damaged = [&] {
+    fail(who, std::string("File ") + filename +
+                  (std::feof(s.fp) ? " is truncated" : " is not a valid PNG (" + last_libpng_error + ")"));
+  };
+  if (!read_header(s.png, s.info, s.fp)) damaged();
 
   PngRows result;
   result.width = static_cast<int>(png_get_image_width(s.png, s.info));
@@ -137,13 +154,18 @@ PngRows read_png(const char* filename, const char* who, Accept accept, const cha
   if (!accepted(accept, png_get_color_type(s.png, s.info), result.bit_depth)) throw std::runtime_error(refusal);
 
   // 16-bit samples are big-endian in the file; swapping gives the machine's order here.
-  const bool swap16 = result.bit_depth == 16 && std::endian::native == std::endian::little;
-  if (!prepare_rows(s.png, s.info, swap16, &result.rowbytes)) fail(who, "png_read_image failed");
+  const bool to_colour8 = accept == Accept::Colour;
+  const bool swap16 = !to_colour8 && result.bit_depth == 16 && std::endian::native == std::endian::little;
+  if (!prepare_rows(s.png, s.info, swap16, to_colour8, &result.rowbytes)) damaged();
+  if (to_colour8) {
+    result.channels = png_get_channels(s.png, s.info);
+    result.bit_depth = png_get_bit_depth(s.png, s.info);
+  }
   if (!holds_rows(s.fp, result.rowbytes, result.height)) fail(who, std::string("File ") + filename + " is truncated");
   result.bytes.resize(result.rowbytes * static_cast<std::size_t>(result.height));
   std::vector<png_bytep> rows(static_cast<std::size_t>(result.height));
   for (int y = 0; y < result.height; ++y) rows[y] = result.bytes.data() + result.rowbytes * y;
-  if (!read_rows(s.png, rows.data())) fail(who, "png_read_image failed");
+  if (!read_rows(s.png, rows.data())) damaged();
   return result;
 }
 

@@ -12,14 +12,16 @@ namespace png_io {
 struct PngRows {
   int width = 0;
   int height = 0;
-  int channels = 0;   // samples per pixel as stored in the file
-  int bit_depth = 0;  // bits per sample as stored in the file
+  int channels = 0;   // samples per pixel as delivered
+  int bit_depth = 0;  // bits per sample as delivered
   std::size_t rowbytes = 0;
   std::vector<unsigned char> bytes;  // height rows of rowbytes bytes, first file row first
 };
 
 // Which colour types and bit depths a reader takes; anything else is refused with `refusal`.
-enum class Accept { Rgb8OrRgba8, Grey8Or16 };
+// Colour takes every file and delivers 8-bit RGB or RGBA (palette and grey expanded, 16 bits cut
+// to 8); Grey8Or16 takes grey files only, as they are.
+enum class Accept { Colour, Grey8Or16 };
 
 // Reads a whole PNG. With Accept::Grey8Or16, 16-bit samples arrive in the machine's byte order.
 PngRows read_png(const char* filename, const char* who, Accept accept, const char* refusal);

@@ -106,6 +106,11 @@ std::vector<std::string> parse_command_line(int argc, char* argv[]) {
     throw CommandLineExit{0};
   }
 
+  // Unknown options pass, but a typing error should not go unnoticed.
+  for (const option::Option* o = &options[UNKNOWN]; o != nullptr && *o; o = o->next)
+    std::cerr << "warning: unknown option '" << std::string_view(o->name, static_cast<std::size_t>(o->namelen))
+              << "' is ignored\n";
+
   // A missing required option ends the run with status 0 on purpose.
   if (MyArg::testForMissingOptions(required_options, options.data(), usage, false)) throw CommandLineExit{0};
 

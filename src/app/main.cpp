@@ -56,6 +56,7 @@ void run(int argc, char* argv[]) {
   make_output_directory();
   start_device();
   check_view_files(view_files);
+  if (write_preview) check_preview_directory(output_directory + "/preview", n_keyframes);
   const std::string views_directory = output_directory + "/views";
   if (improve_cameras) throw_if(prepare_refined_views(views_directory, view_files));
 
@@ -151,6 +152,7 @@ void run(int argc, char* argv[]) {
 
 // Ends the run with one line on standard error, after the progress printed so far.
 int fail(const std::exception& e) {
+  remove_new_empty_output_directory();
   std::cout.flush();
   std::cerr << e.what() << "\n";
   return 1;

@@ -17,3 +17,7 @@ extern PlyColorNames model_color_names;
 // written there. Throws RunError with the reason otherwise: a directory that cannot hold the
 // models ends the run before the work.
 void make_output_directory();
+
+// After a failed run: removes the output directory (and the parents made with it) when this run
+// created it and nothing was written into it.
+void remove_new_empty_output_directory();

@@ -9,6 +9,7 @@
 #include "ketra/tools.h"
 #include "src/render/points.h"
 #include "src/render/render_buffer.h"
+#include "src/app/run_error.h"
 #include "src/render/render_points.h"
 
 namespace {
@@ -30,10 +31,23 @@ std::string view_file_name(int index) {
 
 }  // namespace
 
+void check_preview_directory(const std::string& directory, int views) {
+  std::error_code ec;
+  if (std::filesystem::exists(directory, ec) && !std::filesystem::is_directory(directory, ec))
+    throw RunError("cannot write previews to \"" + directory + "\": it exists and is not a directory");
+  for (int i = 0; i < views; ++i) {
+    const std::string path = directory + "/" + view_file_name(i);
+    if (std::filesystem::is_directory(path, ec))
+      throw RunError("cannot write preview image \"" + path + "\": it is a directory");
+  }
+}
+
 int write_preview_images(const std::vector<Particle>& particles, const std::vector<float>& offsets,
                          const std::vector<float3>& normals, const std::vector<Camera*>& cameras,
                          const std::string& directory) {
-  std::filesystem::create_directories(directory);
+  std::error_code ec;
+  std::filesystem::create_directories(directory, ec);
+  if (ec) throw RunError("cannot create preview directory \"" + directory + "\": " + ec.message());
   // An empty model leaves the two model panels black.
   Points points{};
   if (!particles.empty()) points = createPoints(particles, offsets, normals);
@@ -53,7 +67,11 @@ int write_preview_images(const std::vector<Particle>& particles, const std::vect
       freeRenderBuffer(rb);
     }
     const std::string path = directory + "/" + view_file_name(camera->index);
-    saveImageToPNG(panel, path);
+    try {
+      saveImageToPNG(panel, path);
+    } catch (const std::runtime_error& e) {
+      throw RunError("cannot write preview image \"" + path + "\": " + e.what());
+    }
     std::cout << " preview " << path << "\n";
     ++written;
   }

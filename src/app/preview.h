@@ -14,3 +14,7 @@
 int write_preview_images(const std::vector<Particle>& particles, const std::vector<float>& offsets,
                          const std::vector<float3>& normals, const std::vector<Camera*>& cameras,
                          const std::string& directory);
+
+// Before the work: the preview directory must be a directory or creatable, and none of the
+// view_NN.png paths of `views` views a directory. Throws RunError with the reason.
+void check_preview_directory(const std::string& directory, int views);

@@ -31,7 +31,11 @@ std::string advice(const RunSummary& run, double share) {
   s << "too few views confirm each surface at the support levels in force (--min-support-sp " << run.min_support_sp
     << ", --min-support " << run.min_support
     << "); with few views try --visible-support 0.3, which asks each point only for a share of what the views that "
-       "see it could confirm, or lower levels, e.g. --min-support-sp 1 --min-support 1.\n";
+       "see it could confirm";
+  // Lower fixed levels are worth a try only while they are above 1.
+  if (run.min_support_sp > 1.0f || run.min_support > 1.0f)
+    s << ", or lower levels, e.g. --min-support-sp 1 --min-support 1";
+  s << ".\n";
   return s.str();
 }
 

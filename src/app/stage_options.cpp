@@ -47,6 +47,11 @@ RunRadii run_radii(float average_depth, float fx, float superpixel_radius) {
 
 StageOptions make_stage_options(const Camera& first_view) {
   const float fx = first_view.K[0];
+  // More superpixels than pixels leaves superpixels of less than a pixel, whatever the depth.
+  if (static_cast<long long>(superpixel_count) > static_cast<long long>(first_view.width) * first_view.height)
+    throw RunError("--superpixels " + std::to_string(superpixel_count) + " asks for more superpixels than the " +
+                   std::to_string(first_view.width) + " x " + std::to_string(first_view.height) +
+                   " pixels of the first view");
   const float s = superpixel_radius(first_view.width, first_view.height, superpixel_count);
   const RunRadii r = run_radii(average_depth, fx, s);
   check_radii(r, fx);

@@ -26,3 +26,27 @@ std::string prepare_output_directory(const std::string& dir, const std::vector<s
   }
   return {};
 }
+
+std::string outermost_missing_folder(const std::string& dir) {
+  std::error_code ec;
+  fs::path path = fs::absolute(dir, ec).lexically_normal();
+  if (ec || fs::exists(path, ec)) return {};
+  if (!path.has_filename()) path = path.parent_path();  // a trailing slash
+  while (path.has_parent_path() && path.parent_path() != path && !fs::exists(path.parent_path(), ec))
+    path = path.parent_path();
+  return path.string();
+}
+
+void remove_empty_folders(const std::string& dir, const std::string& top) {
+  if (top.empty()) return;
+  std::error_code ec;
+  fs::path path = fs::absolute(dir, ec).lexically_normal();
+  if (!path.has_filename()) path = path.parent_path();
+  const fs::path last = fs::path(top);
+  if (path.string().rfind(last.string(), 0) != 0) return;  // only folders inside the created one
+  while (!ec && fs::is_directory(path, ec) && fs::is_empty(path, ec)) {
+    fs::remove(path, ec);
+    if (path == last || !path.has_parent_path()) break;
+    path = path.parent_path();
+  }
+}

@@ -91,17 +91,28 @@ TEST_F(BadInput, ViewFileMistakesEndInOneLineNamingTheFile) {
   write("cut.png", png.substr(0, png.size() / 2));
   write_depth_png((dir_ / "small.png").string(), 80, 60, std::vector<unsigned short>(80 * 60, 3000));
   write("photo.gif", png);
+  write("negative.ppm", "P6\n-5 abc\n255\n");
+  std::string zero_width = png;
+  zero_width.replace(16, 4, std::string(4, '\0'));
+  write("zero.png", zero_width);
   const std::string tokens = "has 23 tokens, expected 25 (K: 9, R: 9, t: 3, width, height, colour image, depth map)";
   const std::pair<std::string, std::string> cases[] = {
       {view_text.substr(0, view_text.find(image)), tokens},
+      {view_text + " extra",
+       "has more than 25 tokens, the first extra one \"extra\" (a path cannot contain white space)"},
       {with_token(view_text, 2, "zero"), "token 2 (K) is \"zero\", not a finite number"},
       {with_token(view_text, 23, "121"), "states a size of 160 x 121 but the colour image \"" + image + "\" is 160 x 120"},
       {with_token(view_text, 18, "2"),
        "the rotation (tokens 10 to 18) is not orthonormal: R^T R differs from the identity by up to "},
       {with_token(view_text, 24, "missing.png"),
-       "colour image \"missing.png\": CTensor::readFromPNG: Cannot open file missing.png"},
-      {with_token(view_text, 24, "cut.png"), "colour image \"cut.png\": CTensor::readFromPNG: png_read_image failed"},
+       "colour image \"missing.png\": CTensor::readFromPNG: Cannot open file missing.png: No such file or directory"},
+      {with_token(view_text, 24, "cut.png"),
+       "colour image \"cut.png\": CTensor::readFromPNG: File cut.png is truncated"},
       {with_token(view_text, 24, "photo.gif"), "colour image \"photo.gif\": Image file format not supported"},
+      {with_token(view_text, 24, "negative.ppm"),
+       "colour image \"negative.ppm\": CTensor::readFromPPM: File negative.ppm has no valid image size in its header"},
+      {with_token(view_text, 24, "zero.png"),
+       "colour image \"zero.png\": CTensor::readFromPNG: File zero.png is not a valid PNG (IHDR: CRC error)"},
       {with_token(view_text, 25, image),
        "depth map \"" + image +
            "\": CMatrix::readFromPNG: Format not supported.  Expected Greyscale image with 8 or 16 bit per channel"},
@@ -114,8 +125,41 @@ TEST_F(BadInput, ViewFileMistakesEndInOneLineNamingTheFile) {
     EXPECT_EQ(r.status, 1) << r;
     EXPECT_TRUE(r.err.starts_with("view file \"bad.txt\": " + cause)) << r.err;
     EXPECT_EQ(std::count(r.err.begin(), r.err.end(), '\n'), 1) << r.err;
-    EXPECT_TRUE(fs::is_empty(dir_ / "out"));
+    EXPECT_FALSE(fs::exists(dir_ / "out"));  // the run made it and takes it back
   }
+}
+
+// What is knowable before the work is refused before it, with the option or path named: the
+// superpixel count against the image, the preview paths. An unknown option passes, with a warning.
+TEST_F(BadInput, SettingsAndPathsAreCheckedBeforeTheWork) {
+  const std::vector<std::string> two = {scene_.view_files[0], scene_.view_files[1]};
+  fs::create_directories(dir_ / "file_there");
+  write("file_there/preview", "a file");
+  fs::create_directories(dir_ / "folder_there/preview/view_01.png");
+  struct Case {
+    std::vector<std::string> args;
+    std::string err;
+  };
+  std::vector<std::string> many = command("out", two);
+  many[5] = "2147483647";  // --superpixels
+  const Case cases[] = {
+      {many,
+       "--superpixels 2147483647 asks for more superpixels than the 160 x 120 pixels of the first view\n"},
+      {command("file_there", two, {"--preview"}),
+       "cannot write previews to \"file_there/preview\": it exists and is not a directory\n"},
+      {command("folder_there", two, {"--preview"}),
+       "cannot write preview image \"folder_there/preview/view_01.png\": it is a directory\n"},
+      {command("out", {scene_.view_files[0]}, {"--visible-suport", "0.3"}),
+       "warning: unknown option '--visible-suport' is ignored\nnot enough files\n"},
+  };
+  for (const Case& c : cases) {
+    const e2e::Result r = quillara(c.args);
+    EXPECT_EQ(r.status, 1) << r;
+    EXPECT_EQ(r.err, c.err);
+    EXPECT_FALSE(fs::exists(dir_ / "out"));
+  }
+  EXPECT_EQ(files("file_there"), (std::vector<std::string>{"preview"}));
+  EXPECT_EQ(files("folder_there"), (std::vector<std::string>{"preview"}));
 }
 
 // Radii beyond the 32-bit kernel would stall the filter for ever: refused once fx is known.
@@ -126,7 +170,7 @@ TEST_F(BadInput, AverageDepthTheFilterCannotComputeIsRefused) {
   EXPECT_EQ(huge.status, 1) << huge;
   EXPECT_TRUE(huge.err.starts_with("--depth-avg 1e+30 makes the smoothing radius ")) << huge.err;
   EXPECT_EQ(std::count(huge.err.begin(), huge.err.end(), '\n'), 1) << huge.err;
-  EXPECT_TRUE(fs::is_empty(dir_ / "out"));
+  EXPECT_FALSE(fs::exists(dir_ / "out"));
 
   args[3] = "100";  // far from the scene's depths, but computable: a warning
   const e2e::Result far = quillara(args);

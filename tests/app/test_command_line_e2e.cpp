@@ -103,12 +103,15 @@ TEST_F(CommandLine, EndsBeforeAnythingIsCreated) {
   };
   const std::pair<std::vector<std::string>, Result> cases[] = {
       {{}, usage},
-      {{"-xh", "--bogus", "-o", "out"}, usage},  // unknown options pass without a word
+      {{"-xh", "--bogus", "-o", "out"}, usage},  // unknown options pass; with --help without a word
       {{"--version", "-o", "out"}, {"quillara 1.0.0\n", "", 0}},
       {{"--help", "--depth-avg", "x"}, bad("--depth-avg", "a numeric argument")},  // parsing first
       {{"--depth-avg", "2", "--", "a", "b"}, missing(out_dir_row)},
       {{"-o", "out"}, missing(depth_avg_row)},
-      {{"--bogus"}, missing(depth_avg_row + out_dir_row)},
+      {{"--bogus"},
+       {"", "warning: unknown option '--bogus' is ignored\nThe following options are required:\n" + depth_avg_row +
+                out_dir_row,
+        0}},
       {{"--depth-avg", "2", "a", "-o", "out"}, missing(out_dir_row)},  // nothing behind a non-option is parsed
       {{"-o", "out", "--depth-avg", "x", "--", "a", "b"}, bad("--depth-avg", "a numeric argument")},
       {with({"--superpixels", "1.5"}), bad("--superpixels", "a numeric argument")},
@@ -138,15 +141,20 @@ TEST_F(CommandLine, EndsBeforeAnythingIsCreated) {
 }
 
 // The directory is made without a shell; one that cannot hold the models ends the run at once.
+// A failed run takes back the directory it made while it is empty, parents included; one that
+// was there stays.
 TEST_F(CommandLine, OutputDirectory) {
   touch("a");
   touch("file");
-  for (const std::string name : {"my out", "x;touch PWNED", "deep/er/out", "deep/er/out"}) {
+  fs::create_directories(dir_ / "there");
+  for (const std::string name : {"my out", "x;touch PWNED", "deep/er/out", "there/out", "there"}) {
     EXPECT_EQ(run({"-o", name, "--depth-avg", "2", "--", "a"}), not_enough) << name;
-    EXPECT_TRUE(fs::is_directory(dir_ / name)) << name;
+    EXPECT_EQ(exists(name), name == "there") << name;
   }
   EXPECT_FALSE(exists("PWNED"));
   EXPECT_FALSE(exists("my"));
+  EXPECT_FALSE(exists("deep"));
+  EXPECT_TRUE(exists("there"));
 
   auto fails = [&](const std::string& out, const std::string& err) {
     EXPECT_EQ(run({"-o", out, "--depth-avg", "2", "--", "a", "a"}), (Result{"", err, 1})) << out;
@@ -161,7 +169,7 @@ TEST_F(CommandLine, OutputDirectory) {
   EXPECT_EQ(std::count(proc.err.begin(), proc.err.end(), '\n'), 1);
 }
 
-// The view files are checked after the output directory is made, which may already exist.
+// The view files are checked after the output directory is made.
 TEST_F(CommandLine, ViewFileListMistakes) {
   touch("a");
   fs::create_directories(dir_ / "folder");
@@ -182,8 +190,8 @@ TEST_F(CommandLine, ViewFileListMistakes) {
       {{"--depth-avg", "2", "-o", "--", "--", "a"}, {"Reading file --\n", "view file \"--\": is a directory\n", 1}},
   };
   for (const auto& [args, expected] : cases) EXPECT_EQ(run(args), expected) << args.back();
-  EXPECT_TRUE(fs::is_directory(dir_ / "out"));
-  EXPECT_TRUE(fs::is_directory(dir_ / "out2/deeper"));
+  EXPECT_FALSE(exists("out"));  // made by the runs, and taken back with their failures
+  EXPECT_FALSE(exists("out2"));
 }
 
 }  // namespace

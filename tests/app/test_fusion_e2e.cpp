@@ -69,7 +69,7 @@ void expect_preview_of_each_view(const e2e::GeneratedScene& generated, const fs:
   for (std::size_t v = 0; v < generated.view_files.size(); ++v) {
     SCOPED_TRACE(v);
     const auto rgb = [](const std::string& path) {
-      return png_io::read_png(path.c_str(), "test", png_io::Accept::Rgb8OrRgba8, "not an RGB image");
+      return png_io::read_png(path.c_str(), "test", png_io::Accept::Colour, "not an RGB image");
     };
     const ViewFile view = read_view_file(generated.view_files[v]);
     const png_io::PngRows input = rgb(view.image_path);

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <string>
 
 #include "src/app/run_summary.h"
@@ -9,12 +10,12 @@
 namespace {
 
 // The advice that follows the summary's model line, for a run that kept `points` of 1000 pixels.
-std::string advice_of(std::size_t points, float visible_support) {
+std::string advice_of(std::size_t points, float visible_support, float min_support = 3.0f) {
   RunSummary r;
   r.points = points;
   r.input_pixels = 1000;
-  r.min_support_sp = 2.0f;
-  r.min_support = 3.0f;
+  r.min_support_sp = std::min(2.0f, min_support);
+  r.min_support = min_support;
   r.visible_support = visible_support;
   r.visible_support_floor = 0.5f;
   const std::string text = format_summary(r);
@@ -28,6 +29,9 @@ std::string advice_of(std::size_t points, float visible_support) {
 TEST(RunSummary, SmallModelsGetAdviceForTheirRule) {
   EXPECT_NE(advice_of(249, 0.0f).find("with few views try --visible-support 0.3"), std::string::npos);
   EXPECT_EQ(advice_of(250, 0.0f), "");
+  // Lower fixed levels are suggested only while they are above 1.
+  EXPECT_NE(advice_of(249, 0.0f).find("or lower levels, e.g. --min-support-sp 1 --min-support 1."), std::string::npos);
+  EXPECT_EQ(advice_of(249, 0.0f, 1.0f).find("lower levels"), std::string::npos);
   EXPECT_EQ(advice_of(100, 0.3f),
             "Few points were kept: few points reach the share of what the views that see them could confirm "
             "(--visible-support 0.3, --visible-floor 0.5); check --depth-avg and the poses of the views, or try a "

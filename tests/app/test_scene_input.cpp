@@ -73,7 +73,7 @@ TEST_F(SceneInput, ReadsPoseIntrinsicsDepthAndImage) {
   // Rotation by 90 degrees about z, row by row; line structure does not matter.
   const std::string view = scratch_path("view.txt");
   std::ofstream(view) << "500 0.5 1.25 0 510 0.75 0 0 1   0 -1 0 1 0 0 0 0 1  1 2 3  3 2 " << image_png << " "
-                      << depth_png << " trailing words are ignored";
+                      << depth_png << "\n";
   Camera c;
   CMatrix<float> depth;
   read_view(view, 7, c, depth);

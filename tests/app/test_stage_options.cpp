@@ -54,10 +54,14 @@ TEST(StageOptions, RadiiOutOfTheKernelsRange) {
             "--depth-avg 1e+07 makes the smoothing radius 20000 (one pixel at fx 500 of the first view), too large for "
             "the filter's 32-bit kernel; give the scene's average depth in the length unit of the view files");
   average_depth = 2.75f;
-  superpixel_count = 2000000000;
-  EXPECT_NE(refusal(first_view(500.0f, 640, 480))
-                .find("(one superpixel radius at fx 500 of the first view), too small for the filter's 32-bit kernel; "
-                      "give the scene's average depth in the length unit of the view files and check --superpixels"),
+  superpixel_count = 307201;  // more superpixels than pixels: named as such, whatever the depth
+  EXPECT_EQ(refusal(first_view(500.0f, 640, 480)),
+            "--superpixels 307201 asks for more superpixels than the 640 x 480 pixels of the first view");
+  superpixel_count = 1;  // one superpixel of the whole image: its 9 radii are too wide at this depth
+  average_depth = 4e4f;
+  EXPECT_NE(refusal(first_view(500.0f, 640, 480)).find("too large for the filter's 32-bit kernel; give the scene's "
+                                                        "average depth in the length unit of the view files and check "
+                                                        "--superpixels"),
             std::string::npos);
   superpixel_count = 5000;
 }

@@ -22,8 +22,6 @@ using io_test::write_raw_png;
 
 namespace {
 
-const std::string kTensorRefusal =
-    "CTensor::readFromPNG: Format not supported.  Expected RGB(A) image with 8-bit per channel";
 const std::string kMatrixRefusal =
     "CMatrix::readFromPNG: Format not supported.  Expected Greyscale image with 8 or 16 bit per channel";
 
@@ -71,14 +69,23 @@ double mean_abs_difference(const CTensor<float>& t, const std::vector<uint8_t>& 
 
 }  // namespace
 
-TEST(PngRead, EachReaderRefusesOtherFormats) {
+// The colour reader takes every PNG and delivers 8-bit RGB(A), as a grey JPEG reads as RGB: grey
+// is repeated in three planes, a palette looked up, 16-bit samples cut to their high byte. The
+// depth reader takes grey only.
+TEST(PngRead, ColourReaderTakesEveryKindAndDepthReaderGreyOnly) {
   const std::string palette = scratch_path("palette.png"), grey = scratch_path("grey.png"),
-                    rgb = scratch_path("rgb.png"), rgb16 = scratch_path("rgb16.png");
-  write_raw_png(palette, 2, 1, PNG_COLOR_TYPE_PALETTE, 8, {1, 2});
+                    rgb = scratch_path("rgb.png"), rgb16 = scratch_path("rgb16.png"), bits = scratch_path("bits.png");
+  write_raw_png(palette, 2, 1, PNG_COLOR_TYPE_PALETTE, 8, {1, 0});  // the writer's palette: index i is (i, i, i)
   write_raw_png(grey, 2, 1, PNG_COLOR_TYPE_GRAY, 8, {1, 2});
   write_raw_png(rgb, 1, 1, PNG_COLOR_TYPE_RGB, 8, {1, 2, 3});
-  write_raw_png(rgb16, 1, 1, PNG_COLOR_TYPE_RGB, 16, {0, 1, 0, 2, 0, 3});
-  for (const std::string& path : {palette, grey, rgb16}) expect_runtime_error([&] { read_tensor(path); }, kTensorRefusal);
+  write_raw_png(rgb16, 1, 1, PNG_COLOR_TYPE_RGB, 16, {0x10, 1, 0x20, 2, 0x30, 3});
+  write_raw_png(bits, 8, 1, PNG_COLOR_TYPE_GRAY, 1, {0xa0});  // 1 0 1 0 0 0 0 0
+  EXPECT_EQ(samples(read_tensor(grey)), (std::vector<float>{1, 2, 1, 2, 1, 2}));
+  EXPECT_EQ(samples(read_tensor(rgb16)), (std::vector<float>{0x10, 0x20, 0x30}));
+  const CTensor<float> one_bit = read_tensor(bits);
+  EXPECT_EQ(one_bit.zSize, 3);
+  EXPECT_EQ(std::vector<float>(one_bit.data, one_bit.data + 8), (std::vector<float>{255, 0, 255, 0, 0, 0, 0, 0}));
+  EXPECT_EQ(samples(read_tensor(palette)), (std::vector<float>{1, 0, 1, 0, 1, 0}));
   for (const std::string& path : {palette, rgb, rgb16}) expect_runtime_error([&] { read_matrix(path); }, kMatrixRefusal);
 }
 
@@ -89,21 +96,27 @@ TEST(PngRead, FileFailuresNameTheFile) {
   write_bytes(tiny, "\x89PNG");
   write_bytes(text, "this is not an image at all");
   testing::internal::CaptureStderr();
-  expect_runtime_error([&] { read_tensor(missing); }, "CTensor::readFromPNG: Cannot open file " + missing);
-  expect_runtime_error([&] { read_matrix(""); }, "CMatrix::readFromPNG: Cannot open file ");
+  expect_runtime_error([&] { read_tensor(missing); },
+                       "CTensor::readFromPNG: Cannot open file " + missing + ": No such file or directory");
+  expect_runtime_error([&] { read_matrix(""); }, "CMatrix::readFromPNG: Cannot open file : No such file or directory");
   expect_runtime_error([&] { read_tensor(tiny); }, "CTensor::readFromPNG: Could not read header of file " + tiny);
   expect_runtime_error([&] { read_matrix(text); }, "CMatrix::readFromPNG: File " + text + " is not a PNG");
 
-  // Truncated in the image header, then in the image data.
+  // Truncated in the image header, then in the image data; a header libpng refuses (a width of 0).
   const std::string whole = scratch_path("whole.png"), cut = scratch_path("cut.png");
   std::vector<unsigned char> pixels(64 * 64 * 3);
   for (std::size_t i = 0; i < pixels.size(); ++i) pixels[i] = static_cast<unsigned char>(i * 7919 % 251);
   write_raw_png(whole, 64, 64, PNG_COLOR_TYPE_RGB, 8, pixels);
   const std::string bytes = read_bytes(whole);
   write_bytes(cut, bytes.substr(0, 20));
-  expect_runtime_error([&] { read_tensor(cut); }, "CTensor::readFromPNG: png_init_io failed");
+  expect_runtime_error([&] { read_tensor(cut); }, "CTensor::readFromPNG: File " + cut + " is truncated");
   write_bytes(cut, bytes.substr(0, bytes.size() / 2));
-  expect_runtime_error([&] { read_tensor(cut); }, "CTensor::readFromPNG: png_read_image failed");
+  expect_runtime_error([&] { read_tensor(cut); }, "CTensor::readFromPNG: File " + cut + " is truncated");
+  std::string zero = bytes;
+  zero.replace(16, 4, std::string(4, '\0'));
+  write_bytes(cut, zero);
+  expect_runtime_error([&] { read_tensor(cut); },
+                       "CTensor::readFromPNG: File " + cut + " is not a valid PNG (IHDR: CRC error)");
   // A header that promises more rows than the file can hold is refused before they are allocated.
   std::string huge = bytes;
   huge.replace(16, 8, std::string("\x00\x00\xea\x60\x00\x00\xea\x60", 8));  // 60000 x 60000
@@ -176,12 +189,28 @@ TEST(Netpbm, ReaderQuirksAndFailures) {
   expect_runtime_error([&] { t.readFromPGM(path.c_str()); }, "CTensor::readFromPGM: File " + path + " is truncated");
   // Found by fuzzing: 30 bytes that used to allocate and fill 1.2 GB.
   write_bytes(path, std::string("P6\n999999+99# ee\xff\xff\xff\xff\xff\xff\xff\x0b>>>>\n\x12", 30));
+  const std::string no_size = " has no valid image size in its header (two positive whole numbers)";
+  expect_runtime_error([&] { t.readFromPPM(path.c_str()); }, "CTensor::readFromPPM: File " + path + no_size);
+  // A header promising more than the file holds is truncated, however large the promise.
+  write_bytes(path, "P6\n100000 100000\n255\nabc");
   expect_runtime_error([&] { t.readFromPPM(path.c_str()); }, "CTensor::readFromPPM: File " + path + " is truncated");
+  for (const char* header : {"P6\n-5 abc\n255\n", "P6\n0 4\n255\n", "P6\n4\n"}) {
+    write_bytes(path, header);
+    expect_runtime_error([&] { t.readFromPPM(path.c_str()); }, "CTensor::readFromPPM: File " + path + no_size);
+  }
+  // Samples are single bytes: a maximum value that needs two, or none, is refused.
+  for (const std::string maximum : {"0", "65535"}) {
+    write_bytes(path, "P6\n1 1\n" + maximum + "\nabcdef");
+    expect_runtime_error([&] { t.readFromPPM(path.c_str()); },
+                         "CTensor::readFromPPM: File " + path + " has the maximum sample value " + maximum +
+                             "; only 1 to 255 (one byte per sample) is read");
+  }
   write_bytes(path, "P3\n1 1\n255\n1 2 3\n");  // a text variant is refused
   expect_runtime_error([&] { t.readFromPPM(path.c_str()); }, "File is not in PPM format");
   EXPECT_THROW(t.readFromPGM(path.c_str()), EInvalidFileFormat);
   const std::string missing = scratch_path("missing.ppm");
-  expect_runtime_error([&] { t.readFromPPM(missing.c_str()); }, "CTensor::readFromPPM: Cannot open file " + missing);
+  expect_runtime_error([&] { t.readFromPPM(missing.c_str()); },
+                       "CTensor::readFromPPM: Cannot open file " + missing + ": No such file or directory");
   EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
 }
 
@@ -200,7 +229,7 @@ TEST(PngWrite, PlanesAndFileAreChecked) {
   expect_runtime_error([&] { CTensor<unsigned char>(2, 2, 1).writeToPNG(grey.c_str()); }, planes);
   EXPECT_FALSE(std::filesystem::exists(grey));
   expect_runtime_error([&] { CTensor<unsigned char>(2, 2, 3).writeToPNG(nowhere.c_str()); },
-                       "CTensor::writeToPNG: Cannot open file " + nowhere);
+                       "CTensor::writeToPNG: Cannot open file " + nowhere + ": No such file or directory");
 }
 
 // Colour and greyscale files come back as three planes in the file's orientation, through every
@@ -246,7 +275,8 @@ TEST(JpegRead, FailuresNameTheFile) {
   ASSERT_NE(frame, std::string::npos);
   write_bytes(broken, std::string(bytes).replace(frame + 4, 1, "\x07"));
   write_bytes(huge, std::string(bytes).replace(frame + 5, 4, "\x75\x30\x75\x30"));
-  expect_runtime_error([&] { read_image(missing); }, "CTensor::readFromJPEG: Cannot open file " + missing);
+  expect_runtime_error([&] { read_image(missing); },
+                       "CTensor::readFromJPEG: Cannot open file " + missing + ": No such file or directory");
   expect_runtime_error([&] { read_image(text); }, "CTensor::readFromJPEG: File " + text + " is not a JPEG");
   for (const std::string& path : {cut, ended})
     expect_runtime_error([&] { read_image(path); }, "CTensor::readFromJPEG: File " + path + " ends before its image data");

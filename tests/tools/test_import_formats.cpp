@@ -189,7 +189,8 @@ TEST(LogSequence, MalformedTrajectoriesNameFileAndLine) {
   };
   EXPECT_EQ(read("0 0 2\n" + identity).views.at(0).depth_path, dir + "/depth/1.png");
   const std::pair<std::string, std::string> cases[] = {
-      {"0 0 1\n" + identity + "1 1 2\n1 0 0 0\n", "line 7: the file ends inside a block of 5 lines"},
+      {"0 0 1\n" + identity + "1 1 2\n1 0 0 0\n",
+       "line 7: the file ends inside the block that starts at line 6, after 1 of its 4 matrix rows"},
       {"0 0\n" + identity, "line 1: expected a block head \"id id frame\" of three integers"},
       {"0 0 1\n1 0 0 0\n0 1 0 0\n0 0 1 0\n0 0 1 1\n", "line 5: the last matrix row must be 0 0 0 1"},
       {"0 0 1\n1 0 0 0\n0 2 0 0\n0 0 1 0\n0 0 0 1\n", "line 2: the upper left 3x3 of the matrix is not a rotation"},

@@ -21,11 +21,21 @@ bool all_exist(std::initializer_list<std::string> paths) {
 
 bool finite(Vec3 v) { return std::isfinite(v.x) && std::isfinite(v.y) && std::isfinite(v.z); }
 
-// Intrinsics with pixel centres at whole numbers; the sparse model puts them at half-integers.
+// The principal point as written: the dense depth maps are made and fused with depth pixel
+// (col, row) on the ray through ((col - cx) / fx, (row - cy) / fy), pixel centres at whole numbers,
+// whatever centre convention the sparse model's keypoints use.
 Intrinsics intrinsics_of(const ColmapCamera& c) {
   const std::vector<double>& p = c.params;
-  if (c.model == "PINHOLE") return {p[0], p[1], p[2] - 0.5, p[3] - 0.5};
-  return {p[0], p[0], p[1] - 0.5, p[2] - 0.5};
+  if (c.model == "PINHOLE") return {p[0], p[1], p[2], p[3]};
+  return {p[0], p[0], p[1], p[2]};
+}
+
+void check_camera(const std::string& path, const ColmapCamera& c) {
+  const Intrinsics k = intrinsics_of(c);
+  const std::string id = "camera " + std::to_string(c.id);
+  if (!(std::isfinite(k.fx) && std::isfinite(k.fy) && std::isfinite(k.cx) && std::isfinite(k.cy)))
+    fail(path, id + " has parameters that are not finite");
+  if (!(k.fx > 0 && k.fy > 0)) fail(path, id + " has a focal length that is not positive");
 }
 
 }  // namespace
@@ -54,8 +64,10 @@ SourceScene read_colmap_workspace(const std::string& workspace, DepthChoice choi
   }
 
   std::map<uint32_t, ColmapCamera> by_id;
-  for (const ColmapCamera& c : cameras)
+  for (const ColmapCamera& c : cameras) {
+    check_camera(cameras_path, c);
     if (!by_id.emplace(c.id, c).second) fail(cameras_path, "camera " + std::to_string(c.id) + " appears twice");
+  }
   std::sort(images.begin(), images.end(), [](const ColmapImage& a, const ColmapImage& b) { return a.name < b.name; });
 
   int geometric = 0, photometric = 0;
@@ -88,6 +100,9 @@ SourceScene read_colmap_workspace(const std::string& workspace, DepthChoice choi
     }
     scene.views.push_back(view);
   }
+  if (!fs::is_directory(workspace + "/stereo/depth_maps"))
+    scene.notes.push_back("no folder " + workspace + "/stereo/depth_maps (run the dense stereo step first)");
+  if (images.empty()) scene.notes.push_back(images_path + " registers no image");
   scene.notes.push_back("depth maps: " + std::to_string(geometric) + " geometric, " + std::to_string(photometric) +
                         " photometric");
   if (!without_depth.empty())

@@ -46,7 +46,7 @@ std::string import_usage() {
          "  --trajectory FILE    tum, log: the poses (default DIR/groundtruth.txt, DIR/trajectory.log)\n"
          "  --intrinsics FX,FY,CX,CY\n"
          "                       tum, log: pinhole intrinsics in pixels, pixel centres at whole\n"
-         "                       numbers (default 525,525,319.5,239.5)\n"
+         "                       numbers (default 525,525,319.5,239.5, for 640 x 480 images only)\n"
          "  --help               print this text; --version prints the version\n"
          "\n"
          "Depth PNGs hold thousandths of the length unit. Where that would lose the source's\n"
@@ -83,7 +83,9 @@ ImportOptions parse_import_arguments(const std::vector<std::string>& args) {
           sequence_option = true;
         }},
        {"--intrinsics", "", [&](const cli::OptionValue& v) {
-          if (!parse_intrinsics(v.text, o.intrinsics)) v.refuse("FX,FY,CX,CY with positive FX and FY");
+          Intrinsics k;
+          if (!parse_intrinsics(v.text, k)) v.refuse("FX,FY,CX,CY with positive FX and FY");
+          o.intrinsics = k;
           sequence_option = true;
         }}});
   if (line.words.size() != 3)

@@ -19,7 +19,7 @@ struct ImportOptions {
   std::optional<double> depth_scale;                // --depth-scale (tum, log)
   DepthChoice depth_maps = DepthChoice::automatic;  // --depth-maps (colmap)
   std::string trajectory;                           // --trajectory (tum, log); empty for the layout's default
-  Intrinsics intrinsics{525, 525, 319.5, 239.5};    // --intrinsics (tum, log)
+  std::optional<Intrinsics> intrinsics;             // --intrinsics (tum, log); else kDefaultIntrinsics
 };
 
 // Reads the arguments behind the program name: LAYOUT SOURCE OUTDIR and options anywhere, each

@@ -23,20 +23,18 @@ std::vector<std::string> files_in(const std::string& dir) {
   return names;
 }
 
-struct Block {
-  long frame = 0;
-  Mat3 rotation;
-  Vec3 centre;
-};
+}  // namespace
 
-std::vector<Block> read_blocks(const std::string& path) {
+// Blocks of five data lines, read in order, so that a line missing or extra is reported where
+// it shows: at the first line that does not have the shape its place in the block asks for.
+std::vector<TrajectoryBlock> read_trajectory_log(const std::string& path) {
   const TextFile file = read_text_file(path);
   std::vector<size_t> lines;  // the lines that hold data
   for (size_t i = 0; i < file.lines.size(); ++i)
     if (!is_blank_or_comment(file.lines[i])) lines.push_back(i);
-  if (lines.size() % 5 != 0) file.fail_at(lines.empty() ? 0 : lines.back(), "the file ends inside a block of 5 lines");
-  std::vector<Block> blocks;
+  std::vector<TrajectoryBlock> blocks;
   for (size_t b = 0; b < lines.size(); b += 5) {
+    const std::string block_at = "the block that starts at line " + std::to_string(lines[b] + 1);
     const std::vector<std::string> head = split_fields(file.lines[lines[b]]);
     long ids[3] = {};
     if (head.size() != 3 || !parse_number(head[0], ids[0]) || !parse_number(head[1], ids[1]) ||
@@ -44,12 +42,18 @@ std::vector<Block> read_blocks(const std::string& path) {
       file.fail_at(lines[b], "expected a block head \"id id frame\" of three integers");
     double m[16];
     for (int r = 0; r < 4; ++r) {
-      const std::vector<std::string> row = split_fields(file.lines[lines[b + 1 + r]]);
-      if (row.size() != 4) file.fail_at(lines[b + 1 + r], "expected a matrix row of 4 numbers");
-      const std::vector<double> v = numbers_at(file, lines[b + 1 + r], row, 0, 4, "a matrix row of 4 numbers");
+      if (b + 1 + r >= lines.size())
+        file.fail_at(lines.back(), "the file ends inside " + block_at + ", after " + std::to_string(r) +
+                                       " of its 4 matrix rows");
+      const size_t line = lines[b + 1 + r];
+      const std::vector<std::string> row = split_fields(file.lines[line]);
+      if (row.size() != 4)
+        file.fail_at(line, "expected row " + std::to_string(r + 1) + " of the matrix of " + block_at +
+                               ", 4 numbers; found " + std::to_string(row.size()) + " fields");
+      const std::vector<double> v = numbers_at(file, line, row, 0, 4, "a matrix row of 4 numbers");
       std::copy(v.begin(), v.end(), m + 4 * r);
     }
-    Block block;
+    TrajectoryBlock block;
     block.frame = ids[2];
     block.rotation = {{m[0], m[1], m[2], m[4], m[5], m[6], m[8], m[9], m[10]}};
     block.centre = {m[3], m[7], m[11]};
@@ -62,8 +66,6 @@ std::vector<Block> read_blocks(const std::string& path) {
   return blocks;
 }
 
-}  // namespace
-
 SourceScene read_log_sequence(const std::string& dir, const std::string& trajectory, const Intrinsics& intrinsics,
                               double depth_scale) {
   const std::vector<std::string> colour = files_in(dir + "/color"), depth = files_in(dir + "/depth");
@@ -75,7 +77,7 @@ SourceScene read_log_sequence(const std::string& dir, const std::string& traject
   scene.depth_format = DepthFormat::png16;
   scene.depth_scale = depth_scale;
   std::vector<bool> posed(depth.size(), false);
-  for (const Block& block : read_blocks(trajectory)) {
+  for (const TrajectoryBlock& block : read_trajectory_log(trajectory)) {
     if (block.frame < 1 || block.frame > static_cast<long>(depth.size()))
       fail(trajectory, "frame " + std::to_string(block.frame) + " does not exist; frames count from 1 to the " +
                            std::to_string(depth.size()) + " images of depth/");
@@ -89,6 +91,7 @@ SourceScene read_log_sequence(const std::string& dir, const std::string& traject
     view.depth_path = dir + "/depth/" + depth[i];
     scene.views.push_back(view);
   }
+  if (depth.empty()) scene.notes.push_back(dir + "/depth holds no image");
   if (const auto unposed = std::count(posed.begin(), posed.end(), false); unposed > 0)
     scene.notes.push_back(std::to_string(unposed) + " frames without a pose left out");
   return scene;

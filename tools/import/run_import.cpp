@@ -11,12 +11,15 @@ namespace importer {
 
 SourceScene read_source(const ImportOptions& o) {
   if (!std::filesystem::is_directory(o.source)) fail(o.source, "no such folder");
+  const Intrinsics k = o.intrinsics.value_or(kDefaultIntrinsics);
+  SourceScene scene;
   switch (o.layout) {
     case SourceLayout::colmap: return read_colmap_workspace(o.source, o.depth_maps);
-    case SourceLayout::tum: return read_tum_sequence(o.source, trajectory_of(o), o.intrinsics, depth_scale_of(o));
-    case SourceLayout::log: return read_log_sequence(o.source, trajectory_of(o), o.intrinsics, depth_scale_of(o));
+    case SourceLayout::tum: scene = read_tum_sequence(o.source, trajectory_of(o), k, depth_scale_of(o)); break;
+    case SourceLayout::log: scene = read_log_sequence(o.source, trajectory_of(o), k, depth_scale_of(o)); break;
   }
-  return {};
+  scene.default_intrinsics = !o.intrinsics;
+  return scene;
 }
 
 ImportSummary run_import(const ImportOptions& o, std::ostream& out) {

@@ -15,6 +15,11 @@ struct Intrinsics {
   double fx = 0, fy = 0, cx = 0, cy = 0;
 };
 
+// The intrinsics used when tum and log sequences come without --intrinsics: those of 640 x 480
+// images, so they are refused for images of any other size.
+inline constexpr Intrinsics kDefaultIntrinsics{525, 525, 319.5, 239.5};
+inline constexpr int kDefaultIntrinsicsWidth = 640, kDefaultIntrinsicsHeight = 480;
+
 enum class DepthFormat {
   png16,       // 8 or 16-bit grey PNG in units of 1 / depth_scale, 0 = none
   float_array  // text header "width&height&channels&", then float32 lengths row by row, <= 0 = none
@@ -34,6 +39,7 @@ struct SourceScene {
   double depth_scale = 1000;  // depth image units per length unit, for png16
   std::vector<SourceView> views;
   std::vector<std::string> notes;  // lines for the summary, e.g. frames left out and why
+  bool default_intrinsics = false;  // kDefaultIntrinsics stand in for intrinsics not given
 };
 
 }  // namespace importer

@@ -6,12 +6,6 @@
 #include "tools/import/text_file.h"
 
 namespace importer {
-namespace {
-
-struct TimedPath {
-  double time = 0;
-  std::string path;
-};
 
 std::vector<TimedPath> read_frame_list(const std::string& path) {
   const TextFile file = read_text_file(path);
@@ -44,6 +38,8 @@ std::vector<TimedPose> read_trajectory(const std::string& path) {
   std::stable_sort(poses.begin(), poses.end(), [](const TimedPose& a, const TimedPose& b) { return a.time < b.time; });
   return poses;
 }
+
+namespace {
 
 // Index of the entry nearest in time within max_offset, or -1.
 template <typename Entry>
@@ -110,11 +106,14 @@ SourceScene read_tum_sequence(const std::string& dir, const std::string& traject
     view.depth_path = dir + "/" + d.path;
     scene.views.push_back(view);
   }
+  if (depth.empty()) scene.notes.push_back(dir + "/depth.txt lists no frame");
+  if (poses.empty()) scene.notes.push_back("the trajectory " + trajectory + " holds no pose");
   if (without_colour > 0)
     scene.notes.push_back(std::to_string(without_colour) + " depth frames without a colour frame within " +
                           std::to_string(static_cast<int>(max_colour_offset * 1000)) + " ms left out");
   if (without_pose > 0)
-    scene.notes.push_back(std::to_string(without_pose) + " depth frames outside the trajectory left out");
+    scene.notes.push_back(std::to_string(without_pose) + " depth frames without a pose within " +
+                          std::to_string(static_cast<int>(max_pose_offset * 1000)) + " ms left out");
   return scene;
 }
 

@@ -21,6 +21,17 @@ constexpr double max_pose_gap = 0.1;
 // ...or, beyond the ends or across a larger gap, taken from an entry this close in time.
 constexpr double max_pose_offset = 0.02;
 
+struct TimedPath {
+  double time = 0;
+  std::string path;
+};
+
+// A list of "timestamp path" lines (rgb.txt, depth.txt), sorted by time. Fails naming file and line.
+std::vector<TimedPath> read_frame_list(const std::string& path);
+
+// A trajectory of "timestamp tx ty tz qx qy qz qw" lines, sorted by time. Fails naming file and line.
+std::vector<TimedPose> read_trajectory(const std::string& path);
+
 // World-to-camera pose at `time` from a trajectory sorted by time, or nothing when the
 // trajectory does not cover that time.
 std::optional<Pose> pose_at(const std::vector<TimedPose>& trajectory, double time);

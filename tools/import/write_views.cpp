@@ -9,6 +9,7 @@
 #include <sstream>
 
 #include "formats/depth_png.h"
+#include "formats/new_files.h"
 #include "image/CTensor.h"
 #include "tools/cli/shell_quote.h"
 #include "tools/import/depth_array.h"
@@ -26,6 +27,12 @@ struct DepthImage {
   int width = 0, height = 0;
   std::vector<double> depth;  // source length units, 0 = none
 };
+
+std::string format_number(const char* pattern, double v) {
+  char buf[64];
+  std::snprintf(buf, sizeof buf, pattern, v);
+  return buf;
+}
 
 // The image readers' own texts name the file; others get it in front.
 [[noreturn]] void reader_failed(const std::string& path, const std::string& what) {
@@ -109,12 +116,51 @@ struct DepthStatistics {
       if (i % stride == 0) samples.push_back(v);
     }
   }
-  double median() {
+  // The sample at position q * size of the sorted order (0.5 the median); 0 without samples.
+  double quantile(double q) {
     if (samples.empty()) return 0;
-    std::nth_element(samples.begin(), samples.begin() + samples.size() / 2, samples.end());
-    return samples[samples.size() / 2];
+    const size_t k = std::min(samples.size() - 1, static_cast<size_t>(q * static_cast<double>(samples.size())));
+    std::nth_element(samples.begin(), samples.begin() + static_cast<std::ptrdiff_t>(k), samples.end());
+    return samples[k];
   }
+  double median() { return quantile(0.5); }
 };
+
+// A depth map whose typical depth lies this many times above or below the other views' is in
+// another unit or broken; scaling the scene to it would empty every other view.
+constexpr double kOutOfScale = 100;
+
+// Refuses a view whose median depth is far from the typical (lower median) of all views' medians.
+void check_view_scales(const std::vector<const SourceView*>& views, const std::vector<double>& medians) {
+  std::vector<double> sorted;
+  for (double m : medians)
+    if (m > 0) sorted.push_back(m);
+  if (sorted.size() < 2) return;
+  std::sort(sorted.begin(), sorted.end());
+  const double typical = sorted[(sorted.size() - 1) / 2];
+  for (size_t i = 0; i < views.size(); ++i)
+    if (medians[i] > kOutOfScale * typical || medians[i] * kOutOfScale < typical)
+      fail(views[i]->depth_path, "its median depth " + format_number("%.4g", medians[i]) + " is over " +
+                                     format_number("%g", kOutOfScale) + " times off the other views' (" +
+                                     format_number("%.4g", typical) + "); is it in another unit?");
+}
+
+// The image must be one the intrinsics can describe: default intrinsics only for their image size,
+// and a principal point inside the image.
+void check_intrinsics(const SourceScene& scene, const SourceView& view, int width, int height) {
+  const std::string size = std::to_string(width) + " x " + std::to_string(height);
+  if (scene.default_intrinsics && (width != kDefaultIntrinsicsWidth || height != kDefaultIntrinsicsHeight))
+    fail(view.depth_path, "the image is " + size + " pixels, but the default intrinsics are for " +
+                              std::to_string(kDefaultIntrinsicsWidth) + " x " +
+                              std::to_string(kDefaultIntrinsicsHeight) + "; give --intrinsics FX,FY,CX,CY");
+  const Intrinsics& k = view.intrinsics;
+  if (!(k.fx > 0 && k.fy > 0))
+    fail(view.depth_path, "the focal lengths " + format_number("%g", k.fx) + ", " + format_number("%g", k.fy) +
+                              " of its camera are not positive");
+  if (!(k.cx >= -0.5 && k.cx <= width - 0.5 && k.cy >= -0.5 && k.cy <= height - 0.5))
+    fail(view.depth_path, "the principal point " + format_number("%g", k.cx) + ", " + format_number("%g", k.cy) +
+                              " of its camera lies outside the " + size + " image");
+}
 
 std::vector<const SourceView*> selected_views(const SourceScene& scene, int every) {
   std::vector<const SourceView*> views;
@@ -145,48 +191,68 @@ int remove_stale_files(const std::string& dir, size_t keep) {
   return removed;
 }
 
-std::string format_number(const char* pattern, double v) {
-  char buf[64];
-  std::snprintf(buf, sizeof buf, pattern, v);
-  return buf;
-}
-
 }  // namespace
+
+// Why fewer than 2 views are left, for the message: the readers' notes and --every.
+std::string shortfall(const SourceScene& scene, size_t selected, int every) {
+  std::string why;
+  for (const std::string& note : scene.notes) why += (why.empty() ? "" : "; ") + note;
+  if (every > 1 && scene.views.size() >= 2)
+    why += (why.empty() ? "" : "; ") + std::string("--every ") + std::to_string(every) + " keeps " +
+           std::to_string(selected) + " of " + std::to_string(scene.views.size());
+  return why.empty() ? std::string() : " (" + why + ")";
+}
 
 ImportSummary write_imported_views(const SourceScene& scene, const ImportSettings& settings, std::ostream& progress) {
   const std::vector<const SourceView*> views = selected_views(scene, std::max(1, settings.every));
   if (views.size() < 2)
     fail(scene.description, std::to_string(views.size()) + " view" + (views.size() == 1 ? "" : "s") +
-                                " to import; quillara needs at least 2");
+                                " to import; quillara needs at least 2" +
+                                shortfall(scene, views.size(), settings.every));
   ImportSummary summary;
   summary.out_dir = absolute(settings.out_dir);
   require_no_white_space(summary.out_dir);
+
+  // Everything read is checked before anything is written.
+  DepthStatistics source;
+  std::vector<double> medians;
+  for (const SourceView* v : views) {
+    const DepthImage depth = load_depth(scene, *v, settings.max_depth);
+    check_intrinsics(scene, *v, depth.width, depth.height);
+    const std::string colour = absolute(v->colour_path);
+    require_no_white_space(colour);
+    check_colour(colour, depth.width, depth.height);
+    DepthStatistics own;
+    own.add(depth.depth);
+    medians.push_back(own.median());
+    source.add(depth.depth);
+  }
+  if (source.count == 0) fail(scene.description, "no depth in any depth map");
+  check_view_scales(views, medians);
+  // A few wild depths must not set the scale: it fits the 99.9th percentile, and depths beyond
+  // what a depth PNG holds at that scale are dropped and counted.
+  summary.scale = scene.depth_format == DepthFormat::png16
+                      ? scale_for_integer_depths(scene.depth_scale)
+                      : scale_for_float_depths(source.quantile(0.999), source.median());
+
+  NewFilesGuard written_files(summary.out_dir);  // a failure takes back what this run wrote
   std::error_code ec;
   fs::create_directories(summary.out_dir, ec);
-  if (!fs::is_directory(summary.out_dir)) fail(summary.out_dir, "cannot create the output folder");
-
-  if (scene.depth_format == DepthFormat::png16) {
-    summary.scale = scale_for_integer_depths(scene.depth_scale);
-  } else {
-    DepthStatistics source;
-    for (const SourceView* v : views) source.add(load_depth(scene, *v, settings.max_depth).depth);
-    if (source.count == 0) fail(scene.description, "no depth in any depth map");
-    summary.scale = scale_for_float_depths(source.largest, source.median());
-  }
+  if (!fs::is_directory(summary.out_dir))
+    fail(summary.out_dir, "cannot create the output folder" + (ec ? ": " + ec.message() : std::string()));
 
   DepthStatistics imported;
   for (size_t i = 0; i < views.size(); ++i) {
     const SourceView& v = *views[i];
     const DepthImage depth = load_depth(scene, v, settings.max_depth);
     const std::string colour = absolute(v.colour_path);
-    require_no_white_space(colour);
-    check_colour(colour, depth.width, depth.height);
 
     std::vector<uint16_t> thousandths(depth.depth.size());
     std::vector<double> stored(depth.depth.size());
     for (size_t p = 0; p < thousandths.size(); ++p) {
       thousandths[p] = depth_to_thousandths(summary.scale * depth.depth[p]);
       stored[p] = thousandths_to_depth(thousandths[p]);
+      if (depth.depth[p] > 0 && thousandths[p] == 0) ++summary.dropped_depths;
     }
     imported.add(stored);
     const std::string depth_file = summary.out_dir + "/" + scene::depth_file_name(static_cast<int>(i));
@@ -214,6 +280,7 @@ ImportSummary write_imported_views(const SourceScene& scene, const ImportSetting
   summary.largest_depth = imported.largest;
   summary.median_depth = imported.median();
   summary.removed_files = remove_stale_files(summary.out_dir, views.size());
+  written_files.keep();
   return summary;
 }
 
@@ -223,6 +290,8 @@ std::string format_import_summary(const SourceScene& scene, const ImportSummary&
       << "\n";
   for (const std::string& note : scene.notes) out << "  " << note << "\n";
   if (s.removed_files > 0) out << "  removed " << s.removed_files << " files of an earlier import\n";
+  if (s.dropped_depths > 0)
+    out << "  dropped " << s.dropped_depths << " depths beyond what a depth PNG holds at this scale (above 65.535)\n";
   out << "  depths: " << s.depth_pixels << " pixels from " << format_number("%.4g", s.smallest_depth) << " to "
       << format_number("%.4g", s.largest_depth) << ", median " << format_number("%.4g", s.median_depth) << "\n";
   if (s.scale == 1) out << "  scale: 1 (lengths as in the source)\n";
@@ -232,7 +301,8 @@ std::string format_import_summary(const SourceScene& scene, const ImportSummary&
   out << "Next:\n  quillara --out-dir " << shell_quote(s.out_dir + "/model") << " --depth-avg "
       << format_number("%.4g", s.median_depth) << " -- " << shell_quote(s.out_dir) << "/view_*.txt\n";
   if (s.view_files.size() < 5)
-    out << "  (with fewer than 5 views, add --min-support-sp 1 --min-support 1: support counts confirming views)\n";
+    out << "  (with fewer than 5 views, add --visible-support 0.3: a point then needs only a share of the support "
+           "that the views which see it could give)\n";
   return out.str();
 }
 

@@ -21,6 +21,7 @@ struct ImportSummary {
   double scale = 1;  // imported lengths = scale * source lengths
   uint64_t depth_pixels = 0;
   double smallest_depth = 0, largest_depth = 0, median_depth = 0;  // imported length unit
+  uint64_t dropped_depths = 0;  // source depths too large for a depth PNG at this scale
   int removed_files = 0;  // numbered files of an earlier import beyond the new ones
 };
 

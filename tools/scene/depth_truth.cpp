@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <filesystem>
+#include <stdexcept>
 #include <sstream>
 #include <vector>
 
@@ -46,10 +47,17 @@ DepthTruthFigures compare_with_truth(const std::string& scene_dir, const std::st
   f.views = static_cast<int>(truth.size());
   std::vector<double> errors;
   long within = 0;
+  // The estimates must be of the scene's views: as many, each of its view's size.
+  if (const std::string extra = depth_dir + "/" + view_file_name(f.views); std::filesystem::exists(extra))
+    throw std::runtime_error(extra + ": the scene " + scene_dir + " has only " + std::to_string(f.views) + " views");
   for (size_t i = 0; i < truth.size(); ++i) {
-    const CMatrix<unsigned short> estimate =
-        read_depth_png(read_view_file(depth_dir + "/" + view_file_name(static_cast<int>(i))).depth_path);
+    const ViewFile estimated = read_view_file(depth_dir + "/" + view_file_name(static_cast<int>(i)));
+    const CMatrix<unsigned short> estimate = read_depth_png(estimated.depth_path);
     const TruthView& t = truth[i];
+    if (estimate.xSize != t.depth.xSize || estimate.ySize != t.depth.ySize)
+      throw std::runtime_error(estimated.depth_path + ": depth map of " + std::to_string(estimate.xSize) + " x " +
+                               std::to_string(estimate.ySize) + " pixels, the scene's view " + std::to_string(i) +
+                               " has " + std::to_string(t.depth.xSize) + " x " + std::to_string(t.depth.ySize));
     for (int y = 0; y < t.depth.ySize; ++y)
       for (int x = 0; x < t.depth.xSize; ++x) {
         const double d = t.at(x, y);

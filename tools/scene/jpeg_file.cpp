@@ -1,8 +1,10 @@
 #include "tools/scene/jpeg_file.h"
 
+#include <cerrno>
 #include <csetjmp>
 #include <cstddef>
 #include <cstdio>
+#include <cstring>
 #include <memory>
 #include <stdexcept>
 
@@ -47,7 +49,7 @@ void write_jpeg(const std::string& path, int width, int height, int components, 
       samples.size() != static_cast<size_t>(width) * height * components)
     throw std::runtime_error("write_jpeg: size does not match the data for " + path);
   std::unique_ptr<FILE, int (*)(FILE*)> f(std::fopen(path.c_str(), "wb"), &std::fclose);
-  if (!f) throw std::runtime_error("write_jpeg: cannot open " + path);
+  if (!f) throw std::runtime_error("write_jpeg: cannot open " + path + ": " + std::strerror(errno));
   jpeg_compress_struct cinfo{};
   ErrorManager err{};
   cinfo.err = jpeg_std_error(&err.base);

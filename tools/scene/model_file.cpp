@@ -1,11 +1,14 @@
 #include "tools/scene/model_file.h"
 
+#include <cmath>
 #include <cstdint>
 #include <cstring>
 #include <fstream>
 #include <map>
 #include <sstream>
 #include <stdexcept>
+
+#include "formats/number_text.h"
 
 namespace scene {
 
@@ -31,7 +34,7 @@ std::vector<ModelPoint> read_model_ply(const std::string& path) {
   if (line != "ply") throw std::runtime_error(path + " is not a PLY file");
 
   size_t count = 0, record = 0;
-  bool in_vertex = false, binary_le = false;
+  bool in_vertex = false, vertex_seen = false, binary_le = false;
   std::map<std::string, size_t> offset;  // float properties of the vertex by name
   while (std::getline(in, line) && line != "end_header") {
     std::istringstream words(line);
@@ -44,8 +47,12 @@ std::vector<ModelPoint> read_model_ply(const std::string& path) {
       std::string name;
       words >> name;
       in_vertex = name == "vertex";
-      if (in_vertex) words >> count;
-      else if (count == 0) throw std::runtime_error(path + ": the vertex element must come first");
+      std::string number;
+      words >> number;
+      if (in_vertex && !parse_number(number, count))
+        throw std::runtime_error(path + ": the vertex count '" + number + "' is not a whole number from 0");
+      if (!in_vertex && !vertex_seen) throw std::runtime_error(path + ": the vertex element must come first");
+      vertex_seen = vertex_seen || in_vertex;
     } else if (word == "property" && in_vertex) {
       std::string type, name;
       words >> type >> name;
@@ -58,6 +65,14 @@ std::vector<ModelPoint> read_model_ply(const std::string& path) {
     if (!offset.count(name)) throw std::runtime_error(path + " has no float property " + name);
   const bool has_normals = offset.count("nx") && offset.count("ny") && offset.count("nz");
 
+  // The header's count must match the file before anything that large is allocated.
+  const std::streamoff header_end = in.tellg();
+  in.seekg(0, std::ios::end);
+  const std::streamoff body = in.tellg() - header_end;
+  in.seekg(header_end);
+  if (record == 0 || count > static_cast<size_t>(body) / record)
+    throw std::runtime_error(path + " is truncated: " + std::to_string(count) + " vertices of " +
+                             std::to_string(record) + " bytes do not fit in " + std::to_string(body) + " bytes");
   std::vector<char> bytes(count * record);
   in.read(bytes.data(), static_cast<std::streamsize>(bytes.size()));
   if (static_cast<size_t>(in.gcount()) != bytes.size()) throw std::runtime_error(path + " is truncated");
@@ -69,6 +84,8 @@ std::vector<ModelPoint> read_model_ply(const std::string& path) {
   std::vector<ModelPoint> points(count);
   for (size_t k = 0; k < count; ++k) {
     points[k].point = {value(k, "x"), value(k, "y"), value(k, "z")};
+    if (!std::isfinite(points[k].point.x) || !std::isfinite(points[k].point.y) || !std::isfinite(points[k].point.z))
+      throw std::runtime_error(path + ": vertex " + std::to_string(k) + " has a position that is not finite");
     if (has_normals) points[k].normal = {value(k, "nx"), value(k, "ny"), value(k, "nz")};
   }
   return points;

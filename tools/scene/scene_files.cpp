@@ -8,6 +8,7 @@
 #include <stdexcept>
 
 #include "formats/depth_png.h"
+#include "formats/new_files.h"
 #include "formats/text_file.h"
 #include "tools/scene/little_endian.h"
 #include "tools/scene/photograph_imaging.h"
@@ -88,10 +89,12 @@ SceneSummary write_scene(const Scene& scene, const SceneOptions& options) {
   if (has_white_space(summary.out_dir))
     throw std::runtime_error("write_scene: the output path contains white space, which a view file cannot hold: " +
                              summary.out_dir);
+  NewFilesGuard written_files(summary.out_dir);  // a failure takes back what this run wrote
   std::error_code ec;
   std::filesystem::create_directories(summary.out_dir, ec);
   if (!std::filesystem::is_directory(summary.out_dir))
-    throw std::runtime_error("write_scene: cannot create the directory " + summary.out_dir);
+    throw std::runtime_error("write_scene: cannot create the directory " + summary.out_dir +
+                             (ec ? ": " + ec.message() : std::string()));
 
   const std::vector<SceneCamera> cameras = make_cameras(scene, camera_ring(options));
   std::vector<SceneCamera> written = cameras;
@@ -133,6 +136,7 @@ SceneSummary write_scene(const Scene& scene, const SceneOptions& options) {
   const std::vector<SurfaceSample> samples = ground_truth_samples(scene, cameras, options.ground_truth_stride);
   write_ground_truth_ply(summary.out_dir + "/ground_truth.ply", samples);
   summary.ground_truth_points = samples.size();
+  written_files.keep();
   return summary;
 }
 

@@ -81,7 +81,8 @@ void write_depth_array(const std::string& path, const RenderedView& view) {
 }
 
 // Even views use a PINHOLE camera, odd views a SIMPLE_PINHOLE one with the same numbers (the
-// generator's fx equals fy). Colmap puts pixel centres at half-integers, hence the 0.5.
+// generator's fx equals fy). The principal point is written as the generator's camera has it: the
+// dense depth maps back-project pixel (col, row) with pixel centres at whole numbers.
 constexpr uint32_t pinhole_camera_id = 1, simple_camera_id = 2;
 uint32_t camera_id_of(int view) { return view % 2 == 0 ? pinhole_camera_id : simple_camera_id; }
 
@@ -91,9 +92,9 @@ void write_colmap_text(const std::string& sparse, const std::vector<SceneCamera>
              "# Camera list with one line of data per camera:\n#   CAMERA_ID, MODEL, WIDTH, HEIGHT, PARAMS[]\n"
              "# Number of cameras: 2\n" +
                  std::to_string(pinhole_camera_id) + " PINHOLE " + std::to_string(c.width) + " " +
-                 std::to_string(c.height) + " " + numbers({c.fx, c.fy, c.cx + 0.5, c.cy + 0.5}) + "\n" +
+                 std::to_string(c.height) + " " + numbers({c.fx, c.fy, c.cx, c.cy}) + "\n" +
                  std::to_string(simple_camera_id) + " SIMPLE_PINHOLE " + std::to_string(c.width) + " " +
-                 std::to_string(c.height) + " " + numbers({c.fx, c.cx + 0.5, c.cy + 0.5}) + "\n");
+                 std::to_string(c.height) + " " + numbers({c.fx, c.cx, c.cy}) + "\n");
   std::string images =
       "# Image list with two lines of data per image:\n#   IMAGE_ID, QW, QX, QY, QZ, TX, TY, TZ, CAMERA_ID, NAME\n"
       "#   POINTS2D[] as (X, Y, POINT3D_ID)\n# Number of images: " +
@@ -123,12 +124,12 @@ void write_colmap_binary(const std::string& sparse, const std::vector<SceneCamer
   put_le<int32_t>(out, 1);  // PINHOLE
   put_le<uint64_t>(out, c.width);
   put_le<uint64_t>(out, c.height);
-  for (double p : {c.fx, c.fy, c.cx + 0.5, c.cy + 0.5}) put_le(out, p);
+  for (double p : {c.fx, c.fy, c.cx, c.cy}) put_le(out, p);
   put_le<uint32_t>(out, simple_camera_id);
   put_le<int32_t>(out, 0);  // SIMPLE_PINHOLE
   put_le<uint64_t>(out, c.width);
   put_le<uint64_t>(out, c.height);
-  for (double p : {c.fx, c.cx + 0.5, c.cy + 0.5}) put_le(out, p);
+  for (double p : {c.fx, c.cx, c.cy}) put_le(out, p);
   write_text(sparse + "/cameras.bin", out);
 
   out.clear();
