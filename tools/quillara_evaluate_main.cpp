@@ -9,6 +9,7 @@
 
 #include "tools/scene/depth_truth.h"
 #include "tools/scene/evaluation.h"
+#include "tools/scene/pose_truth.h"
 
 namespace {
 
@@ -35,16 +36,20 @@ bool parse_millimetres(const std::string& text, std::vector<double>& distances) 
 int main(int argc, char** argv) {
   std::vector<double> distances;
   const bool depth_maps = argc == 4 && std::string(argv[2]) == "--depth-maps";
+  const bool poses = argc == 4 && std::string(argv[2]) == "--poses";
   const bool with_distances = argc == 5 && std::string(argv[3]) == "--within";
-  if (!(argc == 3 || depth_maps || with_distances) ||
+  if (!(argc == 3 || depth_maps || poses || with_distances) ||
       (with_distances && !parse_millimetres(argv[4], distances))) {
     std::cerr << "usage: quillara-evaluate SCENE_DIR MODEL.ply [--within MM[,MM...]]\n"
                  "       quillara-evaluate SCENE_DIR --depth-maps DIR   (DIR holding view_NN.txt)\n"
+                 "       quillara-evaluate SCENE_DIR --poses DIR        (poses of DIR/view_NN.txt against the true ones)\n"
                  "  --within  also measure completeness and accuracy within these distances, in millimetres\n";
     return 1;
   }
   try {
-    if (depth_maps)
+    if (poses)
+      std::cout << scene::format_pose_truth(scene::compare_poses_with_truth(argv[1], argv[3]));
+    else if (depth_maps)
       std::cout << scene::format_depth_truth(scene::compare_with_truth(argv[1], argv[3]));
     else
       std::cout << scene::format_evaluation(scene::evaluate_model(argv[1], scene::read_model_ply(argv[2]), distances));

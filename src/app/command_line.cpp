@@ -6,7 +6,6 @@
 #include <cstring>
 #include <iostream>
 
-#include "src/app/improvement_passes.h"
 #include "src/app/model_files.h"
 #include "src/app/my_arg.h"
 #include "src/app/option_usage.h"
@@ -14,6 +13,7 @@
 #include "src/app/support_rule.h"
 #include "src/core/settings.h"
 #include "src/io/output_directory.h"
+#include "src/pose/pose_device.h"
 
 using option::Arg::None;
 using namespace option_index;

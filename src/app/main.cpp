@@ -139,8 +139,37 @@ int main(int argc, char* argv[]) {
     close_pass(pass);
   } else {
     // Camera alignment, depth-map refinement and filtering, three times.
+    // The model made again from the measured depth maps with the cameras' current poses.
+    const auto rebuild_step = [&] {
+      for (int i = 0; i < n_keyframes; ++i)
+        create_particles_from_superpixels(sp_particles, sp_offsets, sp_normals, superpixels[i], CMatrix<float>(),
+                                          CMatrix<float3>(), depthmaps[i], *camera_ptrs[i]);
+      print_filter_header(r9, sp_particles.size());
+      filter_particles(sp_particles, sp_offsets, sp_normals, alpha_sp, beta_sp, r9, 50, 50,
+                       gradient_descent_timestep_sp, 50, "particles");
+      support_filter(sp_particles, sp_offsets, sp_normals, camera_ptrs, rs, min_support_sp, kSuperpixelSupportPerView,
+                     support_rule);
+      particles.clear();
+      offsets.clear();
+      normals.clear();
+      for (int i = 0; i < n_keyframes; ++i) {
+        const Camera& cam = *camera_ptrs[i];
+        CMatrix<float> depth;
+        CMatrix<float3> normal_map;
+        particles_to_images(depth, normal_map, sp_particles, sp_offsets, sp_normals, superpixels[i], cam,
+                            depth_range_min, depth_range_max);
+        create_particles_from_depthmap(particles, offsets, normals, depth, normal_map, depthmaps[i], cam.image, cam,
+                                       depth_range_min, depth_range_max);
+      }
+      sp_particles.clear();
+      sp_offsets.clear();
+      sp_normals.clear();
+      if (!support_rule.visible())
+        support_filter(particles, offsets, normals, camera_ptrs, r1, min_support, kPixelSupportPerView, support_rule);
+      filter_step();
+    };
     try {
-      run_improvement_passes(particles, offsets, normals, camera_ptrs, depthmaps, filter_step, pass);
+      run_improvement_passes(particles, offsets, normals, camera_ptrs, depthmaps, filter_step, rebuild_step, pass);
     } catch (const ImprovementError& e) {
       return fail(e.what());
     }

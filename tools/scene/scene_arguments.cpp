@@ -77,7 +77,7 @@ ParsedArguments parse_scene_arguments(const std::vector<std::string>& args) {
     }
     if (name != "--out" && name != "--views" && name != "--width" && name != "--height" && name != "--noise" &&
         name != "--seed" && name != "--layout" && name != "--outliers" &&
-        name != "--pose-error")
+        name != "--pose-error" && name != "--rig-error")
       return fail("unknown option " + quoted(args[i]));
     if (!inline_value) {
       if (i + 1 >= args.size()) return fail("option " + name + " needs a value");
@@ -104,6 +104,10 @@ ParsedArguments parse_scene_arguments(const std::vector<std::string>& args) {
     } else if (name == "--pose-error") {
       if (!parse_perturbation(value, o.perturbation))
         return fail("--pose-error needs DEGREES,FOOTPRINTS with 0 to 45 degrees and 0 to 1000 footprints, got " +
+                    quoted(value));
+    } else if (name == "--rig-error") {
+      if (!parse_perturbation(value, o.rig_error))
+        return fail("--rig-error needs DEGREES,FOOTPRINTS with 0 to 45 degrees and 0 to 1000 footprints, got " +
                     quoted(value));
     } else if (name == "--layout") {
       if (!parse_layout(value, o.layout))
