@@ -9,6 +9,7 @@
 #include <fstream>
 #include <stdexcept>
 
+#include "formats/view_file.h"
 #include "tools/scene/scene_camera.h"
 #include "tools/scene/scene_files.h"
 
