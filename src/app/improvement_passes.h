@@ -10,17 +10,17 @@
 #include "src/improve/improvement_error.h"
 
 // The passes that --improve-cameras adds to a run: every camera is aligned to the model of the
-// other views (pose step), the model is rendered into every view, its depth maps refined, and the
-// model made anew from the measured depth maps placed with the new poses (refine step), and it is
-// filtered.
+// other views and to its overlaps with its neighbours, the rig kept where its given poses put it
+// (pose step), and the model is made anew from the measured depth maps placed with the new poses
+// (model step).
 
 // Closes a pass: forms the name of the pass's model, which is not written, and counts the pass.
 void close_pass(int& pass);
 
-// The schedule that follows the first filter step: three passes of pose step, refine step and
-// filter_step, each closed by close_pass. depthmaps are the measured maps; they stay as they are.
-// Throws ImprovementError, naming the pass, when a pass cannot go on.
+// The schedule that follows the first filter step: three passes of pose step and model_step, each
+// closed by close_pass, with the time of each step printed. depthmaps are the measured maps; they
+// stay as they are. Throws ImprovementError, naming the pass, when a pass cannot go on.
 void run_improvement_passes(std::vector<Particle>& particles, std::vector<float>& offsets,
                             std::vector<float3>& normals, const std::vector<Camera*>& cameras,
-                            const std::vector<CMatrix<float>>& depthmaps, const std::function<void()>& filter_step,
-                            const std::function<void()>& rebuild_step, int& pass);
+                            const std::vector<CMatrix<float>>& depthmaps, const std::function<void()>& model_step,
+                            int& pass);

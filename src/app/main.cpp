@@ -86,7 +86,6 @@ int main(int argc, char* argv[]) {
   if (const std::string warning = depth_avg_warning(average_depth, input); !warning.empty())
     std::cerr << warning << std::endl;
 
-  // Superpixel-level model: one particle per superpixel, filtered on the union of all views.
   std::vector<std::vector<Superpixel>> superpixels(n_keyframes);
   std::vector<Particle> sp_particles, particles;
   std::vector<float> sp_offsets, offsets;
@@ -94,82 +93,71 @@ int main(int argc, char* argv[]) {
   for (int i = 0; i < n_keyframes; ++i) {
     const Camera& cam = *camera_ptrs[i];
     create_superpixels(superpixels[i], depthmaps[i], cam.image, cam, average_depth, superpixel_count);
-    create_particles_from_superpixels(sp_particles, sp_offsets, sp_normals, superpixels[i], CMatrix<float>(),
-                                      CMatrix<float3>(), depthmaps[i], cam);
   }
   const float r9 = (s * 9.0f) * average_depth / cameras[0].K[0];
   const float rs = s * average_depth / cameras[0].K[0];
-  print_filter_header(r9, sp_particles.size());
-  filter_particles(sp_particles, sp_offsets, sp_normals, alpha_sp, beta_sp, r9, 50, 50, gradient_descent_timestep_sp,
-                   50, "particles");
-  support_filter(sp_particles, sp_offsets, sp_normals, camera_ptrs, rs, min_support_sp, kSuperpixelSupportPerView,
-                 support_rule);
-  sendParticlesToLumvik(sp_particles, sp_offsets, {}, "particles", debug_lumvik_particle_iteration++);
-  if (!write_model(sp_particles, sp_offsets, sp_normals, output_directory + kSuperpixelModelName)) return 1;
-  const std::size_t superpixel_points = sp_particles.size();
-
-  // Fine model: one particle per pixel on the scaffold of the superpixel-level model.
-  for (int i = 0; i < n_keyframes; ++i) {
-    const Camera& cam = *camera_ptrs[i];
-    CMatrix<float> depth;
-    CMatrix<float3> normal_map;
-    particles_to_images(depth, normal_map, sp_particles, sp_offsets, sp_normals, superpixels[i], cam,
-                        depth_range_min, depth_range_max);
-    create_particles_from_depthmap(particles, offsets, normals, depth, normal_map, depthmaps[i], cam.image, cam,
-                                   depth_range_min, depth_range_max);
-  }
-  sp_particles.clear();
-  sp_offsets.clear();
-  sp_normals.clear();
   float r1 = average_depth / cameras[0].K[0];
   const float r5 = (5.0f * average_depth) / cameras[0].K[0];
-  if (use_backface_visibility_test) remove_backfacing_particles(particles, offsets, normals, camera_ptrs, r1, 1);
-  // Before the fine filter each view's particles still lie on its own superpixels' planes, which
-  // disagree on curved and creased surfaces; the visible share judges the fine model once, after.
-  if (!support_rule.visible())
-    support_filter(particles, offsets, normals, camera_ptrs, r1, min_support, kPixelSupportPerView, support_rule);
 
-  int pass = 0;
+  // Superpixel-level model: one particle per superpixel, placed with the cameras' poses as they
+  // stand, filtered on the union of all views.
+  const auto superpixel_model = [&] {
+    for (int i = 0; i < n_keyframes; ++i)
+      create_particles_from_superpixels(sp_particles, sp_offsets, sp_normals, superpixels[i], CMatrix<float>(),
+                                        CMatrix<float3>(), depthmaps[i], *camera_ptrs[i]);
+    print_filter_header(r9, sp_particles.size());
+    filter_particles(sp_particles, sp_offsets, sp_normals, alpha_sp, beta_sp, r9, 50, 50,
+                     gradient_descent_timestep_sp, 50, "particles");
+    support_filter(sp_particles, sp_offsets, sp_normals, camera_ptrs, rs, min_support_sp, kSuperpixelSupportPerView,
+                   support_rule);
+  };
+  // Fine model: one particle per pixel on the scaffold of the superpixel-level model, which goes.
+  const auto fine_model = [&] {
+    particles.clear();
+    offsets.clear();
+    normals.clear();
+    for (int i = 0; i < n_keyframes; ++i) {
+      const Camera& cam = *camera_ptrs[i];
+      CMatrix<float> depth;
+      CMatrix<float3> normal_map;
+      particles_to_images(depth, normal_map, sp_particles, sp_offsets, sp_normals, superpixels[i], cam,
+                          depth_range_min, depth_range_max);
+      create_particles_from_depthmap(particles, offsets, normals, depth, normal_map, depthmaps[i], cam.image, cam,
+                                     depth_range_min, depth_range_max);
+    }
+    sp_particles.clear();
+    sp_offsets.clear();
+    sp_normals.clear();
+    if (use_backface_visibility_test) remove_backfacing_particles(particles, offsets, normals, camera_ptrs, r1, 1);
+    // Before the fine filter each view's particles still lie on its own superpixels' planes, which
+    // disagree on curved and creased surfaces; the visible share judges the fine model once, after.
+    if (!support_rule.visible())
+      support_filter(particles, offsets, normals, camera_ptrs, r1, min_support, kPixelSupportPerView, support_rule);
+  };
   const auto filter_step = [&] {
     print_filter_header(r5, particles.size());
     filter_particles(particles, offsets, normals, alpha, beta, r5, 2, 10, gradient_descent_timestep, 5, "particles");
   };
+
+  superpixel_model();
+  sendParticlesToLumvik(sp_particles, sp_offsets, {}, "particles", debug_lumvik_particle_iteration++);
+  if (!write_model(sp_particles, sp_offsets, sp_normals, output_directory + kSuperpixelModelName)) return 1;
+  const std::size_t superpixel_points = sp_particles.size();
+  fine_model();
   filter_step();
+  int pass = 0;
   if (!improve_cameras) {
     close_pass(pass);
   } else {
-    // Camera alignment, depth-map refinement and filtering, three times.
-    // The model made again from the measured depth maps with the cameras' current poses.
-    const auto rebuild_step = [&] {
-      for (int i = 0; i < n_keyframes; ++i)
-        create_particles_from_superpixels(sp_particles, sp_offsets, sp_normals, superpixels[i], CMatrix<float>(),
-                                          CMatrix<float3>(), depthmaps[i], *camera_ptrs[i]);
-      print_filter_header(r9, sp_particles.size());
-      filter_particles(sp_particles, sp_offsets, sp_normals, alpha_sp, beta_sp, r9, 50, 50,
-                       gradient_descent_timestep_sp, 50, "particles");
-      support_filter(sp_particles, sp_offsets, sp_normals, camera_ptrs, rs, min_support_sp, kSuperpixelSupportPerView,
-                     support_rule);
-      particles.clear();
-      offsets.clear();
-      normals.clear();
-      for (int i = 0; i < n_keyframes; ++i) {
-        const Camera& cam = *camera_ptrs[i];
-        CMatrix<float> depth;
-        CMatrix<float3> normal_map;
-        particles_to_images(depth, normal_map, sp_particles, sp_offsets, sp_normals, superpixels[i], cam,
-                            depth_range_min, depth_range_max);
-        create_particles_from_depthmap(particles, offsets, normals, depth, normal_map, depthmaps[i], cam.image, cam,
-                                       depth_range_min, depth_range_max);
-      }
-      sp_particles.clear();
-      sp_offsets.clear();
-      sp_normals.clear();
-      if (!support_rule.visible())
-        support_filter(particles, offsets, normals, camera_ptrs, r1, min_support, kPixelSupportPerView, support_rule);
+    // Camera alignment, and the model made anew from the measured depth maps with the new poses,
+    // three times.
+    const auto model_step = [&] {
+      superpixel_model();
+      fine_model();
       filter_step();
     };
     try {
-      run_improvement_passes(particles, offsets, normals, camera_ptrs, depthmaps, filter_step, rebuild_step, pass);
+      run_improvement_passes(particles, offsets, normals, camera_ptrs, depthmaps, model_step, pass);
     } catch (const ImprovementError& e) {
       return fail(e.what());
     }

@@ -2,151 +2,128 @@
 
 #include <algorithm>
 #include <cmath>
-#include <algorithm>
-#include <cmath>
-#include <cstdlib>
 #include <iostream>
 #include <string>
 
 #include "ketra/timer.h"
-#include "src/core/viewer_hooks.h"
 #include "src/improve/improvement_error.h"
-#include "src/particles/threshold_particles.h"
-#include "src/pose/rig_adjustment.h"
+#include "src/improve/view_particles.h"
 #include "src/pose/rig_adjustment.h"
 #include "src/pose/rig_motion.h"
-#include "src/render/points.h"
 
 namespace {
 
-bool env_flag(const char* name, bool fallback) {
-  const char* v = std::getenv(name);
-  return v ? std::atoi(v) != 0 : fallback;
+std::vector<Camera> copies(std::vector<Camera*> const& cameras) {
+  std::vector<Camera> c;
+  for (Camera const* camera : cameras) c.push_back(*camera);
+  return c;
 }
 
-// The model without the particles of view `view`.
-Points model_without(std::vector<Particle> const& particles, std::vector<float> const& offsets,
-                     std::vector<float3> const& normals, int view) {
-  std::vector<int> others(particles.size());
-  for (std::size_t i = 0; i < particles.size(); ++i) others[i] = particles[i].camera_index != view;
-  std::vector<Particle> p = particles;
-  std::vector<float> o = offsets;
-  std::vector<float3> n = normals;
-  threshold_particles<int>(others, p, o, n, 1, 1);
-  if (p.empty())
-    throw ImprovementError("camera pose: view " + std::to_string(view) + " has no model of other views to align to");
-  return createPoints(p, o, n);
-}
-
-}  // namespace
-
-// Carries the particles of view `view` along with its camera, from pose `before` to `after`: they
-// are its measurements, fixed in its frame.
-void move_particles_of_view(std::vector<Particle>& particles, std::vector<float3>& normals, int view,
-                            Camera const& before, Camera const& after) {
-  // world -> camera (before) -> world (after): p' = Ra^T (Rb p + tb - ta); R by columns.
-  float M[9], s[3];
-  for (int r = 0; r < 3; ++r) {
-    for (int c = 0; c < 3; ++c) {
-      M[3 * r + c] = 0.0f;
-      for (int k = 0; k < 3; ++k) M[3 * r + c] += after.R[3 * r + k] * before.R[3 * c + k];
-    }
-  }
-  for (int r = 0; r < 3; ++r) {
-    s[r] = 0.0f;
-    for (int k = 0; k < 3; ++k) s[r] += after.R[3 * r + k] * (before.t[k] - after.t[k]);
-  }
-  auto turn = [&](float3 v) {
-    return make_float3(M[0] * v.x + M[1] * v.y + M[2] * v.z, M[3] * v.x + M[4] * v.y + M[5] * v.z,
-                       M[6] * v.x + M[7] * v.y + M[8] * v.z);
-  };
-#pragma omp parallel for schedule(static)
-  for (std::size_t i = 0; i < particles.size(); ++i) {
-    Particle& p = particles[i];
-    if (p.camera_index != view) continue;
-    const float3 q = turn(p.pos);
-    p.pos = make_float3(q.x + s[0], q.y + s[1], q.z + s[2]);
-    p.dir = turn(p.dir);
-    p.init_normal = turn(p.init_normal);
-    normals[i] = turn(normals[i]);
-  }
-}
-
-void align_cameras(std::vector<Particle>& particles, std::vector<float> const& offsets,
-                   std::vector<float3>& normals, std::vector<Camera*> const& cameras,
-                   std::vector<CMatrix<float>> const& measured_depthmaps, std::vector<Camera> const& given,
-                   ModelAlignment const& options) {
-  const bool leave_one_out = env_flag("QA_LOO", true);
-  std::vector<Camera> befores;
+// The largest turn (degrees) and move between the poses before and the cameras now.
+std::pair<double, double> largest_move(std::vector<Camera> const& before, std::vector<Camera*> const& cameras) {
+  std::pair<double, double> m{0.0, 0.0};
   for (std::size_t i = 0; i < cameras.size(); ++i) {
-    Camera& cam = *cameras[i];
-    const Camera before = cam;
-    Points model = leave_one_out ? model_without(particles, offsets, normals, cam.index)
-                                 : createPoints(particles, offsets, normals);
+    m.first = std::max(m.first, turn_degrees(before[i], *cameras[i]));
+    m.second = std::max(m.second, centre_distance(before[i], *cameras[i]));
+  }
+  return m;
+}
+
+// How far the mean of the camera centres moved between before and the cameras now.
+double rig_shift(std::vector<Camera> const& before, std::vector<Camera*> const& cameras) {
+  double d[3] = {0.0, 0.0, 0.0};
+  for (std::size_t i = 0; i < cameras.size(); ++i)
+    for (int k = 0; k < 3; ++k) d[k] += (static_cast<double>(cameras[i]->center[k]) - before[i].center[k]) / cameras.size();
+  return std::sqrt(d[0] * d[0] + d[1] * d[1] + d[2] * d[2]);
+}
+
+// Part 1: each camera against the model of the others, as the model stands.
+void align_to_other_views(std::vector<Particle> const& particles, std::vector<float> const& offsets,
+                          std::vector<float3> const& normals, std::vector<Camera*> const& cameras,
+                          std::vector<CMatrix<float>> const& measured_depthmaps, ModelAlignment const& options) {
+  for (std::size_t i = 0; i < cameras.size(); ++i) {
+    Camera& camera = *cameras[i];
+    Points model = points_without_view(particles, offsets, normals, camera.index);
+    if (model.positions.data == nullptr)
+      throw ImprovementError("camera pose: view " + std::to_string(i) + " has no model of other views to align to");
     ketra::timer::start("camera pose");
     try {
-      align_camera_to_model(cam, model, measured_depthmaps[i], options);
+      align_camera_to_model(camera, model, measured_depthmaps[i], options);
     } catch (const std::runtime_error& e) {
       freePoints(model);
       throw ImprovementError(e.what());
     }
     ketra::timer::stop("camera pose");
     freePoints(model);
-    if (env_flag("QA_GS", false)) move_particles_of_view(particles, normals, cam.index, before, cam);
-    befores.push_back(before);
-    std::cout << " camera pose, view " << i << ": turned by " << turn_degrees(before, cam) << " degrees, moved by "
-              << centre_distance(before, cam) << std::endl;
   }
-  if (env_flag("QA_JOINT", true)) {
-    if (!env_flag("QA_GS", false))
-      for (std::size_t i = 0; i < cameras.size(); ++i)
-        move_particles_of_view(particles, normals, cameras[i]->index, befores[i], *cameras[i]);
-    // The particles of each view alone.
-    std::vector<Points> views;
-    for (std::size_t j = 0; j < cameras.size(); ++j) {
-      std::vector<int> own(particles.size());
-      for (std::size_t k = 0; k < particles.size(); ++k) own[k] = particles[k].camera_index == cameras[j]->index;
-      std::vector<Particle> p = particles;
-      std::vector<float> o = offsets;
-      std::vector<float3> n = normals;
-      threshold_particles<int>(own, p, o, n, 1, 1);
-      // At their measured depths: the view's own measurements, which move with it alone.
-      if (env_flag("QA_RAW", true)) std::fill(o.begin(), o.end(), 0.0f);
-      views.push_back(p.empty() ? Points{} : createPoints(p, o, n));
-    }
-    std::vector<PairEquations> pairs;
-    const int max_neighbours = std::getenv("QA_NEIGHBOURS") ? std::atoi(std::getenv("QA_NEIGHBOURS")) : 4;
-    for (std::size_t i = 0; i < cameras.size(); ++i) {
-      const Camera& ci = *cameras[i];
-      std::vector<std::pair<float, int>> near;
-      for (std::size_t j = 0; j < cameras.size(); ++j) {
-        if (j == i || views[j].positions.data == nullptr) continue;
-        const float cosine = ci.R[2] * cameras[j]->R[2] + ci.R[5] * cameras[j]->R[5] + ci.R[8] * cameras[j]->R[8];
-        if (cosine >= 0.5f) near.push_back({-cosine, static_cast<int>(j)});
-      }
-      std::sort(near.begin(), near.end());
-      if (static_cast<int>(near.size()) > max_neighbours) near.resize(max_neighbours);
-      std::vector<Points const*> models;
-      for (auto const& [cosine, j] : near) models.push_back(&views[j]);
-      const std::vector<NormalEquations> e = alignment_equations(ci, models, measured_depthmaps[i], options);
-      for (std::size_t k = 0; k < near.size(); ++k) pairs.push_back({static_cast<int>(i), near[k].second, e[k]});
-    }
-    for (Points& v : views)
-      if (v.positions.data != nullptr) freePoints(v);
-    std::vector<Camera> now;
-    for (Camera* c : cameras) now.push_back(*c);
-    const std::vector<WorldMotion> motions = joint_rig_step(now, pairs);
-    for (std::size_t i = 0; i < cameras.size(); ++i) move_with_world(*cameras[i], motions[i]);
-    for (std::size_t i = 0; i < cameras.size(); ++i)
-      std::cout << " camera pose, view " << i << ", together: turned by " << turn_degrees(now[i], *cameras[i])
-                << " degrees, moved by " << centre_distance(now[i], *cameras[i]) << std::endl;
+}
+
+// The views nearest to camera i by the angle of their optical axes, within 60 degrees, at most
+// `count`, nearest first; only views with points.
+std::vector<int> nearest_views(std::vector<Camera*> const& cameras, std::vector<Points> const& views, std::size_t i,
+                               int count) {
+  std::vector<std::pair<float, int>> near;
+  Camera const& a = *cameras[i];
+  for (std::size_t j = 0; j < cameras.size(); ++j) {
+    if (j == i || views[j].positions.data == nullptr) continue;
+    Camera const& b = *cameras[j];
+    // The third rows of the world-to-camera rotations are the optical axes (R is kept by columns).
+    const float cosine = a.R[2] * b.R[2] + a.R[5] * b.R[5] + a.R[8] * b.R[8];
+    if (cosine >= 0.5f) near.push_back({-cosine, static_cast<int>(j)});
   }
-  if (!env_flag("QA_GAUGE", true)) return;
-  std::vector<Camera> now;
-  for (Camera* c : cameras) now.push_back(*c);
-  const double lever = (std::getenv("QA_LEVER") ? std::atof(std::getenv("QA_LEVER")) : 1.0) * options.scene_depth;
-  const WorldMotion back = best_world_motion(now, given, lever);
-  for (Camera* c : cameras) move_with_world(*c, back);
-  std::cout << " camera pose, whole rig moved back by " << centre_distance(now[0], *cameras[0]) << ", turned back by "
-            << turn_degrees(now[0], *cameras[0]) << " degrees (view 0)" << std::endl;
+  std::sort(near.begin(), near.end());
+  std::vector<int> nearest;
+  for (std::size_t k = 0; k < near.size() && static_cast<int>(k) < count; ++k) nearest.push_back(near[k].second);
+  return nearest;
+}
+
+// Part 2: the joint step over the overlaps, with every view's own measurements.
+void align_together(std::vector<Particle> const& particles, std::vector<float3> const& normals,
+                    std::vector<Camera*> const& cameras, std::vector<CMatrix<float>> const& measured_depthmaps,
+                    RigAlignment const& options) {
+  std::vector<Points> views;
+  for (Camera const* camera : cameras) views.push_back(measured_points_of_view(particles, normals, camera->index));
+  std::vector<PairEquations> pairs;
+  for (std::size_t i = 0; i < cameras.size(); ++i) {
+    const std::vector<int> nearest = nearest_views(cameras, views, i, options.neighbours);
+    std::vector<Points const*> models;
+    for (int j : nearest) models.push_back(&views[j]);
+    const std::vector<NormalEquations> e = alignment_equations(*cameras[i], models, measured_depthmaps[i], options.model);
+    for (std::size_t k = 0; k < nearest.size(); ++k) pairs.push_back({static_cast<int>(i), nearest[k], e[k]});
+  }
+  for (Points& v : views) free_points_if_any(v);
+  const std::vector<WorldMotion> motions = joint_rig_step(copies(cameras), pairs);
+  for (std::size_t i = 0; i < cameras.size(); ++i) move_with_world(*cameras[i], motions[i]);
+}
+
+}  // namespace
+
+void align_cameras(std::vector<Particle>& particles, std::vector<float> const& offsets, std::vector<float3>& normals,
+                   std::vector<Camera*> const& cameras, std::vector<CMatrix<float>> const& measured_depthmaps,
+                   std::vector<Camera> const& given, RigAlignment const& options) {
+  const std::vector<Camera> start = copies(cameras);
+  align_to_other_views(particles, offsets, normals, cameras, measured_depthmaps, options.model);
+  for (std::size_t i = 0; i < cameras.size(); ++i)
+    move_particles_of_view(particles, normals, cameras[i]->index, start[i], *cameras[i]);
+
+  const std::vector<Camera> aligned = copies(cameras);
+  try {
+    align_together(particles, normals, cameras, measured_depthmaps, options);
+  } catch (const std::runtime_error& e) {
+    throw ImprovementError(e.what());
+  }
+  const std::pair<double, double> together = largest_move(aligned, cameras);
+
+  const std::vector<Camera> before_rig = copies(cameras);
+  const WorldMotion back = best_world_motion(before_rig, given, options.lever);
+  for (Camera* camera : cameras) move_with_world(*camera, back);
+  for (std::size_t i = 0; i < cameras.size(); ++i)
+    move_particles_of_view(particles, normals, cameras[i]->index, aligned[i], *cameras[i]);
+
+  for (std::size_t i = 0; i < cameras.size(); ++i)
+    std::cout << " camera pose, view " << i << ": turned by " << turn_degrees(start[i], *cameras[i])
+              << " degrees, moved by " << centre_distance(start[i], *cameras[i]) << std::endl;
+  std::cout << " camera pose, all views: the joint step turned by up to " << together.first << " degrees and moved by up to "
+            << together.second << "; the rig was moved back by " << rig_shift(before_rig, cameras) << " and turned back by "
+            << turn_degrees(before_rig[0], *cameras[0]) << " degrees" << std::endl;
 }

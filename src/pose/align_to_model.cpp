@@ -1,8 +1,6 @@
 #include "src/pose/align_to_model.h"
 
 #include <cmath>
-#include <cstdio>
-#include <cstdlib>
 #include <stdexcept>
 #include <string>
 
@@ -101,10 +99,7 @@ void align_level(Camera& camera, LevelWork& work, MeasuredDepth const& measured,
     for (int step = 0; step < o.steps_per_round; ++step)
       m = compose_update(m, solve_normal_equations(equations(work, measured, level, m, o, blas)));
     apply_rigid_motion(camera, m);
-    if (negligible(m, level.fx, o.scene_depth, o.converged_pixels) || round + 1 == o.max_rounds) {
-      if (std::getenv("QA_VERBOSE")) std::fprintf(stderr, "level %dx%d: %d rounds\n", level.width, level.height, round + 1);
-      break;
-    }
+    if (negligible(m, level.fx, o.scene_depth, o.converged_pixels)) break;
   }
 }
 

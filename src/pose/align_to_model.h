@@ -22,7 +22,7 @@ struct ModelAlignment {
   int max_rounds = 20;      // renderings per level at most
   // A level ends when a round moves the image by less than this many of the level's pixels, for a
   // scene at scene_depth (world units).
-  float converged_pixels = 0.02f;
+  float converged_pixels = 0.05f;
   float scene_depth = 1.0f;
 };
 
