@@ -1,5 +1,6 @@
 #include "src/pose/align_to_model.h"
 
+#include <algorithm>
 #include <cmath>
 #include <stdexcept>
 #include <string>
@@ -130,8 +131,8 @@ void end_camera(CameraWork& c) {
 void align_camera_to_model(Camera& camera, Points const& model, CMatrix<float> const& measured_depth,
                            ModelAlignment const& o) {
   check(camera, measured_depth, o);
-  const int levels = pyramid_levels(camera.height, o.min_height, o.pyramid_factor);
-  if (levels < 0) return;
+  // An image lower than the coarsest level is aligned at its own size alone.
+  const int levels = std::max(0, pyramid_levels(camera.height, o.min_height, o.pyramid_factor));
   CameraWork c = start_camera(camera, measured_depth);
   for (int L = levels; L >= 0; --L) {
     LevelWork work = allocate_work(c.image, pyramid_level(camera.width, camera.height, o.pyramid_factor, L));

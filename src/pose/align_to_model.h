@@ -10,7 +10,7 @@
 // How a camera is aligned to a model of the other views.
 struct ModelAlignment {
   float pyramid_factor = 0.5f;  // size ratio of neighbouring pyramid levels, in (0, 1)
-  int min_height = 110;         // rows of the coarsest level, at least
+  int min_height = 110;         // rows of the coarsest level, at least (a lower image has one level)
   // Disks less than this many radii behind the nearest depth are blended into the rendered colour
   // and depth: a model fused from slightly wrong poses is a layer a few disks thick.
   float blend_radii = 3.0f;

@@ -13,9 +13,9 @@ Eigen::Matrix3d skew(Eigen::Vector3d const& v) {
   return m;
 }
 
-// The camera's parameters (a, t: its frame moved to R(a) c + t) of the world motion
-// xi = (w, v): p -> p + w x (p - o) + v that carries the camera along. The camera moved by the world
-// motion G has the pose T G^-1, so a = -R w and t = R ((C - o) x w - v).
+}  // namespace
+
+// The camera moved by the world motion G has the pose T G^-1: a = -R w, t = R ((C - o) x w - v).
 Matrix6 camera_parameters_of_world_motion(Camera const& camera, Eigen::Vector3d const& o) {
   Eigen::Matrix3d R;
   for (int r = 0; r < 3; ++r)
@@ -27,8 +27,6 @@ Matrix6 camera_parameters_of_world_motion(Camera const& camera, Eigen::Vector3d 
   B.block<3, 3>(3, 3) = -R;
   return B;
 }
-
-}  // namespace
 
 std::vector<WorldMotion> joint_rig_step(std::vector<Camera> const& cameras, std::vector<PairEquations> const& pairs) {
   const int n = static_cast<int>(cameras.size());

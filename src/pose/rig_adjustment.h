@@ -1,5 +1,6 @@
 #pragma once
 
+#include <Eigen/Core>
 #include <vector>
 
 #include "src/core/camera.h"
@@ -13,6 +14,11 @@ struct PairEquations {
   int camera = 0, other = 0;
   NormalEquations e;
 };
+
+// The camera's own parameters (a: angles, t: translation, of a motion of its frame, as an alignment
+// solves for) of a small motion xi = (w, v) of the world, p -> p + w x (p - origin) + v, that
+// carries the camera along: to first order, the matrix of that linear map.
+Eigen::Matrix<double, 6, 6> camera_parameters_of_world_motion(Camera const& camera, Eigen::Vector3d const& origin);
 
 // One joint Gauss-Newton step for all cameras together: the motions of the cameras that make every
 // pair agree best, where a pair's residual depends on how its two cameras move relative to each

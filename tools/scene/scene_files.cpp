@@ -101,7 +101,7 @@ SceneSummary write_scene(const Scene& scene, const SceneOptions& options) {
     const double footprint = camera_depth(cameras[0], scene.look_at) / cameras[0].fx;
     for (SceneCamera& camera : written) camera = move_with_rig(camera, scene, options.rig_error, footprint, options.seed);
   }
-  const bool moved = options.perturbation.active() || options.rig_error.active();
+  const bool moved = options.perturbation.active() || options.rig_error.active() || options.write_true_poses;
   summary.views = options.views;
   summary.width = options.width;
   summary.height = options.height;
