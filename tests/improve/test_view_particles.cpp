@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include "device/vector_math.h"
 #include "src/improve/view_particles.h"
 #include "src/pose/pose_update.h"
 #include "tests/support/ketra_test_support.h"

@@ -236,8 +236,9 @@ TEST_F(PoseSystem, DepthRowsMeasureTheModelAgainstTheMeasuredDepth) {
   const float3 facing = make_float3(0.0f, 0.0f, -1.0f);
   ketra::set(model, 2.0f);
   ketra::set(normal_sum, 0.0f);
-  ketra::Array<float, 3> z_plane = ketra::internal::decreaseArrayDimension<float, 4, 3>(
-      ketra::block(ketra::internal::as4D(normal_sum), ketra::Range(), ketra::Range(), ketra::Range(2, 2)));
+  ketra::Array<float, 4> z_block =
+      ketra::block(ketra::internal::as4D(normal_sum), ketra::Range(), ketra::Range(), ketra::Range(2, 2));
+  ketra::Array<float, 3> z_plane = ketra::internal::decreaseArrayDimension<float, 4, 3>(z_block);
   ketra::set(z_plane, facing.z);
   const MeasuredDepth apart = measured(plane_depth(W, H, facing, -2.01f));
   for (float threshold : {0.2f, 0.05f}) {
