@@ -19,6 +19,7 @@
 #include "src/core/camera.h"
 #include "src/core/settings.h"
 #include "src/core/viewer_hooks.h"
+#include "src/improve/view_neighbours.h"
 #include "src/pose/pose_device.h"
 #include "src/filter/filter_particles.h"
 #include "src/io/model_output.h"
@@ -58,7 +59,6 @@ void run(int argc, char* argv[]) {
   start_device();
   check_view_files(view_files);
   const std::string views_directory = output_directory + "/views";
-  if (improve_cameras) throw_if(prepare_refined_views(views_directory, view_files));
 
   std::vector<Camera> cameras;
   std::vector<Camera*> camera_ptrs;
@@ -66,6 +66,10 @@ void run(int argc, char* argv[]) {
   std::vector<std::string> depth_paths;  // as the view files name them, for the refined views
   read_views(view_files, cameras, camera_ptrs, depthmaps, /*average_depth_given=*/true,  // --depth-avg is required
              &depth_paths);
+  if (improve_cameras) {
+    throw_if(overlap_problem(camera_ptrs));
+    throw_if(prepare_refined_views(views_directory, view_files));
+  }
   const StageOptions stages = make_stage_options(cameras[0]);
   const InputDepths input = measure_input_depths(depthmaps);
   if (const std::string warning = depth_avg_warning(average_depth, input); !warning.empty())

@@ -7,6 +7,7 @@
 
 #include "ketra/timer.h"
 #include "src/improve/improvement_error.h"
+#include "src/improve/view_neighbours.h"
 #include "src/improve/view_particles.h"
 #include "src/pose/rig_adjustment.h"
 #include "src/pose/rig_motion.h"
@@ -37,7 +38,7 @@ double rig_shift(std::vector<Camera> const& before, std::vector<Camera*> const& 
   return std::sqrt(d[0] * d[0] + d[1] * d[1] + d[2] * d[2]);
 }
 
-// Part 1: each camera against the model of the others, as the model stands.
+// Step 1: each camera against the model of the others, as the model stands.
 void align_to_other_views(std::vector<Particle> const& particles, std::vector<float> const& offsets,
                           std::vector<float3> const& normals, std::vector<Camera*> const& cameras,
                           std::vector<CMatrix<float>> const& measured_depthmaps, ModelAlignment const& options) {
@@ -62,22 +63,13 @@ void align_to_other_views(std::vector<Particle> const& particles, std::vector<fl
 // `count`, nearest first; only views with points.
 std::vector<int> nearest_views(std::vector<Camera*> const& cameras, std::vector<Points> const& views, std::size_t i,
                                int count) {
-  std::vector<std::pair<float, int>> near;
-  Camera const& a = *cameras[i];
-  for (std::size_t j = 0; j < cameras.size(); ++j) {
-    if (j == i || views[j].positions.data == nullptr) continue;
-    Camera const& b = *cameras[j];
-    // The third rows of the world-to-camera rotations are the optical axes (R is kept by columns).
-    const float cosine = a.R[2] * b.R[2] + a.R[5] * b.R[5] + a.R[8] * b.R[8];
-    if (cosine >= 0.5f) near.push_back({-cosine, static_cast<int>(j)});
-  }
-  std::sort(near.begin(), near.end());
   std::vector<int> nearest;
-  for (std::size_t k = 0; k < near.size() && static_cast<int>(k) < count; ++k) nearest.push_back(near[k].second);
+  for (int j : views_facing_alike(cameras, i))
+    if (views[j].positions.data != nullptr && static_cast<int>(nearest.size()) < count) nearest.push_back(j);
   return nearest;
 }
 
-// Part 2: the joint step over the overlaps, with every view's own measurements.
+// Step 2: the joint step over the overlaps, with every view's own measurements.
 void align_together(std::vector<Particle> const& particles, std::vector<float3> const& normals,
                     std::vector<Camera*> const& cameras, std::vector<CMatrix<float>> const& measured_depthmaps,
                     RigAlignment const& options) {
