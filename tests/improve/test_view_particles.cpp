@@ -37,6 +37,7 @@ class ViewParticles : public KetraTest {};
 // stay as they were; the other views' particles stay in the world.
 TEST_F(ViewParticles, ParticlesMoveWithTheirCameraAndNoOther) {
   Camera before;
+  before.R[0] = before.R[4] = before.R[8] = 1.0f;
   apply_pose_update(before, {0.3f, -0.2f, 0.5f, 0.1f, 0.4f, 2.0f});
   Camera after = before;
   apply_pose_update(after, {0.01f, 0.02f, -0.015f, 0.03f, -0.02f, 0.05f});
