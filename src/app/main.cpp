@@ -64,8 +64,7 @@ void run(int argc, char* argv[]) {
   std::vector<Camera*> camera_ptrs;
   std::vector<CMatrix<float>> depthmaps;
   std::vector<std::string> depth_paths;  // as the view files name them, for the refined views
-  read_views(view_files, cameras, camera_ptrs, depthmaps, /*average_depth_given=*/true,  // --depth-avg is required
-             &depth_paths);
+  read_views(view_files, cameras, camera_ptrs, depthmaps, &depth_paths);
   if (improve_cameras) {
     throw_if(overlap_problem(camera_ptrs));
     throw_if(prepare_refined_views(views_directory, view_files));
