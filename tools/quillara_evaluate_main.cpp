@@ -8,14 +8,18 @@
 #include "tools/cli/tool_main.h"
 #include "tools/scene/depth_truth.h"
 #include "tools/scene/evaluation.h"
+#include "tools/scene/pose_truth.h"
+#include "tools/scene/pose_truth.h"
 
 namespace {
 
 const char* const kUsage =
     "Usage: quillara-evaluate SCENE_DIR MODEL.ply [--within MM[,MM...]]\n"
     "       quillara-evaluate SCENE_DIR --depth-maps DIR   (DIR holding view_NN.txt)\n"
-    "Measures a model, or the depth maps named by DIR/view_NN.txt, made from a scene of\n"
-    "quillara-scene against its true surfaces.\n"
+    "       quillara-evaluate SCENE_DIR --poses DIR        (DIR holding view_NN.txt)\n"
+    "Measures a model, the depth maps or the poses of the view files DIR/view_NN.txt, made from a\n"
+    "scene of quillara-scene, against its true surfaces and poses (poses: a scene made with\n"
+    "--pose-error or --rig-error).\n"
     "  --within     also measure completeness and accuracy within these distances, in millimetres\n"
     "  --help       print this text; --version prints the version\n";
 
@@ -34,13 +38,19 @@ std::vector<double> millimetres(const cli::OptionValue& v) {
 
 void evaluate(const std::vector<std::string>& args) {
   std::vector<double> distances;
-  std::string depth_dir;
+  std::string depth_dir, poses_dir;
   const cli::CommandLine line =
       cli::parse_command_line(args, {{"--within", "", [&](const cli::OptionValue& v) { distances = millimetres(v); }},
-                                     {"--depth-maps", "", cli::store_text(depth_dir, "a folder")}});
-  if (line.words.size() != (depth_dir.empty() ? 2u : 1u) || (!depth_dir.empty() && !distances.empty()))
-    throw cli::UsageError("expected SCENE_DIR MODEL.ply [--within MM[,MM...]] or SCENE_DIR --depth-maps DIR");
-  if (!depth_dir.empty())
+                                     {"--depth-maps", "", cli::store_text(depth_dir, "a folder")},
+                                     {"--poses", "", cli::store_text(poses_dir, "a folder")}});
+  const bool model = depth_dir.empty() && poses_dir.empty();
+  if (line.words.size() != (model ? 2u : 1u) || (!model && !distances.empty()) ||
+      (!depth_dir.empty() && !poses_dir.empty()))
+    throw cli::UsageError(
+        "expected SCENE_DIR MODEL.ply [--within MM[,MM...]], SCENE_DIR --depth-maps DIR or SCENE_DIR --poses DIR");
+  if (!poses_dir.empty())
+    std::cout << scene::format_pose_truth(scene::compare_poses_with_truth(line.words[0], poses_dir));
+  else if (!depth_dir.empty())
     std::cout << scene::format_depth_truth(scene::compare_with_truth(line.words[0], depth_dir));
   else
     std::cout << scene::format_evaluation(

@@ -19,6 +19,8 @@
 #include "src/core/camera.h"
 #include "src/core/settings.h"
 #include "src/core/viewer_hooks.h"
+#include "src/improve/view_neighbours.h"
+#include "src/pose/pose_device.h"
 #include "src/filter/filter_particles.h"
 #include "src/io/model_output.h"
 #include "src/particles/particles_from_depthmap.h"
@@ -58,61 +60,78 @@ void run(int argc, char* argv[]) {
   check_view_files(view_files);
   if (write_preview) check_preview_directory(output_directory + "/preview", n_keyframes);
   const std::string views_directory = output_directory + "/views";
-  if (improve_cameras) throw_if(prepare_refined_views(views_directory, view_files));
 
   std::vector<Camera> cameras;
   std::vector<Camera*> camera_ptrs;
   std::vector<CMatrix<float>> depthmaps;
   std::vector<std::string> depth_paths;  // as the view files name them, for the refined views
   read_views(view_files, cameras, camera_ptrs, depthmaps, &depth_paths);
+  if (improve_cameras) {
+    throw_if(overlap_problem(camera_ptrs));
+    throw_if(prepare_refined_views(views_directory, view_files));
+  }
   const StageOptions stages = make_stage_options(cameras[0]);
   const InputDepths input = measure_input_depths(depthmaps);
   if (const std::string warning = depth_avg_warning(average_depth, input); !warning.empty())
     std::cerr << warning << std::endl;
 
-  // Superpixel-level model: one particle per superpixel, filtered on the union of all views.
   std::vector<std::vector<Superpixel>> superpixels(n_keyframes);
+  for (int i = 0; i < n_keyframes; ++i)
+    create_superpixels(superpixels[i], depthmaps[i], camera_ptrs[i]->image, *camera_ptrs[i], average_depth,
+                       superpixel_count);
   std::vector<Particle> sp_particles, particles;
   std::vector<float> sp_offsets, offsets;
   std::vector<float3> sp_normals, normals;
-  for (int i = 0; i < n_keyframes; ++i) {
-    const Camera& cam = *camera_ptrs[i];
-    create_superpixels(superpixels[i], depthmaps[i], cam.image, cam, average_depth, superpixel_count);
-    create_particles_from_superpixels(sp_particles, sp_offsets, sp_normals, superpixels[i], CMatrix<float>(),
-                                      CMatrix<float3>(), depthmaps[i], cam);
-  }
-  filter_stage(sp_particles, sp_offsets, sp_normals, stages.superpixel_filter);
-  support_filter(sp_particles, sp_offsets, sp_normals, camera_ptrs, stages.superpixel_support);
+  // Superpixel-level model: one particle per superpixel, placed with the poses as they stand,
+  // filtered on the union of all views.
+  const auto superpixel_model = [&] {
+    for (int i = 0; i < n_keyframes; ++i)
+      create_particles_from_superpixels(sp_particles, sp_offsets, sp_normals, superpixels[i], CMatrix<float>(),
+                                        CMatrix<float3>(), depthmaps[i], *camera_ptrs[i]);
+    filter_stage(sp_particles, sp_offsets, sp_normals, stages.superpixel_filter);
+    support_filter(sp_particles, sp_offsets, sp_normals, camera_ptrs, stages.superpixel_support);
+  };
+  // Fine model: one particle per pixel on the scaffold of the superpixel-level model, which goes,
+  // then filtered.
+  const float backface_tolerance = stages.radii.pixel;
+  const auto fine_model = [&] {
+    particles.clear();
+    offsets.clear();
+    normals.clear();
+    for (int i = 0; i < n_keyframes; ++i) {
+      const Camera& cam = *camera_ptrs[i];
+      CMatrix<float> depth;
+      CMatrix<float3> normal_map;
+      particles_to_images(depth, normal_map, sp_particles, sp_offsets, sp_normals, superpixels[i], cam,
+                          depth_range_min, depth_range_max);
+      create_particles_from_depthmap(particles, offsets, normals, depth, normal_map, depthmaps[i], cam.image, cam,
+                                     depth_range_min, depth_range_max);
+    }
+    sp_particles.clear();
+    sp_offsets.clear();
+    sp_normals.clear();
+    if (use_backface_visibility_test)
+      remove_backfacing_particles(particles, offsets, normals, camera_ptrs, backface_tolerance, 1);
+    // Before the fine filter each view's particles still lie on its own superpixels' planes, which
+    // disagree on curved and creased surfaces; the visible share judges the fine model once, after.
+    if (!support_rule.visible()) support_filter(particles, offsets, normals, camera_ptrs, stages.pixel_support);
+    filter_stage(particles, offsets, normals, stages.pixel_filter);
+  };
+
+  superpixel_model();
   sendParticlesToLumvik(sp_particles, sp_offsets, {}, "particles", debug_lumvik_particle_iteration++);
   write_model(sp_particles, sp_offsets, sp_normals, kSuperpixelModelName);
   const std::size_t superpixel_points = sp_particles.size();
-
-  // Fine model: one particle per pixel on the scaffold of the superpixel-level model.
-  for (int i = 0; i < n_keyframes; ++i) {
-    const Camera& cam = *camera_ptrs[i];
-    CMatrix<float> depth;
-    CMatrix<float3> normal_map;
-    particles_to_images(depth, normal_map, sp_particles, sp_offsets, sp_normals, superpixels[i], cam,
-                        depth_range_min, depth_range_max);
-    create_particles_from_depthmap(particles, offsets, normals, depth, normal_map, depthmaps[i], cam.image, cam,
-                                   depth_range_min, depth_range_max);
-  }
-  sp_particles.clear();
-  sp_offsets.clear();
-  sp_normals.clear();
-  const float backface_tolerance = stages.radii.pixel;
-  if (use_backface_visibility_test)
-    remove_backfacing_particles(particles, offsets, normals, camera_ptrs, backface_tolerance, 1);
-  // Before the fine filter each view's particles still lie on its own superpixels' planes, which
-  // disagree on curved and creased surfaces; the visible share judges the fine model once, after.
-  if (!support_rule.visible()) support_filter(particles, offsets, normals, camera_ptrs, stages.pixel_support);
-
+  fine_model();
   int pass = 0;
-  const auto filter_step = [&] { filter_stage(particles, offsets, normals, stages.pixel_filter); };
-  filter_step();
   if (improve_cameras) {
-    // Camera alignment, depth-map refinement and filtering, three times.
-    run_improvement_passes(particles, offsets, normals, camera_ptrs, depthmaps, stages.radii.refine, filter_step,
+    // Camera alignment, and the model made anew from the measured depth maps with the new poses,
+    // three times.
+    run_improvement_passes(particles, offsets, normals, camera_ptrs, depthmaps,
+                           [&] {
+                             superpixel_model();
+                             fine_model();
+                           },
                            pass);
   } else {
     close_pass(pass);

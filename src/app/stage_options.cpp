@@ -41,7 +41,6 @@ RunRadii run_radii(float average_depth, float fx, float superpixel_radius) {
   r.superpixel = pixel_radius(superpixel_radius, average_depth, fx);
   r.pixel_filter = pixel_radius(5.0f, average_depth, fx);
   r.pixel = pixel_radius(1.0f, average_depth, fx);
-  r.refine = pixel_radius(4.0f, average_depth, fx);
   return r;
 }
 

@@ -10,7 +10,6 @@ struct RunRadii {
   float superpixel = 0.0f;         // one superpixel radius: cell size of its support filter
   float pixel_filter = 0.0f;       // 5 pixels: smoothing radius of the fine filter
   float pixel = 0.0f;              // one pixel: fine support filters, back-face tolerance
-  float refine = 0.0f;             // 4 pixels: depth-map refinement
 };
 
 // The radii for a superpixel radius of `superpixel_radius` pixels.

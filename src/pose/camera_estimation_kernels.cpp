@@ -137,6 +137,65 @@ HOST_DEVICE void gradient_psi(device::Index const& idx, ketra::Array<float, 3> c
     for (int c = 0; c < 3; ++c) element(out, x, y, 3 * k + c) = du[k] * gx[c] + dv[k] * gy[c];
 }
 
+// A measured depth that can take part: positive and not the empty marker.
+HOST_DEVICE inline bool usable_measurement(float d) { return d > 0.0f && d < empty_depth; }
+
+HOST_DEVICE void depth_residual(device::Index const& idx, ketra::Array<float, 3> const& out,
+                                ketra::Array<float, 2> const& depth, ketra::Array<float, 3> const& normal_sum,
+                                MeasuredDepth const& m, Projection const& delta, float inv_fx, float inv_fy, float cx,
+                                float cy, float threshold, float weight) {
+  int x, y;
+  Warp w;
+  if (!warped_pixel(idx, out, depth, delta, inv_fx, inv_fy, cx, cy, x, y, w)) return;
+  const float3 sum = make_float3(element(normal_sum, x, y, 0), element(normal_sum, x, y, 1),
+                                 element(normal_sum, x, y, 2));
+  const float sum_length = std::sqrt(sum.x * sum.x + sum.y * sum.y + sum.z * sum.z);
+  // The measured map at full size, where the moved model point lands (array coordinates are
+  // mirrored), read bilinearly from four depths that must all be there and agree.
+  const float3 c = w.c;
+  const int W = static_cast<int>(m.depth.extents.x), H = static_cast<int>(m.depth.extents.y);
+  const float ax = static_cast<float>(W - 1) - ((c.x * m.fx) / c.z + m.cx);
+  const float ay = static_cast<float>(H - 1) - ((c.y * m.fy) / c.z + m.cy);
+  const float fx0 = std::floor(ax), fy0 = std::floor(ay);
+  if (!(sum_length > 1e-6f) || !(c.z > 0.0f) || !(fx0 >= 0.0f && fy0 >= 0.0f) ||
+      !(fx0 < static_cast<float>(W - 1) && fy0 < static_cast<float>(H - 1))) {
+    element(out, x, y, 0) = quiet_nan;
+    return;
+  }
+  const int x0 = static_cast<int>(fx0), y0 = static_cast<int>(fy0);
+  const float d00 = element(m.depth, x0, y0), d10 = element(m.depth, x0 + 1, y0);
+  const float d01 = element(m.depth, x0, y0 + 1), d11 = element(m.depth, x0 + 1, y0 + 1);
+  const float lo = std::fmin(std::fmin(d00, d10), std::fmin(d01, d11));
+  const float hi = std::fmax(std::fmax(d00, d10), std::fmax(d01, d11));
+  const float footprint = lo / m.fx;
+  if (!usable_measurement(lo) || !usable_measurement(hi) || hi - lo > threshold * footprint) {
+    element(out, x, y, 0) = quiet_nan;
+    return;
+  }
+  const float sx = ax - fx0, sy = ay - fy0;
+  const float d = (1.0f - sy) * ((1.0f - sx) * d00 + sx * d10) + sy * ((1.0f - sx) * d01 + sx * d11);
+  // The measured point lies on the ray of c, at depth d.
+  const float3 n = rotate(delta, make_float3(sum.x / sum_length, sum.y / sum_length, sum.z / sum_length));
+  const float along = 1.0f - d / c.z;
+  const float distance = (n.x * c.x + n.y * c.y + n.z * c.z) * along / footprint;
+  if (!(std::fabs(distance) <= threshold)) {
+    element(out, x, y, 0) = quiet_nan;
+    return;
+  }
+  const float scale = weight / footprint;
+  element(out, x, y, 0) = weight * distance;
+  const float3 p = w.p;
+  const float3 rates[3] = {make_float3(0.0f, -p.z, p.y), make_float3(p.z, 0.0f, -p.x),
+                           make_float3(-p.y, p.x, 0.0f)};
+  for (int k = 0; k < 3; ++k) {
+    const float3 r = rotate(delta, rates[k]);
+    element(out, x, y, 1 + k) = scale * (n.x * r.x + n.y * r.y + n.z * r.z);
+  }
+  element(out, x, y, 4) = scale * n.x;
+  element(out, x, y, 5) = scale * n.y;
+  element(out, x, y, 6) = scale * n.z;
+}
+
 HOST_DEVICE void set_nan_to_zero(device::Index const& idx, ketra::Array<float, 3> const& system,
                                  ketra::Array<uchar4, 2> const& validity, ketra::Array<float, 2> const& depth) {
   int x, y;
@@ -172,6 +231,14 @@ void gradient_psi_kernel(LaunchShape shape, ketra::Array<float, 3> out, ketra::A
                          Projection delta, float inv_fx, float inv_fy, float cx, float cy) {
   device::launch(shape.grid, shape.block, [=](device::Index const& idx) {
     gradient_psi(idx, out, depth, delta, inv_fx, inv_fy, cx, cy);
+  });
+}
+
+void depth_residual_kernel(LaunchShape shape, ketra::Array<float, 3> out, ketra::Array<float, 2> depth,
+                           ketra::Array<float, 3> normal_sum, MeasuredDepth measured, Projection delta, float inv_fx,
+                           float inv_fy, float cx, float cy, float threshold, float weight) {
+  device::launch(shape.grid, shape.block, [=](device::Index const& idx) {
+    depth_residual(idx, out, depth, normal_sum, measured, delta, inv_fx, inv_fy, cx, cy, threshold, weight);
   });
 }
 

@@ -14,6 +14,13 @@
 // ((H-1-y) - cy) inv_fy d, d), moved by `delta` (c = R p + t), projected to (u, v) with delta's
 // intrinsics, and the real image is read at the mirrored point (width-1-u, height-1-v). A pixel
 // with empty depth or a projection outside the level gets a NaN in the first plane it writes.
+// A view's own measured depth map at its full size, with that size's intrinsics (cx, cy as the
+// camera keeps them), for the depth term of the model alignment.
+struct MeasuredDepth {
+  ketra::Array<float, 2> depth;
+  float fx, fy, cx, cy;
+};
+
 namespace camera_estimation_kernels {
 
 using render_depthmaps_kernels::LaunchShape;
@@ -33,6 +40,16 @@ void difference_image_kernel(LaunchShape shape, ketra::Array<float, 3> out, ketr
 // from the image gradients in image_gradient_tex (layers 0 to 2 along x, 3 to 5 along y).
 void gradient_psi_kernel(LaunchShape shape, ketra::Array<float, 3> out, ketra::Array<float, 2> depth,
                          Projection delta, float inv_fx, float inv_fy, float cx, float cy);
+
+// The depth term, one row per pixel: plane 0 the distance of the warped model point from the
+// plane through the measured point on its ray (the model's normal, turned by delta's R), planes 1
+// to 6 its derivatives with respect to the six parameters, all in pixel footprints at the measured
+// depth and times weight. A NaN in plane 0 where the warp fails, the model has no normal, the
+// measured depth around the point is missing or broken by more than threshold footprints, or the
+// distance exceeds threshold footprints.
+void depth_residual_kernel(LaunchShape shape, ketra::Array<float, 3> out, ketra::Array<float, 2> depth,
+                           ketra::Array<float, 3> normal_sum, MeasuredDepth measured, Projection delta, float inv_fx,
+                           float inv_fy, float cx, float cy, float threshold, float weight);
 
 // Zeroes every plane of a pixel whose plane 0, 3, 6, ... is not finite and counts the pixel in
 // d_invalid_pixel_count. When validity has data it gets (0, 200, 0, 1) for a used pixel,

@@ -32,22 +32,30 @@ void download(std::array<T, N>& host, ketra::Array<T, 2> const& a) {
 
 }  // namespace
 
-PoseUpdate gauss_newton_step(PoseLevelArrays& arrays, Projection const& level, PoseUpdate const& x,
-                             blasHandle_t blas) {
-  const Projection delta = pose_delta(level, x);
-  const float inv_fx = 1.0f / level.fx, inv_fy = 1.0f / level.fy;
+NormalEquations photometric_equations(PoseLevelArrays& arrays, Projection const& delta, blasHandle_t blas) {
+  const float inv_fx = 1.0f / delta.fx, inv_fy = 1.0f / delta.fy;
   ketra::Array<float, 3> residual = planes(arrays.system, 0, 2);
   ketra::Array<float, 3> jacobian = planes(arrays.system, 3, 20);
   computeDifferenceImage(residual, arrays.image, arrays.rendered.image, arrays.rendered.depth, 0.5f, delta, inv_fx,
-                         inv_fy, level.cx, level.cy);
-  computeGradientPsi(jacobian, arrays.gradients, arrays.rendered.depth, delta, inv_fx, inv_fy, level.cx, level.cy);
+                         inv_fy, delta.cx, delta.cy);
+  computeGradientPsi(jacobian, arrays.gradients, arrays.rendered.depth, delta, inv_fx, inv_fy, delta.cx, delta.cy);
   setNANtoZero(arrays.system, arrays.validity, arrays.rendered.depth);
+  return normal_equations(arrays.system, 3, arrays, blas);
+}
 
+PoseUpdate gauss_newton_step(PoseLevelArrays& arrays, Projection const& level, PoseUpdate const& x,
+                             blasHandle_t blas) {
+  const NormalEquations e = photometric_equations(arrays, pose_delta(level, x), blas);
+  return solve_normal_equations(e.H, e.g);
+}
+
+NormalEquations normal_equations(ketra::Array<float, 3> const& system, int channels, PoseLevelArrays& arrays,
+                                 blasHandle_t blas) {
   // The packed planes are a K x 6 column-major matrix J (one column per parameter) after the
   // K residuals r; rejected pixels are zero rows.
-  const int K = static_cast<int>(arrays.system.extents.x * arrays.system.extents.y * 3);
-  const float* r = arrays.system.data;
-  const float* J = jacobian.data;
+  const int K = static_cast<int>(system.extents.x * system.extents.y * static_cast<unsigned int>(channels));
+  const float* r = system.data;
+  const float* J = system.data + K;
   const float one = 1.0f, minus_one = -1.0f, zero = 0.0f;
   ketra::set(arrays.normal_matrix, 0.0f);
   check_status(cublas.cublasSgemm_v2(blas, BLAS_OP_T, BLAS_OP_N, 6, 6, K, &one, J, K, J, K, &zero,
@@ -55,12 +63,10 @@ PoseUpdate gauss_newton_step(PoseLevelArrays& arrays, Projection const& level, P
                "cublasSgemm_v2");
   check_status(cublas.cublasSgemv_v2(blas, BLAS_OP_T, K, 6, &minus_one, J, K, r, 1, &zero, arrays.gradient.data, 1),
                "cublasSgemv_v2");
-
-  std::array<float, 36> H;
-  std::array<float, 6> g;
-  download(H, arrays.normal_matrix);
-  download(g, arrays.gradient);
-  return solve_normal_equations(H, g);
+  NormalEquations e;
+  download(e.H, arrays.normal_matrix);
+  download(e.g, arrays.gradient);
+  return e;
 }
 
 PoseUpdate solve_normal_equations(std::array<float, 36> const& H, std::array<float, 6> const& g) {

@@ -76,6 +76,17 @@ void computeGradientPsi(ketra::Array<float, 3>& out, ketra::Array<float, 3> cons
   _CHECK_CUDA_ERROR(__FILE__, __LINE__);
 }
 
+void computeDepthResidual(ketra::Array<float, 3>& out, ketra::Array<float, 2> const& depth,
+                          ketra::Array<float, 3> const& normal_sum, MeasuredDepth const& measured,
+                          Projection const& delta, float inv_fx, float inv_fy, float cx, float cy, float threshold,
+                          float weight) {
+  check_covers("computeDepthResidual", "out", out, depth.extents, 7);
+  check_covers("computeDepthResidual", "normal_sum", normal_sum, depth.extents, 3);
+  depth_residual_kernel(render_launch::pixel_shape(out.extents.x, out.extents.y), out, depth, normal_sum, measured,
+                        delta, inv_fx, inv_fy, cx, cy, threshold, weight);
+  _CHECK_CUDA_ERROR(__FILE__, __LINE__);
+}
+
 unsigned int setNANtoZero(ketra::Array<float, 3>& system, ketra::Array<uchar4, 2> validity,
                           ketra::Array<float, 2>& depth) {
   check_covers("setNANtoZero", "depth", depth, pixels_of(system));

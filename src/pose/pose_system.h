@@ -2,6 +2,7 @@
 
 #include "device/vector_types.h"
 #include "ketra/array.h"
+#include "src/pose/camera_estimation_kernels.h"
 #include "src/render/projection.h"
 
 // The per-pixel rows of the pose alignment's linear system, on device arrays of the level's
@@ -25,6 +26,13 @@ void computeDifferenceImage(ketra::Array<float, 3>& out, ketra::Array<uchar4, 2>
 void computeGradientPsi(ketra::Array<float, 3>& out, ketra::Array<float, 3> const& gradients,
                         ketra::Array<float, 2> const& depth, Projection const& delta, float inv_fx, float inv_fy,
                         float cx, float cy);
+
+// The depth term of the model alignment into the 7 planes of out (residual, then one derivative
+// per parameter): see depth_residual_kernel. normal_sum holds the rendered camera-frame normals.
+void computeDepthResidual(ketra::Array<float, 3>& out, ketra::Array<float, 2> const& depth,
+                          ketra::Array<float, 3> const& normal_sum, MeasuredDepth const& measured,
+                          Projection const& delta, float inv_fx, float inv_fy, float cx, float cy, float threshold,
+                          float weight);
 
 // Zeroes all planes of every pixel with a non-finite value in plane 0, 3, 6, ... and returns how
 // many pixels that were. When validity has data it receives the colour of each pixel: green

@@ -177,6 +177,23 @@ HOST_DEVICE void visibility_pass(device::Index const& idx, RenderBuffer const& r
   });
 }
 
+HOST_DEVICE void blended_attribute_pass(device::Index const& idx, RenderBuffer const& rb,
+                                        ketra::Array<float, 2> const& depth_sum, Projection const& proj,
+                                        Points const& points, float tolerance_scale, int block_offset) {
+  const int i = point_index(idx, block_offset, points);
+  if (i < 0) return;
+  const PointSample s = load_point(points, proj, i);
+  const uchar4 c = element(points.colors, i);
+  const float tolerance = s.r0 * tolerance_scale;
+  splat_disk<Cull::Axis>(proj, s.pc, s.nc, s.r0, [&](int tx, int ty, float z, float rho2) {
+    if (z - tolerance >= element(rb.depth, tx, ty)) return false;
+    const float w = splat_weight(rho2);
+    add_attributes(rb, tx, ty, c, s.nc, w);
+    device::atomicAdd(&element(depth_sum, tx, ty), z * w);
+    return false;
+  });
+}
+
 // The attribute pass (colour, camera-frame normal and weight) or, with `world_normals`, the normal
 // pass (world normal alone): weighted sums where the disk lies less than its radius behind rb.depth.
 template <bool world_normals>
@@ -255,6 +272,15 @@ HOST_DEVICE void shading_pass_normal(device::Index const& idx, RenderBuffer cons
   // Blue carries the square of x: a fixed part of this encoding.
   element(rb.image, x, y) = make_uchar4(low_byte(127.5f - 127.5f * m.z), low_byte(127.5f + 127.5f * m.y),
                                         low_byte(127.5f + 127.5f * m.x * m.x), 255);
+}
+
+HOST_DEVICE void blended_depth_pass(device::Index const& idx, RenderBuffer const& rb,
+                                    ketra::Array<float, 2> const& depth_sum) {
+  int x, y;
+  if (!pixel_of(idx, rb.depth.extents, x, y)) return;
+  const float w = element(rb.weight_sum, x, y);
+  if (w == 0.0f) return;
+  element(rb.depth, x, y) = element(depth_sum, x, y) / w;
 }
 
 // Source pixel (x, y) with depth d seen from the target: the back-projected point and the
@@ -375,6 +401,17 @@ void min_camdistance_pass_kernel(LaunchShape shape, ketra::Array<float, 2> min_d
   device::launch(shape.grid, shape.block, [=](device::Index const& idx) {
     min_camdistance_pass(idx, min_distance, values, rb, proj, points, radius_scale, block_offset);
   });
+}
+
+void blended_attribute_pass_kernel(LaunchShape shape, RenderBuffer rb, ketra::Array<float, 2> depth_sum,
+                                   Projection proj, Points points, float tolerance_scale, int block_offset) {
+  device::launch(shape.grid, shape.block, [=](device::Index const& idx) {
+    blended_attribute_pass(idx, rb, depth_sum, proj, points, tolerance_scale, block_offset);
+  });
+}
+
+void blended_depth_pass_kernel(LaunchShape shape, RenderBuffer rb, ketra::Array<float, 2> depth_sum) {
+  device::launch(shape.grid, shape.block, [=](device::Index const& idx) { blended_depth_pass(idx, rb, depth_sum); });
 }
 
 void shading_pass_kernel(LaunchShape shape, RenderBuffer rb) {

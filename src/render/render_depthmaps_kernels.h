@@ -47,11 +47,20 @@ void min_camdistance_pass_kernel(LaunchShape shape, ketra::Array<float, 2> min_d
                                  ketra::Array<float, 1> values, RenderBuffer rb, Projection proj, Points points,
                                  float radius_scale, int block_offset);
 
+// The attribute pass of the blended rendering: as attribute_pass_kernel, but it takes every disk
+// less than tolerance_scale times its radius behind rb.depth, and adds the weighted ray depth of
+// each hit to depth_sum as well.
+void blended_attribute_pass_kernel(LaunchShape shape, RenderBuffer rb, ketra::Array<float, 2> depth_sum,
+                                   Projection proj, Points points, float tolerance_scale, int block_offset);
+
 // Pixel passes over rb.depth's extents; pixels with zero weight keep their clear colour.
 // Colour sums over the weight into rb.image.
 void shading_pass_kernel(LaunchShape shape, RenderBuffer rb);
 // The direction of rb.normal_sum encoded as a colour, for visual debugging.
 void shading_pass_normal_kernel(LaunchShape shape, RenderBuffer rb);
+// rb.depth becomes depth_sum over the weight: the weighted mean depth of the disks a blended
+// attribute pass took.
+void blended_depth_pass_kernel(LaunchShape shape, RenderBuffer rb, ketra::Array<float, 2> depth_sum);
 
 // Depth-map passes: one element per pixel of the source depth, a disk facing the source camera
 // of 0.6 * sqrt(2) pixel sizes (times spacing) at that depth. inv_fx, inv_fy, cx, cy are the

@@ -38,9 +38,9 @@ TEST(StageOptions, RadiiOfEachStage) {
   const StageOptions stages = make_stage_options(first_view(500.0f, 640, 480));
   const float s = superpixel_radius(640, 480, 5000);
   const RunRadii& r = stages.radii;
-  EXPECT_EQ(std::vector<float>({r.superpixel_filter, r.superpixel, r.pixel_filter, r.pixel, r.refine}),
+  EXPECT_EQ(std::vector<float>({r.superpixel_filter, r.superpixel, r.pixel_filter, r.pixel}),
             std::vector<float>({(s * 9.0f) * 2.75f / 500.0f, s * 2.75f / 500.0f, (5.0f * 2.75f) / 500.0f,
-                                2.75f / 500.0f, (4.0f * 2.75f) / 500.0f}));
+                                2.75f / 500.0f}));
   EXPECT_EQ(stages.superpixel_support.radius, r.superpixel);
   EXPECT_EQ(stages.pixel_filter.radius, r.pixel_filter);
 }

@@ -157,3 +157,94 @@ TEST_F(PoseSystem, JacobianMatchesDifferencesOfTheResidual) {
     EXPECT_LT(std::sqrt(error / norm), 0.1) << "parameter " << k;
   }
 }
+
+namespace {
+
+// A plane n . p = h in the camera frame of level_projection(W, H), as depth per array pixel.
+std::vector<float> plane_depth(int W, int H, float3 n, float h) {
+  const Projection level = level_projection(W, H);
+  std::vector<float> depth(W * H);
+  for (int y = 0; y < H; ++y)
+    for (int x = 0; x < W; ++x) {
+      const float a = (static_cast<float>(W - 1 - x) - level.cx) / level.fx;
+      const float b = (static_cast<float>(H - 1 - y) - level.cy) / level.fy;
+      depth[y * W + x] = h / (n.x * a + n.y * b + n.z);
+    }
+  return depth;
+}
+
+}  // namespace
+
+// The depth rows of a model plane against a measured plane: the distance between the planes in
+// footprints, derivatives that agree with differences of the residual where the planes meet, and
+// rows dropped where the measurement is missing or the distance exceeds the threshold.
+TEST_F(PoseSystem, DepthRowsMeasureTheModelAgainstTheMeasuredDepth) {
+  const int W = 40, H = 30;
+  const Projection level = level_projection(W, H);
+  const float3 n = make_float3(0.2f, -0.1f, -0.97467943f);  // unit, facing the camera
+  const float h = -2.0f;
+  ketra::Array<float, 2> model = device_array<2>(make_uint4(W, H, 1, 1), plane_depth(W, H, n, h));
+  std::vector<float> normals(W * H * 3);
+  for (int i = 0; i < W * H; ++i) normals[i] = 3 * n.x, normals[W * H + i] = 3 * n.y, normals[2 * W * H + i] = 3 * n.z;
+  ketra::Array<float, 3> normal_sum = device_array<3>(make_uint4(W, H, 3, 1), normals);
+  ketra::Array<float, 3> rows = device_array<3>(make_uint4(W, H, 7, 1));
+  auto measured = [&](std::vector<float> const& depth) {
+    return MeasuredDepth{device_array<2>(make_uint4(W, H, 1, 1), depth), level.fx, level.fy, level.cx, level.cy};
+  };
+  auto rows_at = [&](MeasuredDepth const& m, PoseUpdate const& x, float threshold, float weight) {
+    computeDepthResidual(rows, model, normal_sum, m, pose_delta(level, x), 1.0f / level.fx, 1.0f / level.fy, level.cx,
+                         level.cy, threshold, weight);
+    return download(rows);
+  };
+
+  // Measured 1 cm nearer along the normal: weight times 0.01 over the footprint depth / fx.
+  const std::vector<float> nearer_depth = plane_depth(W, H, n, h + 0.01f);
+  const std::vector<float> shifted = rows_at(measured(nearer_depth), {}, 10.0f, 0.5f);
+  for (int y = 2; y < H - 2; ++y)
+    for (int x = 2; x < W - 2; ++x)
+      ASSERT_NEAR(shifted[y * W + x], -0.5f * 0.01f * level.fx / nearer_depth[y * W + x], 0.002f) << x << ", " << y;
+
+  // Where the planes meet, the derivatives are those of the residual.
+  const MeasuredDepth same = measured(plane_depth(W, H, n, h));
+  const std::vector<float> J = rows_at(same, {}, 10.0f, 1.0f);
+  for (int k = 0; k < 6; ++k) {
+    const float eps = k < 3 ? 0.002f : 0.004f;
+    PoseUpdate plus{}, minus{};
+    plus[k] = eps;
+    minus[k] = -eps;
+    const std::vector<float> rp = rows_at(same, plus, 10.0f, 1.0f), rm = rows_at(same, minus, 10.0f, 1.0f);
+    double error = 0, norm = 0;
+    for (int y = 3; y < H - 3; ++y)
+      for (int x = 3; x < W - 3; ++x) {
+        const int i = y * W + x;
+        const double numeric = (rp[i] - rm[i]) / (2.0 * eps), analytic = J[(1 + k) * W * H + i];
+        error += (numeric - analytic) * (numeric - analytic);
+        norm += analytic * analytic;
+      }
+    EXPECT_LT(std::sqrt(error / norm), 0.05) << "parameter " << k;
+  }
+
+  // A missing measurement drops the pixels whose reads touch it.
+  std::vector<float> holed = plane_depth(W, H, n, h);
+  holed[10 * W + 10] = 0.0f;
+  rows_at(measured(holed), {}, 10.0f, 1.0f);
+  ketra::Array<float, 2> model_depth = model;
+  EXPECT_GE(setNANtoZero(rows, ketra::Array<uchar4, 2>{}, model_depth), 1u);
+  EXPECT_EQ(download(rows)[10 * W + 10], 0.0f);
+
+  // Facing planes 0.1 footprint apart: kept under a threshold of 0.2 footprints, dropped under 0.05.
+  const float3 facing = make_float3(0.0f, 0.0f, -1.0f);
+  ketra::set(model, 2.0f);
+  ketra::set(normal_sum, 0.0f);
+  ketra::Array<float, 4> z_block =
+      ketra::block(ketra::internal::as4D(normal_sum), ketra::Range(), ketra::Range(), ketra::Range(2, 2));
+  ketra::Array<float, 3> z_plane = ketra::internal::decreaseArrayDimension<float, 4, 3>(z_block);
+  ketra::set(z_plane, facing.z);
+  const MeasuredDepth apart = measured(plane_depth(W, H, facing, -2.01f));
+  for (float threshold : {0.2f, 0.05f}) {
+    const std::vector<float> r = rows_at(apart, {}, threshold, 1.0f);
+    for (int y = 1; y < H - 1; ++y)
+      for (int x = 1; x < W - 1; ++x)
+        ASSERT_EQ(std::isnan(r[y * W + x]), threshold < 0.1f) << x << ", " << y << ", threshold " << threshold;
+  }
+}

@@ -7,6 +7,7 @@
 #include <cstdlib>
 
 #include "src/render/render_points.h"
+#include "src/render/render_points_blended.h"
 #include "tests/render/render_test_support.h"
 
 namespace {
@@ -93,4 +94,29 @@ TEST_F(RenderPointsTest, ThreadCountChangesOnlyTheLastBitsOfTheSums) {
     ASSERT_TRUE(std::abs(a.x - b.x) <= 1 && std::abs(a.y - b.y) <= 1 && std::abs(a.z - b.z) <= 1 &&
                 std::abs(a.w - b.w) <= 1);
   }
+}
+
+// Three disks on one ray, 1.5 and 5 radii apart: the plain rendering shows the nearest one alone,
+// the blended one the mean depth and colour of the two within three radii, and not the third.
+TEST_F(RenderPointsTest, BlendedRenderingTakesTheMeanOfTheDisksWithinItsTolerance) {
+  const Camera camera = pinhole(41, 31, 40.0f);
+  const float3 toward = make_float3(0.0f, 0.6f, -0.8f);  // faces the camera, no tie in the frame choice
+  const Points layer = points(disks({{make_float3(0, 0, 2.0f), toward, 0.1f, make_uchar4(100, 60, 20, 255)},
+                                     {make_float3(0, 0, 2.15f), toward, 0.1f, make_uchar4(200, 160, 120, 255)},
+                                     {make_float3(0, 0, 2.5f), toward, 0.1f, make_uchar4(0, 0, 0, 255)}}));
+  const int centre = pixel_of(camera, make_float3(0, 0, 2.0f));
+  RenderBuffer rb = buffer(camera.width, camera.height);
+  render_points(rb, layer, camera, 0.02f, 0.0f, empty_depth, 1.0f);
+  EXPECT_EQ(download(rb.depth)[centre], 2.0f);
+  EXPECT_EQ(download(rb.image)[centre].x, 100);
+
+  ketra::Array<float, 2> depth_sum = array<float>(camera.width, camera.height);
+  render_points_blended(rb, depth_sum, projection_from_camera(camera, camera.width, camera.height, 0.0f, empty_depth),
+                        layer, 3.0f);
+  EXPECT_NEAR(download(rb.depth)[centre], 2.075f, 1e-5f);
+  const uchar4 c = download(rb.image)[centre];
+  EXPECT_TRUE(std::abs(c.x - 150) <= 1 && std::abs(c.y - 110) <= 1 && std::abs(c.z - 70) <= 1)
+      << int(c.x) << " " << int(c.y) << " " << int(c.z);
+  // Where no disk reached, the depth stays empty.
+  EXPECT_EQ(download(rb.depth)[0], empty_depth);
 }

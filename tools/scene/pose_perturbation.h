@@ -22,4 +22,11 @@ struct PosePerturbation {
 SceneCamera perturb_pose(const SceneCamera& camera, const Scene& scene, const PosePerturbation& perturbation,
                          uint64_t seed, int view);
 
+// The camera carried along with the whole rig: the world is turned by `degrees` about an axis
+// through the scene's look-at point and shifted by `footprints` times `footprint`, both directions
+// drawn from the seed alone, so that every camera takes the same motion and the cameras stay true to
+// each other. R becomes R Q^T, the centre moves with the world.
+SceneCamera move_with_rig(const SceneCamera& camera, const Scene& scene, const PosePerturbation& rig,
+                          double footprint, uint64_t seed);
+
 }  // namespace scene

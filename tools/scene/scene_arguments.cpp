@@ -39,6 +39,11 @@ std::string scene_usage() {
          "                 write each view's pose turned by A degrees and its centre moved by T pixel\n"
          "                 footprints, in directions drawn from the seed and the view; images and\n"
          "                 depth maps stay those of the true poses, which go to true_view_NN.txt\n"
+         "                 (also for 0,0)\n"
+         "  --rig-error A,T\n"
+         "                 move all written poses alike, as one rig: the world turned by A degrees\n"
+         "                 about an axis through the scene's centre and shifted by T pixel footprints\n"
+         "                 (after --pose-error); the cameras stay as true to each other as they were\n"
          "  --appearance A standard, photograph (texture at several scales with weak patches, a dark\n"
          "                 background, gain, offset, sensor noise and blur differing per view) or\n"
          "                 checks-stripes (8 cm flat checks and smooth stripes); the depth maps are\n"
@@ -66,6 +71,13 @@ SceneOptions parse_scene_arguments(const std::vector<std::string>& args) {
         [&](const cli::OptionValue& v) {
           if (!parse_perturbation(v.text, o.perturbation))
             v.refuse("DEGREES,FOOTPRINTS with 0 to 45 degrees and 0 to 1000 footprints");
+          o.write_true_poses = true;
+        }},
+       {"--rig-error", "",
+        [&](const cli::OptionValue& v) {
+          if (!parse_perturbation(v.text, o.rig_error))
+            v.refuse("DEGREES,FOOTPRINTS with 0 to 45 degrees and 0 to 1000 footprints");
+          o.write_true_poses = true;
         }},
        {"--layout", "", [&](const cli::OptionValue& v) {
           if (!parse_layout(v.text, o.layout)) v.refuse("colmap-text, colmap-bin, tum or log");

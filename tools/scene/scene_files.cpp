@@ -101,6 +101,11 @@ SceneSummary write_scene(const Scene& scene, const SceneOptions& options) {
   if (options.perturbation.active())
     for (int i = 0; i < options.views; ++i)
       written[i] = perturb_pose(cameras[i], scene, options.perturbation, options.seed, i);
+  if (options.rig_error.active()) {
+    const double footprint = camera_depth(cameras[0], scene.look_at) / cameras[0].fx;
+    for (SceneCamera& camera : written) camera = move_with_rig(camera, scene, options.rig_error, footprint, options.seed);
+  }
+  const bool moved = options.perturbation.active() || options.rig_error.active() || options.write_true_poses;
   summary.views = options.views;
   summary.width = options.width;
   summary.height = options.height;
@@ -116,7 +121,7 @@ SceneSummary write_scene(const Scene& scene, const SceneOptions& options) {
     write_colour_png(image, view);
     write_depth_png(depth, view.width, view.height, view.depth_mm);
     write_view_file(summary.out_dir + "/" + view_file_name(i), make_view_file(written[i], image, depth));
-    if (options.perturbation.active())
+    if (moved)
       write_view_file(summary.out_dir + "/" + true_view_file_name(i), make_view_file(cameras[i], image, depth));
     write_layout_view(options.layout, summary.out_dir, i, view);
     for (double d : view.depth)
@@ -151,6 +156,9 @@ std::string format_summary(const SceneSummary& s, const SceneOptions& o) {
   if (o.perturbation.active())
     out << "  pose error: " << o.perturbation.degrees << " degrees, " << o.perturbation.footprints
         << " pixel footprints (true poses in true_view_NN.txt)\n";
+  if (o.rig_error.active())
+    out << "  rig error: " << o.rig_error.degrees << " degrees, " << o.rig_error.footprints
+        << " pixel footprints for all views alike (true poses in true_view_NN.txt)\n";
   if (o.appearance != Appearance::standard) out << "  appearance: " << appearance_name(o.appearance) << "\n";
   if (o.outliers > 0) out << "  outliers: " << s.outlier_pixels << " pixels with a wrong depth (outliers.ply)\n";
   return out.str();

@@ -26,6 +26,12 @@ struct SceneOptions {
   // Moves the poses written into the view files (and layouts) away from the rendered ones; the
   // true poses then go to true_view_NN.txt.
   PosePerturbation perturbation;
+  // Moves all written poses by one rigid motion of the world (after the perturbation): a rig that
+  // stands elsewhere as a whole, its cameras as true to each other as the perturbation left them.
+  PosePerturbation rig_error;
+  // Writes the true poses to true_view_NN.txt even when no pose error moved them (--pose-error 0,0):
+  // a test bed for alignment that must leave exact poses as they are.
+  bool write_true_poses = false;
   double outliers = 0.0;  // share of each view's surface pixels given a wrong depth (see plant_outliers)
   Appearance appearance = Appearance::standard;  // how the colour images look
 };
