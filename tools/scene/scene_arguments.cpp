@@ -48,6 +48,9 @@ std::string scene_usage() {
          "                 write each view's pose turned by A degrees and its centre moved by T pixel\n"
          "                 footprints, in directions drawn from the seed and the view; images and\n"
          "                 depth maps stay those of the true poses, which go to true_view_NN.txt\n"
+         "  --arrangement A\n"
+         "                 ring (cameras round the sample scene) or street (a long street of objects\n"
+         "                 with cameras along it, each seeing a few metres; for scale) (default ring)\n"
          "  --help         print this text\n"
          "\n"
          "Files: view_NN.txt, image_NN.png (8-bit RGB), depth_NN.png (16-bit, thousandths of the\n"
@@ -77,7 +80,7 @@ ParsedArguments parse_scene_arguments(const std::vector<std::string>& args) {
     }
     if (name != "--out" && name != "--views" && name != "--width" && name != "--height" && name != "--noise" &&
         name != "--seed" && name != "--layout" && name != "--outliers" &&
-        name != "--pose-error")
+        name != "--pose-error" && name != "--arrangement")
       return fail("unknown option " + quoted(args[i]));
     if (!inline_value) {
       if (i + 1 >= args.size()) return fail("option " + name + " needs a value");
@@ -105,6 +108,8 @@ ParsedArguments parse_scene_arguments(const std::vector<std::string>& args) {
       if (!parse_perturbation(value, o.perturbation))
         return fail("--pose-error needs DEGREES,FOOTPRINTS with 0 to 45 degrees and 0 to 1000 footprints, got " +
                     quoted(value));
+    } else if (name == "--arrangement") {
+      if (!parse_arrangement(value, o.arrangement)) return fail("--arrangement needs ring or street, got " + quoted(value));
     } else if (name == "--layout") {
       if (!parse_layout(value, o.layout))
         return fail("--layout needs colmap-text, colmap-bin, tum or log, got " + quoted(value));

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <limits>
 #include <string>
 #include <vector>
 
@@ -8,6 +9,7 @@
 #include "tools/scene/scene.h"
 #include "tools/scene/scene_camera.h"
 #include "tools/scene/scene_layouts.h"
+#include "tools/scene/street.h"
 
 namespace scene {
 
@@ -26,6 +28,7 @@ struct SceneOptions {
   // true poses then go to true_view_NN.txt.
   PosePerturbation perturbation;
   double outliers = 0.0;  // share of each view's surface pixels given a wrong depth (see plant_outliers)
+  Arrangement arrangement = Arrangement::ring;  // cameras on a ring round the sample scene, or along a street
 };
 
 struct SurfaceSample {
@@ -44,6 +47,10 @@ struct SceneSummary {
 
 CameraRing camera_ring(const SceneOptions& options);
 
+// The scene and the cameras the options ask for: the sample scene seen from a ring, or the street.
+Scene make_scene(const SceneOptions& options);
+std::vector<SceneCamera> make_scene_cameras(const Scene& scene, const SceneOptions& options);
+
 // Writes text to a file; throws std::runtime_error naming the path when that fails.
 void write_text(const std::string& path, const std::string& text);
 
@@ -54,8 +61,10 @@ std::string depth_file_name(int view);
 std::string true_view_file_name(int view);  // "true_view_00.txt"
 
 // Exact ray hits through every stride-th pixel in x and y of every camera, views in order.
+// Depths beyond max_depth are not seen (the street's sensor range).
 std::vector<SurfaceSample> ground_truth_samples(const Scene& scene, const std::vector<SceneCamera>& cameras,
-                                                int stride);
+                                                int stride,
+                                                double max_depth = std::numeric_limits<double>::infinity());
 
 // Binary little-endian PLY with float x y z nx ny nz per vertex.
 void write_ground_truth_ply(const std::string& path, const std::vector<SurfaceSample>& samples);
