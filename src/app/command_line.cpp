@@ -14,6 +14,7 @@
 #include "src/app/support_rule.h"
 #include "src/core/settings.h"
 #include "src/io/output_directory.h"
+#include "src/tiles/memory_size.h"
 
 using option::Arg::None;
 using namespace option_index;
@@ -66,6 +67,9 @@ const option::Descriptor usage[] = {
     {BACKFACE_TEST, 0, "", "backface-test", None,
      "      --backface-test \tRemove points that show their back to a view, before each support filter of the "
      "fine model, and write the model before and after the second removal."},
+    {MAX_MEMORY, 0, "", "max-memory", MyArg::MemorySize,
+     "      --max-memory \tFuse in tiles of space, one after another, so that the run needs at most this much "
+     "memory (bytes, or with K, M or G, such as 8G); the model is the same up to the tiles' seams."},
     {0, 0, nullptr, nullptr, nullptr, nullptr},
 };
 
@@ -117,6 +121,13 @@ std::optional<int> set_up_run(int argc, char* argv[], std::vector<std::string>& 
 
   // A missing required option ends the run with status 0 on purpose.
   if (MyArg::testForMissingOptions(required_options, options.data(), usage, false)) return 0;
+  if (options[MAX_MEMORY])
+    for (unsigned whole_model : {PREVIEW, VISIBLE_SUPPORT, IMPROVE_CAMERAS, BACKFACE_TEST})
+      if (options[whole_model]) {
+        std::cerr << "--max-memory cannot be combined with --" << usage[whole_model].longopt
+                  << ": that stage renders the whole model into every view\n";
+        return 1;
+      }
 
   // Made without a shell, so the name is taken as it stands; a directory that cannot hold the
   // models ends the run here rather than after the work.
@@ -135,6 +146,7 @@ std::optional<int> set_up_run(int argc, char* argv[], std::vector<std::string>& 
     if (options[index]) *float_settings[index - DEPTH_AVG] = static_cast<float>(stringTo<double>(options[index].arg));
   if (options[SUPERPIXELS]) superpixel_count = stringTo<int>(options[SUPERPIXELS].arg);
   write_preview = static_cast<bool>(options[PREVIEW]);
+  if (options[MAX_MEMORY]) max_memory = *parse_memory_size(options[MAX_MEMORY].arg);
   if (options[VISIBLE_SUPPORT]) support_rule.share = static_cast<float>(stringTo<double>(options[VISIBLE_SUPPORT].arg));
   if (options[VISIBLE_FLOOR]) support_rule.floor = static_cast<float>(stringTo<double>(options[VISIBLE_FLOOR].arg));
   if (options[PLY_COLORS])

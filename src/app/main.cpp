@@ -18,6 +18,7 @@
 #include "src/app/refined_views.h"
 #include "src/app/run_summary.h"
 #include "src/app/support_rule.h"
+#include "src/app/tiled_run.h"
 #include "src/seed/create_particles_from_superpixels.h"
 #include "src/seed/create_superpixels.h"
 #include "src/filter/density.h"
@@ -64,6 +65,7 @@ int main(int argc, char* argv[]) {
   report_internal_errors();
   std::vector<std::string> view_files;
   if (std::optional<int> status = set_up_run(argc, argv, view_files)) return *status;
+  if (max_memory > 0) return run_in_tiles(view_files, start);
   const std::string views_directory = output_directory + "/views";
   if (improve_cameras)
     if (const std::string problem = prepare_refined_views(views_directory, view_files); !problem.empty())

@@ -7,6 +7,7 @@
 #include <iostream>
 
 #include "src/app/string_to.h"
+#include "src/tiles/memory_size.h"
 
 namespace MyArg {
 
@@ -96,6 +97,13 @@ option::ArgStatus PlyColors(const option::Option& option, bool msg) {
   if (!has_text(option)) return require_text(option, msg);
   if (std::strcmp(option.arg, "diffuse") == 0 || std::strcmp(option.arg, "standard") == 0) return option::ARG_OK;
   if (msg) printError("Option '", option, "' requires diffuse or standard\n");
+  return option::ARG_ILLEGAL;
+}
+
+option::ArgStatus MemorySize(const option::Option& option, bool msg) {
+  if (!has_text(option)) return require_text(option, msg);
+  if (parse_memory_size(option.arg)) return option::ARG_OK;
+  if (msg) printError("Option '", option, "' requires a size in bytes, with K, M or G (such as 8G)\n");
   return option::ARG_ILLEGAL;
 }
 

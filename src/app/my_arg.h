@@ -25,6 +25,8 @@ option::ArgStatus PositiveInteger(const option::Option& option, bool msg);
 option::ArgStatus Share(const option::Option& option, bool msg);
 // The colour property names of the model files: "diffuse" or "standard".
 option::ArgStatus PlyColors(const option::Option& option, bool msg);
+// A memory size: a whole number of bytes, or with K, M or G.
+option::ArgStatus MemorySize(const option::Option& option, bool msg);
 
 // required: zero-terminated list of indices. Returns true when one of them was not given; unless
 // quiet, lists the missing ones on standard error under a header.

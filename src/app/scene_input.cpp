@@ -181,11 +181,3 @@ void read_views(const std::vector<std::string>& files, std::vector<Camera>& came
     std::cout << "average depth = " << static_cast<double>(average_depth) << std::endl;
   }
 }
-
-float superpixel_radius(int width, int height, int count) {
-  const int area = width * height;
-  const float per_superpixel = static_cast<float>(area) / static_cast<float>(count);
-  return static_cast<float>(std::sqrt(static_cast<double>(per_superpixel) / 3.141592653589793));
-}
-
-float pixel_radius(float k, float avg_depth, float fx) { return k * avg_depth / fx; }

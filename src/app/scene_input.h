@@ -6,6 +6,7 @@
 
 #include "image/CMatrix.h"
 #include "src/core/camera.h"
+#include "src/core/radii.h"
 
 // A view file, its colour image or its depth map cannot be used. The text, "view file "NAME": "
 // and the cause, is the one line the program reports.
@@ -30,10 +31,3 @@ void read_views(const std::vector<std::string>& files, std::vector<Camera>& came
 // readers' texts are kept as the cause. depth_path, when given, receives the depth map's path.
 void read_view(const std::string& file, int index, Camera& camera, CMatrix<float>& depthmap,
                std::string* depth_path = nullptr);
-
-// Radius in pixels of a disc with the area of one of `count` superpixels of a width x height
-// image.
-float superpixel_radius(int width, int height, int count);
-
-// World size of k pixels at the average depth of a camera with focal length fx.
-float pixel_radius(float k, float avg_depth, float fx);

@@ -1,0 +1,11 @@
+#include "src/core/radii.h"
+
+#include <cmath>
+
+float superpixel_radius(int width, int height, int count) {
+  const int area = width * height;
+  const float per_superpixel = static_cast<float>(area) / static_cast<float>(count);
+  return static_cast<float>(std::sqrt(static_cast<double>(per_superpixel) / 3.141592653589793));
+}
+
+float pixel_radius(float k, float avg_depth, float fx) { return k * avg_depth / fx; }

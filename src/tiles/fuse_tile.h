@@ -1,0 +1,21 @@
+#pragma once
+
+#include <vector>
+
+#include "device/vector_types.h"
+#include "src/core/particle.h"
+#include "src/tiles/scaffold.h"
+#include "src/tiles/tile_plan.h"
+#include "src/tiles/view_source.h"
+
+// The fine model of one tile, as the whole run would have it there: every view the tile lists is
+// read in turn and its fine particles are made on the scaffold; those that start in the halo box
+// are kept, filtered with the run's fine-level settings between two support filters, and of the
+// result only the points whose final position lies in the core are returned. With a single tile
+// whose boxes are all of space this is the untiled fine level, particle for particle.
+struct TileModel {
+  std::vector<Particle> particles;
+  std::vector<float> offsets;
+  std::vector<float3> normals;
+};
+TileModel fuse_tile(const Tile& tile, const Scaffold& scaffold, const ViewSource& read);
