@@ -36,15 +36,22 @@ int main(int argc, char** argv) {
   std::vector<double> distances;
   const bool depth_maps = argc == 4 && std::string(argv[2]) == "--depth-maps";
   const bool with_distances = argc == 5 && std::string(argv[3]) == "--within";
-  if (!(argc == 3 || depth_maps || with_distances) ||
+  const bool against = argc == 5 && std::string(argv[3]) == "--against";
+  if (!(argc == 3 || depth_maps || with_distances || against) ||
       (with_distances && !parse_millimetres(argv[4], distances))) {
     std::cerr << "usage: quillara-evaluate SCENE_DIR MODEL.ply [--within MM[,MM...]]\n"
                  "       quillara-evaluate SCENE_DIR --depth-maps DIR   (DIR holding view_NN.txt)\n"
-                 "  --within  also measure completeness and accuracy within these distances, in millimetres\n";
+                 "       quillara-evaluate SCENE_DIR MODEL.ply --against OTHER.ply\n"
+                 "  --within  also measure completeness and accuracy within these distances, in millimetres\n"
+                 "  --against the share of each model's points that have a point of the other within 0.1 and 1\n"
+                 "            pixel footprint (tiled against untiled runs, say)\n";
     return 1;
   }
   try {
-    if (depth_maps)
+    if (against)
+      std::cout << scene::format_agreement(
+          scene::measure_agreement(argv[1], scene::read_model_ply(argv[2]), scene::read_model_ply(argv[4])));
+    else if (depth_maps)
       std::cout << scene::format_depth_truth(scene::compare_with_truth(argv[1], argv[3]));
     else
       std::cout << scene::format_evaluation(scene::evaluate_model(argv[1], scene::read_model_ply(argv[2]), distances));
