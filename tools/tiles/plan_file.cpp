@@ -56,7 +56,7 @@ std::string format_plan(const PlanFile& p) {
   std::ostringstream o;
   o << "{\n  \"format\": \"quillara tile plan 1\",\n  \"arguments\": [";
   for (std::size_t i = 0; i < p.arguments.size(); ++i) o << (i ? ", " : "") << json_string(p.arguments[i]);
-  o << "],\n  \"max_memory\": " << p.budget << ",\n  \"tiles_asked\": " << p.min_tiles
+  o << "],\n  \"working_directory\": " << json_string(p.working_directory) << ",\n  \"max_memory\": " << p.budget << ",\n  \"tiles_asked\": " << p.min_tiles
     << ",\n  \"depth_range_max\": " << number(p.depth_range_max) << ",\n  \"halo\": " << number(p.halo)
     << ",\n  \"views\": [";
   for (std::size_t v = 0; v < p.views.size(); ++v) {
@@ -86,6 +86,7 @@ PlanFile parse_plan(const std::string& text) {
   if (j.at("format").string() != "quillara tile plan 1") throw std::runtime_error("not a plan of this version");
   PlanFile p;
   for (const Json& a : j.at("arguments").items) p.arguments.push_back(a.string());
+  p.working_directory = j.at("working_directory").string();
   p.budget = static_cast<std::uint64_t>(j.at("max_memory").whole());
   p.min_tiles = static_cast<int>(j.at("tiles_asked").whole());
   p.depth_range_max = static_cast<float>(j.at("depth_range_max").number());

@@ -23,7 +23,8 @@ struct PlannedView {
 };
 
 struct PlanFile {
-  std::vector<std::string> arguments;  // the quillara options and view files, as given
+  std::vector<std::string> arguments;  // the quillara options but the output directory, and the view files
+  std::string working_directory;       // where relative paths in them and in the view files start
   std::uint64_t budget = 0;            // --max-memory, 0 with --tiles
   int min_tiles = 0;                   // --tiles, 0 with --max-memory
   float depth_range_max = 0.0f;        // from all views' depths, which a tile job does not read

@@ -56,11 +56,14 @@ PlanFile read_plan(const std::string& dir) {
 
 // Sets the run-level settings from the options kept in the plan, through quillara's own parser.
 void restore_settings(const PlanFile& plan, const std::string& dir) {
+  std::error_code ec;
+  std::filesystem::current_path(plan.working_directory, ec);
+  if (ec) throw CommandError("cannot enter the plan's working directory " + in_quotes(plan.working_directory) + ": " + ec.message());
   for (const PlannedView& v : plan.views)
     if (const std::string change = view_change(v); !change.empty())
       throw CommandError("view file " + in_quotes(v.file) + ": " + change + " since " + in_quotes(plan_path(dir)) +
                          " was made; plan again");
-  std::vector<std::string> args = {"quillara-tiles"};
+  std::vector<std::string> args = {"quillara-tiles", "--out-dir", dir};
   args.insert(args.end(), plan.arguments.begin(), plan.arguments.end());
   std::vector<char*> argv;
   for (std::string& a : args) argv.push_back(a.data());
@@ -115,6 +118,20 @@ std::string slurm_script(const std::string& dir, const std::string& program, con
     s << (k % 8 == 0 ? "\n#  " : "") << " " << k << ": " << format_memory_size(plan.tile_bytes[k]);
   s << "\nexec " << shell_quoted(program) << " run " << shell_quoted(dir) << "\n";
   return s.str();
+}
+
+// The options without -o / --out-dir: tile jobs take the plan's directory, wherever it is mounted.
+std::vector<std::string> without_output_directory(const std::vector<std::string>& args) {
+  std::vector<std::string> kept;
+  for (std::size_t i = 0; i < args.size(); ++i) {
+    if (args[i] == "--") {
+      kept.insert(kept.end(), args.begin() + i, args.end());
+      break;
+    }
+    if (args[i] == "-o" || args[i] == "--out-dir") ++i;
+    else if (args[i].rfind("--out-dir=", 0) != 0 && !(args[i].rfind("-o", 0) == 0 && args[i].size() > 2)) kept.push_back(args[i]);
+  }
+  return kept;
 }
 
 int fail(const std::string& line) {
@@ -188,7 +205,8 @@ int plan_command(const std::vector<std::string>& args, const std::string& progra
     const std::string dir = std::filesystem::absolute(output_directory).lexically_normal().string();
 
     PlanFile plan;
-    plan.arguments = quillara_args;
+    plan.arguments = without_output_directory(quillara_args);
+    plan.working_directory = std::filesystem::current_path().string();
     for (const std::string& v : view_files) plan.views.push_back(stamp_view(v));
     Scaffold scaffold = read_scaffold(static_cast<int>(view_files.size()), view_source(plan.views));
     const Camera& first = scaffold.cameras[0];
