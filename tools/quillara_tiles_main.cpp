@@ -9,7 +9,8 @@
 namespace {
 
 const char* const kUsage =
-    "Usage: quillara-tiles plan -o DIR (--max-memory SIZE | --tiles N) [quillara options] -- VIEW...\n"
+    "Usage: quillara-tiles plan -o DIR (--max-memory SIZE | --tiles N) [--halo PIXELS] [quillara options]\n"
+    "                           -- VIEW...\n"
     "       quillara-tiles run DIR [K]\n"
     "       quillara-tiles merge DIR\n"
     "       quillara-tiles status DIR\n"
@@ -17,7 +18,8 @@ const char* const kUsage =
     "A quillara run cut into tiles of space, as independent jobs over shared files.\n"
     "  plan    makes the superpixel-level model, plans tiles whose particles fit SIZE (or N\n"
     "          tiles) and writes DIR/plan.json and DIR/slurm/array.sh, a Slurm job array with\n"
-    "          one task per tile\n"
+    "          one task per tile; --halo sets the margin each tile fuses beyond its core, in\n"
+    "          pixel footprints at the average depth (default 20)\n"
     "  run     fuses tile K (from 0; without K the one SLURM_ARRAY_TASK_ID names) into\n"
     "          DIR/tiles/tile_K.bin; a rerun replaces it\n"
     "  merge   writes DIR/model.ply and DIR/model_superpixel.ply once every tile is done\n"

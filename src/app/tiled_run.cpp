@@ -60,7 +60,8 @@ int run_in_tiles(const std::vector<std::string>& view_files, std::chrono::steady
                         model_color_names);
     const RunPlan plan = plan_run(scaffold, max_memory, 1);
     std::cout << "Fusing in " << plan.tiles.size() << " tiles of at most " << plan.tile_capacity
-              << " particles each, halo " << plan.halo << "\n";
+              << " particles each, halo " << plan.halo << ", neighbour stride " << plan.stride
+              << " (estimated average cell length " << plan.average_cell_length << ")\n";
 
     const TileFolder folder(output_directory);
     std::vector<std::string> results;
@@ -68,7 +69,7 @@ int run_in_tiles(const std::vector<std::string>& view_files, std::chrono::steady
       const Tile& tile = plan.tiles[k];
       std::cout << "Tile " << k + 1 << " of " << plan.tiles.size() << ": " << tile.views.size() << " views, about "
                 << tile.particles << " particles" << std::endl;
-      write_tile_result(folder.result(k), fuse_tile(tile, scaffold, read));
+      write_tile_result(folder.result(k), fuse_tile(tile, scaffold, read, plan.tiles.size() > 1 ? plan.stride : 0));
       results.push_back(folder.result(k));
     }
     merge_tile_results(results, output_directory + kModelName, model_color_names);

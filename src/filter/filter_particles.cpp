@@ -90,6 +90,13 @@ int neighbour_stride(float average_length, int cell_samples) {
 void filter_particles(std::vector<Particle>& particles, std::vector<float>& offsets, std::vector<float3>& normals,
                       float alpha, float beta, float radius, int exact_iterations, int gradient_iterations,
                       float timestep, int cell_samples, std::string label) {
+  filter_particles(particles, offsets, normals, alpha, beta, radius, exact_iterations, gradient_iterations, timestep,
+                   cell_samples, std::move(label), 0);
+}
+
+void filter_particles(std::vector<Particle>& particles, std::vector<float>& offsets, std::vector<float3>& normals,
+                      float alpha, float beta, float radius, int exact_iterations, int gradient_iterations,
+                      float timestep, int cell_samples, std::string label, int given_stride) {
   // The cell index needs at least one particle; an empty set has nothing to filter.
   if (particles.empty()) return;
   const long long n = static_cast<long long>(particles.size());
@@ -133,7 +140,7 @@ void filter_particles(std::vector<Particle>& particles, std::vector<float>& offs
   const HashMap first_cell_map = create_hash_map(index.cell_keys, index.cell_starts, 0.8f);
   index.cell_map = first_cell_map;
 
-  const int stride = neighbour_stride(average_length, cell_samples);
+  const int stride = given_stride > 0 ? given_stride : neighbour_stride(average_length, cell_samples);
 
   std::vector<float> density(n, 0.0f);
   std::vector<float> new_offsets(n, 0.0f);

@@ -16,6 +16,12 @@ void filter_particles(std::vector<Particle>& particles, std::vector<float>& offs
                       float alpha, float beta, float radius, int exact_iterations, int gradient_iterations,
                       float timestep, int cell_samples, std::string label);
 
+// The same with the neighbour stride given (at least 1) instead of taken from the set's cells:
+// tiles of one run must sample their neighbours alike.
+void filter_particles(std::vector<Particle>& particles, std::vector<float>& offsets, std::vector<float3>& normals,
+                      float alpha, float beta, float radius, int exact_iterations, int gradient_iterations,
+                      float timestep, int cell_samples, std::string label, int stride);
+
 // Neighbour stride of a run: about `cell_samples` particles of each neighbour cell are visited.
 // (int)(average_length / cell_samples) if that is above 1, else 1.
 int neighbour_stride(float average_length, int cell_samples);

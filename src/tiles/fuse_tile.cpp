@@ -38,7 +38,7 @@ void support_filter(TileModel& m, float radius) {
 
 }  // namespace
 
-TileModel fuse_tile(const Tile& tile, const Scaffold& scaffold, const ViewSource& read) {
+TileModel fuse_tile(const Tile& tile, const Scaffold& scaffold, const ViewSource& read, int stride) {
   TileModel m;
   // The plan's estimate, with room for its sampling error, spares the arrays their doublings.
   const std::size_t expected = tile.particles + tile.particles / 16;
@@ -67,7 +67,7 @@ TileModel fuse_tile(const Tile& tile, const Scaffold& scaffold, const ViewSource
   std::cout << " Filter particles,     radius = " << r5 << "\n";
   std::cout << "                   #particles = " << m.particles.size() << "\n";
   filter_particles(m.particles, m.offsets, m.normals, alpha, beta, r5, 2, 10, gradient_descent_timestep, 5,
-                   "particles");
+                   "particles", stride);
   support_filter(m, r1);
   keep_inside(m, tile.core);
   return m;

@@ -12,10 +12,11 @@
 // read in turn and its fine particles are made on the scaffold; those that start in the halo box
 // are kept, filtered with the run's fine-level settings between two support filters, and of the
 // result only the points whose final position lies in the core are returned. With a single tile
-// whose boxes are all of space this is the untiled fine level, particle for particle.
+// whose boxes are all of space and no stride given (0) this is the untiled fine level, particle
+// for particle; tiles of one run share the stride of its plan.
 struct TileModel {
   std::vector<Particle> particles;
   std::vector<float> offsets;
   std::vector<float3> normals;
 };
-TileModel fuse_tile(const Tile& tile, const Scaffold& scaffold, const ViewSource& read);
+TileModel fuse_tile(const Tile& tile, const Scaffold& scaffold, const ViewSource& read, int stride);

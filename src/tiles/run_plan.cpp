@@ -2,9 +2,11 @@
 
 #include <algorithm>
 #include <cmath>
+#include <unordered_set>
 
 #include "src/core/radii.h"
 #include "src/core/settings.h"
+#include "src/filter/filter_particles.h"
 #include "src/tiles/memory_size.h"
 
 namespace {
@@ -21,6 +23,18 @@ std::uint64_t view_bytes(const Scaffold& s) {
   std::uint64_t pixels = 0;
   for (const Camera& c : s.cameras) pixels = std::max<std::uint64_t>(pixels, static_cast<std::uint64_t>(c.width) * c.height);
   return pixels * (4 + 4 + 4 + 12 + 2 + sizeof(Particle) + sizeof(float) + sizeof(float3));
+}
+
+// Particles per occupied cell of edge `cell`, each sample standing for `weight` particles.
+float average_cell_length(const std::vector<float3>& samples, double weight, float cell) {
+  std::unordered_set<std::uint64_t> cells;
+  for (const float3& p : samples) {
+    const auto coordinate = [cell](float v) {
+      return static_cast<std::uint64_t>(static_cast<std::int64_t>(std::floor(v / cell)) & 0x1FFFFF);
+    };
+    cells.insert(coordinate(p.x) | coordinate(p.y) << 21 | coordinate(p.z) << 42);
+  }
+  return cells.empty() ? 0.0f : static_cast<float>(weight * static_cast<double>(samples.size()) / cells.size());
 }
 
 std::string too_small(std::uint64_t budget, const std::string& what, std::uint64_t needed) {
@@ -44,9 +58,9 @@ void check_scaffold_budget(std::uint64_t budget, std::uint64_t scaffold_particle
                                     needed));
 }
 
-RunPlan plan_run(const Scaffold& s, std::uint64_t budget, int min_tiles) {
+RunPlan plan_run(const Scaffold& s, std::uint64_t budget, int min_tiles, float halo_pixels) {
   RunPlan plan;
-  plan.halo = pixel_radius(kHaloPixels, average_depth, s.cameras[0].K[0]);
+  plan.halo = pixel_radius(halo_pixels, average_depth, s.cameras[0].K[0]);
   // Enough samples to place the cuts well, few enough to stay small beside the tiles.
   std::uint64_t pixels = 0;
   for (const Camera& c : s.cameras) pixels += static_cast<std::uint64_t>(c.width) * c.height;
@@ -70,5 +84,9 @@ RunPlan plan_run(const Scaffold& s, std::uint64_t budget, int min_tiles) {
     throw TileBudgetError(too_small(budget, e.what(), fixed + e.needed_particles * kBytesPerFineParticle));
   }
   assign_views(plan.tiles, starts.view_boxes);
+  // The fine filter's cells are 5 pixel footprints and it wants 5 samples of each.
+  plan.average_cell_length = average_cell_length(starts.samples, static_cast<double>(stride) * stride,
+                                                  (5.0f * average_depth) / s.cameras[0].K[0]);
+  plan.stride = neighbour_stride(plan.average_cell_length, 5);
   return plan;
 }

@@ -16,12 +16,12 @@ struct GeneratedScene {
   std::vector<std::string> view_files;
 };
 
-// Writes the default scene with `options` (out_dir included) and lists its first `views` view
+// Writes the scene its arrangement names (the sample scene on a ring by default) with `options` (out_dir included) and lists its first `views` view
 // files, all of them when `views` is 0.
 inline GeneratedScene generate_scene(const scene::SceneOptions& options, int views = 0) {
   GeneratedScene s;
   s.dir = options.out_dir;
-  scene::write_scene(scene::make_default_scene(), options);
+  scene::write_scene(scene::make_scene(options), options);
   std::ifstream(s.dir + "/average_depth.txt") >> s.average_depth;
   for (int v = 0; v < (views > 0 ? views : options.views); ++v)
     s.view_files.push_back(s.dir + "/" + scene::view_file_name(v));

@@ -57,7 +57,7 @@ std::string format_plan(const PlanFile& p) {
   o << "{\n  \"format\": \"quillara tile plan 1\",\n  \"arguments\": [";
   for (std::size_t i = 0; i < p.arguments.size(); ++i) o << (i ? ", " : "") << json_string(p.arguments[i]);
   o << "],\n  \"working_directory\": " << json_string(p.working_directory) << ",\n  \"max_memory\": " << p.budget << ",\n  \"tiles_asked\": " << p.min_tiles
-    << ",\n  \"depth_range_max\": " << number(p.depth_range_max) << ",\n  \"halo\": " << number(p.halo)
+    << ",\n  \"depth_range_max\": " << number(p.depth_range_max) << ",\n  \"halo\": " << number(p.halo) << ",\n  \"stride\": " << p.stride
     << ",\n  \"views\": [";
   for (std::size_t v = 0; v < p.views.size(); ++v) {
     o << (v ? "," : "") << "\n    {\"file\": " << json_string(p.views[v].file) << ", \"stamps\": [";
@@ -91,6 +91,7 @@ PlanFile parse_plan(const std::string& text) {
   p.min_tiles = static_cast<int>(j.at("tiles_asked").whole());
   p.depth_range_max = static_cast<float>(j.at("depth_range_max").number());
   p.halo = static_cast<float>(j.at("halo").number());
+  p.stride = static_cast<int>(j.at("stride").whole());
   for (const Json& v : j.at("views").items) {
     PlannedView view{v.at("file").string(), {}};
     for (const Json& s : v.at("stamps").items)

@@ -29,6 +29,7 @@ struct PlanFile {
   int min_tiles = 0;                   // --tiles, 0 with --max-memory
   float depth_range_max = 0.0f;        // from all views' depths, which a tile job does not read
   float halo = 0.0f;
+  int stride = 1;                      // the fine filter's neighbour stride, one for all tiles
   std::vector<PlannedView> views;
   std::vector<Tile> tiles;
   std::vector<std::uint64_t> tile_bytes;  // peak memory each tile job needs

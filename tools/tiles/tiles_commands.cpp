@@ -120,6 +120,17 @@ std::string slurm_script(const std::string& dir, const std::string& program, con
   return s.str();
 }
 
+// True when args[i] is `name VALUE` or `name=VALUE`; moves i past the value and fills it.
+bool option_value(const std::vector<std::string>& args, std::size_t& i, const std::string& name, std::string& value) {
+  if (args[i] == name) {
+    value = i + 1 < args.size() ? args[++i] : "";
+    return true;
+  }
+  if (args[i].rfind(name + "=", 0) != 0) return false;
+  value = args[i].substr(name.size() + 1);
+  return true;
+}
+
 // The options without -o / --out-dir: tile jobs take the plan's directory, wherever it is mounted.
 std::vector<std::string> without_output_directory(const std::vector<std::string>& args) {
   std::vector<std::string> kept;
@@ -178,22 +189,25 @@ int plan_command(const std::vector<std::string>& args, const std::string& progra
   return guarded([&] {
     // --tiles is ours; everything else, --max-memory included, is a quillara option.
     std::vector<std::string> quillara_args;
-    int tiles = 0;
+    float tiles_asked = 0.0f, halo_pixels = kHaloPixels;
+    std::string value;
     bool budget = false, options = true;
     for (std::size_t i = 0; i < args.size(); ++i) {
       if (options && args[i] == "--") options = false;
-      if (options && (args[i] == "--tiles" || args[i].rfind("--tiles=", 0) == 0)) {
-        const std::string value = args[i] == "--tiles" ? (i + 1 < args.size() ? args[++i] : "") : args[i].substr(8);
+      const bool whole = options && option_value(args, i, "--tiles", value);
+      if (whole || (options && option_value(args, i, "--halo", value))) {
         char* end = nullptr;
-        const long n = std::strtol(value.c_str(), &end, 10);
-        if (value.empty() || *end != '\0' || n < 1 || n > 100000)
-          throw CommandError("--tiles needs a whole number from 1 to 100000, got " + in_quotes(value));
-        tiles = static_cast<int>(n);
+        const double n = std::strtod(value.c_str(), &end);
+        if (value.empty() || *end != '\0' || !(n >= 1 && n <= 100000) || (whole && n != static_cast<int>(n)))
+          throw CommandError(std::string(whole ? "--tiles needs a whole number" : "--halo needs a number of pixels") +
+                             " from 1 to 100000, got " + in_quotes(value));
+        (whole ? tiles_asked : halo_pixels) = static_cast<float>(n);
         continue;
       }
       if (options && (args[i] == "--max-memory" || args[i].rfind("--max-memory=", 0) == 0)) budget = true;
       quillara_args.push_back(args[i]);
     }
+    const int tiles = static_cast<int>(tiles_asked);
     if (budget == (tiles > 0)) throw CommandError("plan needs either --max-memory SIZE or --tiles N");
     std::vector<std::string> argv_text = {"quillara-tiles plan"};
     argv_text.insert(argv_text.end(), quillara_args.begin(), quillara_args.end());
@@ -216,11 +230,12 @@ int plan_command(const std::vector<std::string>& args, const std::string& progra
       throw CommandError(problem);
     check_scaffold_budget(max_memory, scaffold.particles.size());
     filter_scaffold(scaffold);
-    const RunPlan run = plan_run(scaffold, max_memory, tiles);
+    const RunPlan run = plan_run(scaffold, max_memory, tiles, halo_pixels);
     plan.budget = max_memory;
     plan.min_tiles = tiles;
     plan.depth_range_max = depth_range_max;
     plan.halo = run.halo;
+    plan.stride = run.tiles.size() > 1 ? run.stride : 0;
     plan.tiles = run.tiles;
     for (const Tile& t : run.tiles) plan.tile_bytes.push_back(tile_bytes(scaffold, t));
 
@@ -255,7 +270,11 @@ int run_command(const std::vector<std::string>& args) {
     const Tile& tile = plan.tiles[k];
     std::cout << "Tile " << k << " of " << plan.tiles.size() << ": " << tile.views.size() << " views, about "
               << tile.particles << " particles" << std::endl;
-    const TileModel model = fuse_tile(tile, scaffold, view_source(plan.views));
+    // A job killed while writing leaves at most a hidden temporary file; its rerun clears it.
+    const std::string stale = ".tile_" + std::to_string(k) + ".bin.";
+    for (const auto& entry : std::filesystem::directory_iterator(dir + "/tiles"))
+      if (const std::string name = entry.path().filename().string(); name.rfind(stale, 0) == 0) std::filesystem::remove(entry.path());
+    const TileModel model = fuse_tile(tile, scaffold, view_source(plan.views), plan.stride);
     write_tile_result(result_path(dir, k), model);
     const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     std::cout << "Finished tile " << k << " in " << static_cast<long long>(seconds + 0.5) << " s: "
