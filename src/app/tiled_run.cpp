@@ -50,7 +50,7 @@ int run_in_tiles(const std::vector<std::string>& view_files, std::chrono::steady
     const Camera& first = scaffold.cameras[0];
     const float s = superpixel_radius(first.width, first.height, superpixel_count);
     if (const std::string problem = radius_problem(average_depth, first.K[0], s); !problem.empty()) return fail(problem);
-    const InputDepths input{scaffold.input_pixels, scaffold.input_min, scaffold.input_max, 0.5f * (scaffold.input_min + scaffold.input_max)};
+    const InputDepths input{scaffold.input_pixels, scaffold.input_min, scaffold.input_max, scaffold.input_median};
     if (const std::string warning = depth_avg_warning(average_depth, input); !warning.empty())
       std::cerr << warning << std::endl;
     check_scaffold_budget(max_memory, scaffold.particles.size());

@@ -10,7 +10,7 @@
 // Peak memory of the fine level, per particle of a tile: the particle, its offset and normal,
 // the filter's index, envelopes and per-pass results, and the copies the reordering and the sort
 // make (measured; see the tiles section of README.md).
-inline constexpr std::uint64_t kBytesPerFineParticle = 240;
+inline constexpr std::uint64_t kBytesPerFineParticle = 200;
 // The same for the superpixel-level model, filtered globally.
 inline constexpr std::uint64_t kBytesPerScaffoldParticle = 260;
 // The program itself, its libraries and thread stacks.

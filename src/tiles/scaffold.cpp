@@ -32,16 +32,22 @@ Scaffold read_scaffold(int view_count, const ViewSource& read) {
   s.cameras.resize(view_count);
   s.labels.resize(view_count);
   s.input_min = FLT_MAX;
+  std::vector<float> medians;
   for (int i = 0; i < view_count; ++i) {
     Camera& cam = s.cameras[i];
     CMatrix<float> depth;
     read(i, cam, depth);
+    std::vector<float> positive;
     for (std::size_t k = 0; k < depth.size(); ++k)
-      if (depth.data[k] > 0.0f) {
-        ++s.input_pixels;
-        s.input_min = std::min(s.input_min, depth.data[k]);
-        s.input_max = std::max(s.input_max, depth.data[k]);
-      }
+      if (depth.data[k] > 0.0f) positive.push_back(depth.data[k]);
+    if (!positive.empty()) {
+      s.input_pixels += positive.size();
+      const auto [lo, hi] = std::minmax_element(positive.begin(), positive.end());
+      s.input_min = std::min(s.input_min, *lo);
+      s.input_max = std::max(s.input_max, *hi);
+      std::nth_element(positive.begin(), positive.begin() + positive.size() / 2, positive.end());
+      medians.push_back(positive[positive.size() / 2]);
+    }
     s.view_maxima.push_back(largest_pixel(depth));
     std::vector<Superpixel> superpixels;
     create_superpixels(superpixels, depth, cam.image, cam, average_depth, superpixel_count);
@@ -51,6 +57,10 @@ Scaffold read_scaffold(int view_count, const ViewSource& read) {
     cam.image = CMatrix<uchar4>();
   }
   if (s.input_pixels == 0) s.input_min = 0.0f;
+  if (!medians.empty()) {
+    std::nth_element(medians.begin(), medians.begin() + medians.size() / 2, medians.end());
+    s.input_median = medians[medians.size() / 2];
+  }
   std::vector<float> maxima = s.view_maxima;
   if (!maxima.empty()) {
     std::nth_element(maxima.begin(), maxima.begin() + maxima.size() / 2, maxima.end());

@@ -21,10 +21,11 @@ struct Scaffold {
   std::vector<Particle> particles;          // the superpixel-level model
   std::vector<float> offsets;
   std::vector<float3> normals;
-  // The input's depths, gathered view by view: pixels with a positive depth, their extremes,
-  // and each view's largest pixel (the median of these bounds the usable depths).
+  // The input's depths, gathered view by view: pixels with a positive depth, their extremes, the
+  // median of the views' medians, and each view's largest pixel (the median of these bounds the
+  // usable depths).
   std::size_t input_pixels = 0;
-  float input_min = 0.0f, input_max = 0.0f;
+  float input_min = 0.0f, input_max = 0.0f, input_median = 0.0f;
   std::vector<float> view_maxima;
 };
 
