@@ -16,6 +16,18 @@ struct GeneratedScene {
   std::vector<std::string> view_files;
 };
 
+// Options of a small scene in dir (8 views of 160 x 120 by default) with a sparse ground truth:
+// quick to write and to fuse in the end-to-end tests.
+inline scene::SceneOptions small_scene(const std::string& dir, int views = 8) {
+  scene::SceneOptions options;
+  options.out_dir = dir;
+  options.views = views;
+  options.width = 160;
+  options.height = 120;
+  options.ground_truth_stride = 160;
+  return options;
+}
+
 // Writes the scene its arrangement names (the sample scene on a ring by default) with `options` (out_dir included) and lists its first `views` view
 // files, all of them when `views` is 0.
 inline GeneratedScene generate_scene(const scene::SceneOptions& options, int views = 0) {

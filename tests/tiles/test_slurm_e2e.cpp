@@ -33,13 +33,7 @@ e2e::Result SlurmCluster::started_;
 
 TEST_F(SlurmCluster, JobArrayOfAPlanGivesTheMaxMemoryModel) {
   ASSERT_EQ(started_.status, 0) << started_;
-  scene::SceneOptions options;
-  options.out_dir = (kRoot / "scene").string();
-  options.views = 8;
-  options.width = 160;
-  options.height = 120;
-  options.ground_truth_stride = 160;
-  const e2e::GeneratedScene scene = e2e::generate_scene(options);
+  const e2e::GeneratedScene scene = e2e::generate_scene(e2e::small_scene((kRoot / "scene").string()));
   const std::vector<std::string> env = {"OMP_NUM_THREADS=1", "OMP_WAIT_POLICY=passive",
                                         "SLURM_CONF=" + kCluster + "/slurm.conf"};
   const auto args = [&](std::vector<std::string> head) {

@@ -20,13 +20,7 @@ class TiledRun : public testing::Test {
   void SetUp() override {
     dir_ = fs::path(QUILLARA_TEST_TMP) / "tiles" / testing::UnitTest::GetInstance()->current_test_info()->name();
     fs::remove_all(dir_);
-    scene::SceneOptions options;
-    options.out_dir = (dir_ / "scene").string();
-    options.views = 8;
-    options.width = 160;
-    options.height = 120;
-    options.ground_truth_stride = 160;
-    scene_ = e2e::generate_scene(options);
+    scene_ = e2e::generate_scene(e2e::small_scene((dir_ / "scene").string()));
   }
   // One thread keeps the superpixel particles' order, and with it the models, the same each run.
   e2e::Result run(const std::string& program, const std::vector<std::string>& args, double seconds = 300.0) {
