@@ -124,7 +124,8 @@ std::optional<int> set_up_run(int argc, char* argv[], std::vector<std::string>& 
   if (options[MAX_MEMORY])
     for (unsigned whole_model : {PREVIEW, VISIBLE_SUPPORT, IMPROVE_CAMERAS, BACKFACE_TEST})
       if (options[whole_model]) {
-        std::cerr << "--max-memory cannot be combined with --" << usage[whole_model].longopt
+        std::cerr << "--max-memory cannot be combined with "
+                  << std::string(options[whole_model].name, options[whole_model].namelen)
                   << ": that stage renders the whole model into every view\n";
         return 1;
       }

@@ -132,7 +132,7 @@ TEST_F(TiledRun, BadInputEndsWithOneLineAndLeavesNothingPartial) {
   EXPECT_EQ(changed.err, "quillara-tiles: view file \"" + view + "\": \"" + view + "\" has changed since \"" +
                              path("jobs/plan.json") + "\" was made; plan again\n");
   fs::remove(view);
-  EXPECT_NE(tiles({"merge", "jobs"}).err.find("\"" + view + "\" has vanished since"), std::string::npos);
+  EXPECT_NE(tiles({"run", path("jobs"), "1"}).err.find("\"" + view + "\" has vanished since"), std::string::npos);
   EXPECT_FALSE(fs::exists(path("jobs/tiles/tile_1.bin")));
   EXPECT_FALSE(fs::exists(path("jobs/model.ply")));
   EXPECT_EQ(tiles({"run", path("elsewhere")}).err,
