@@ -69,7 +69,7 @@ const option::Descriptor usage[] = {
      "fine model, and write the model before and after the second removal."},
     {MAX_MEMORY, 0, "", "max-memory", MyArg::MemorySize,
      "      --max-memory \tFuse in tiles of space, one after another, so that the run needs at most this much "
-     "memory (bytes, or with K, M or G, such as 8G); the model is the same up to the tiles' seams."},
+     "memory: bytes, or with K, M or G, such as 8G."},
     {0, 0, nullptr, nullptr, nullptr, nullptr},
 };
 
