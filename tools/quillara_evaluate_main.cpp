@@ -1,63 +1,61 @@
 // quillara-evaluate: measures a model, or depth maps, made from a generated scene against the true
 // surfaces.
-#include <cmath>
-#include <exception>
 #include <iostream>
-#include <sstream>
 #include <string>
 #include <vector>
 
+#include "tools/cli/arguments.h"
+#include "tools/cli/tool_main.h"
 #include "tools/scene/depth_truth.h"
 #include "tools/scene/evaluation.h"
 
 namespace {
 
-// "2,5" in millimetres to distances in length units; false for anything but positive numbers.
-bool parse_millimetres(const std::string& text, std::vector<double>& distances) {
-  std::istringstream in(text);
-  std::string item;
-  while (std::getline(in, item, ',')) {
-    std::size_t used = 0;
+const char* const kUsage =
+    "Usage: quillara-evaluate SCENE_DIR MODEL.ply [--within MM[,MM...]]\n"
+    "       quillara-evaluate SCENE_DIR --depth-maps DIR   (DIR holding view_NN.txt)\n"
+    "       quillara-evaluate SCENE_DIR MODEL.ply --against OTHER.ply\n"
+    "Measures a model, or the depth maps named by DIR/view_NN.txt, made from a scene of\n"
+    "quillara-scene against its true surfaces.\n"
+    "  --within     also measure completeness and accuracy within these distances, in millimetres\n"
+    "  --against    the share of each model's points that have a point of the other within 0.1 and 1\n"
+    "               pixel footprint (tiled against untiled runs, say)\n"
+    "  --help       print this text; --version prints the version\n";
+
+// "2,5" in millimetres to distances in length units.
+std::vector<double> millimetres(const cli::OptionValue& v) {
+  std::vector<double> distances;
+  std::size_t start = 0;
+  for (std::size_t comma = 0; comma != std::string::npos; start = comma + 1) {
+    comma = v.text.find(',', start);
     double mm = 0;
-    try {
-      mm = std::stod(item, &used);
-    } catch (const std::exception&) {
-      return false;
-    }
-    if (used != item.size() || !std::isfinite(mm) || mm <= 0) return false;
+    if (!parse_number(v.text.substr(start, comma - start), mm) || mm <= 0) v.refuse("positive distances MM[,MM...]");
     distances.push_back(mm / 1000.0);
   }
-  return !distances.empty() && text.back() != ',';
+  return distances;
+}
+
+void evaluate(const std::vector<std::string>& args) {
+  std::vector<double> distances;
+  std::string depth_dir, other;
+  const cli::CommandLine line =
+      cli::parse_command_line(args, {{"--within", "", [&](const cli::OptionValue& v) { distances = millimetres(v); }},
+                                     {"--depth-maps", "", cli::store_text(depth_dir, "a folder")},
+                                     {"--against", "", cli::store_text(other, "a model file")}});
+  const int modes = !depth_dir.empty() + !other.empty() + !distances.empty();
+  if (line.words.size() != (depth_dir.empty() ? 2u : 1u) || modes > 1)
+    throw cli::UsageError(
+        "expected SCENE_DIR MODEL.ply [--within MM[,MM...] | --against OTHER.ply] or SCENE_DIR --depth-maps DIR");
+  if (!other.empty())
+    std::cout << scene::format_agreement(scene::measure_agreement(
+        line.words[0], scene::read_model_ply(line.words[1]), scene::read_model_ply(other)));
+  else if (!depth_dir.empty())
+    std::cout << scene::format_depth_truth(scene::compare_with_truth(line.words[0], depth_dir));
+  else
+    std::cout << scene::format_evaluation(
+        scene::evaluate_model(line.words[0], scene::read_model_ply(line.words[1]), distances));
 }
 
 }  // namespace
 
-int main(int argc, char** argv) {
-  std::vector<double> distances;
-  const bool depth_maps = argc == 4 && std::string(argv[2]) == "--depth-maps";
-  const bool with_distances = argc == 5 && std::string(argv[3]) == "--within";
-  const bool against = argc == 5 && std::string(argv[3]) == "--against";
-  if (!(argc == 3 || depth_maps || with_distances || against) ||
-      (with_distances && !parse_millimetres(argv[4], distances))) {
-    std::cerr << "usage: quillara-evaluate SCENE_DIR MODEL.ply [--within MM[,MM...]]\n"
-                 "       quillara-evaluate SCENE_DIR --depth-maps DIR   (DIR holding view_NN.txt)\n"
-                 "       quillara-evaluate SCENE_DIR MODEL.ply --against OTHER.ply\n"
-                 "  --within  also measure completeness and accuracy within these distances, in millimetres\n"
-                 "  --against the share of each model's points that have a point of the other within 0.1 and 1\n"
-                 "            pixel footprint (tiled against untiled runs, say)\n";
-    return 1;
-  }
-  try {
-    if (against)
-      std::cout << scene::format_agreement(
-          scene::measure_agreement(argv[1], scene::read_model_ply(argv[2]), scene::read_model_ply(argv[4])));
-    else if (depth_maps)
-      std::cout << scene::format_depth_truth(scene::compare_with_truth(argv[1], argv[3]));
-    else
-      std::cout << scene::format_evaluation(scene::evaluate_model(argv[1], scene::read_model_ply(argv[2]), distances));
-  } catch (const std::exception& e) {
-    std::cerr << "quillara-evaluate: " << e.what() << "\n";
-    return 1;
-  }
-  return 0;
-}
+int main(int argc, char** argv) { return cli::run_tool("quillara-evaluate", kUsage, argc, argv, evaluate); }

@@ -1,9 +1,10 @@
 // quillara-tiles: a run cut into tiles of space for a cluster (plan, run each tile, merge).
 #include <filesystem>
-#include <iostream>
 #include <string>
 #include <vector>
 
+#include "tools/cli/arguments.h"
+#include "tools/cli/tool_main.h"
 #include "tools/tiles/tiles_commands.h"
 
 namespace {
@@ -19,30 +20,25 @@ const char* const kUsage =
     "  plan    makes the superpixel-level model, plans tiles whose particles fit SIZE (or N\n"
     "          tiles) and writes DIR/plan.json and DIR/slurm/array.sh, a Slurm job array with\n"
     "          one task per tile; --halo sets the margin each tile fuses beyond its core, in\n"
-    "          pixel footprints at the average depth (default 20)\n"
+    "          pixel footprints at the average depth (default 20). The quillara options are\n"
+    "          those with a value, but --visible-support and --visible-floor\n"
     "  run     fuses tile K (from 0; without K the one SLURM_ARRAY_TASK_ID names) into\n"
     "          DIR/tiles/tile_K.bin; a rerun replaces it\n"
     "  merge   writes DIR/model.ply and DIR/model_superpixel.ply once every tile is done\n"
     "  status  lists the done and missing tiles\n"
+    "  --help  prints this text; --version prints the version\n"
     "The model is the one 'quillara --max-memory' makes with the same tiles.\n";
+
+void run(const std::vector<std::string>& args) {
+  if (args.empty()) throw cli::UsageError("a command is needed: plan, run, merge or status");
+  const std::vector<std::string> rest(args.begin() + 1, args.end());
+  if (args[0] == "plan") tiles::plan_command(rest, std::filesystem::canonical("/proc/self/exe").string());
+  else if (args[0] == "run") tiles::run_command(rest);
+  else if (args[0] == "merge") tiles::merge_command(rest);
+  else if (args[0] == "status") tiles::status_command(rest);
+  else throw cli::UsageError("unknown command '" + args[0] + "'");
+}
 
 }  // namespace
 
-int main(int argc, char** argv) {
-  const std::vector<std::string> args(argv + 1, argv + argc);
-  if (args.empty() || args[0] == "--help" || args[0] == "-h") {
-    std::cout << kUsage;
-    return args.empty() ? 1 : 0;
-  }
-  if (args[0] == "--version") {
-    std::cout << "quillara-tiles 1.0.0\n";
-    return 0;
-  }
-  const std::vector<std::string> rest(args.begin() + 1, args.end());
-  if (args[0] == "plan") return tiles::plan_command(rest, std::filesystem::canonical("/proc/self/exe").string());
-  if (args[0] == "run") return tiles::run_command(rest);
-  if (args[0] == "merge") return tiles::merge_command(rest);
-  if (args[0] == "status") return tiles::status_command(rest);
-  std::cerr << "quillara-tiles: unknown command \"" << args[0] << "\"; run 'quillara-tiles --help' for usage\n";
-  return 1;
-}
+int main(int argc, char** argv) { return cli::run_tool("quillara-tiles", kUsage, argc, argv, run); }

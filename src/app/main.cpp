@@ -1,14 +1,10 @@
-#include <cfloat>
 #include <chrono>
 #include <iostream>
-#include <optional>
 #include <string>
 #include <vector>
 
 #include "device/memory.h"
 #include "image/CMatrix.h"
-#include "src/core/camera.h"
-#include "src/app/backface_removal.h"
 #include "src/app/command_line.h"
 #include "src/app/fatal_error.h"
 #include "src/app/improvement_passes.h"
@@ -16,74 +12,67 @@
 #include "src/app/model_files.h"
 #include "src/app/preview.h"
 #include "src/app/refined_views.h"
+#include "src/app/run_error.h"
 #include "src/app/run_summary.h"
-#include "src/app/support_rule.h"
+#include "src/app/scene_input.h"
+#include "src/app/stage_options.h"
 #include "src/app/tiled_run.h"
-#include "src/seed/create_particles_from_superpixels.h"
-#include "src/seed/create_superpixels.h"
-#include "src/filter/density.h"
+#include "src/core/camera.h"
+#include "src/core/settings.h"
+#include "src/core/viewer_hooks.h"
 #include "src/filter/filter_particles.h"
 #include "src/io/model_output.h"
 #include "src/particles/particles_from_depthmap.h"
+#include "src/seed/create_particles_from_superpixels.h"
+#include "src/seed/create_superpixels.h"
 #include "src/seed/particles_to_images.h"
-#include "src/app/scene_input.h"
-#include "src/core/settings.h"
 #include "src/seed/superpixel.h"
-#include "src/particles/threshold_particles.h"
-#include "src/core/viewer_hooks.h"
+#include "src/tiles/run_plan.h"
+#include "src/tiles/tile_files.h"
+#include "src/visibility/backface_removal.h"
+#include "src/visibility/support_filter.h"
 
 namespace {
 
-void print_filter_header(float radius, size_t count) {
-  std::cout << " Filter particles,     radius = " << radius << "\n";
-  std::cout << "                   #particles = " << count << "\n";
+void filter_stage(std::vector<Particle>& particles, std::vector<float>& offsets, std::vector<float3>& normals,
+                  const FilterOptions& options) {
+  std::cout << " Filter particles,     radius = " << options.radius << "\n";
+  std::cout << "                   #particles = " << particles.size() << "\n";
+  filter_particles(particles, offsets, normals, options);
 }
 
-// Ends the run with one line on standard error, after the progress printed so far.
-int fail(const std::string& line) {
-  std::cout.flush();
-  std::cerr << line << "\n";
-  return 1;
+void write_model(const std::vector<Particle>& particles, const std::vector<float>& offsets,
+                 const std::vector<float3>& normals, const char* name) {
+  writeParticlesToPLY(particles, offsets, normals, output_directory + name, model_color_names);
 }
 
-// Writes one model; false, after saying why, when the file cannot be written.
-bool write_model(const std::vector<Particle>& particles, const std::vector<float>& offsets,
-                 const std::vector<float3>& normals, const std::string& path) {
-  try {
-    writeParticlesToPLY(particles, offsets, normals, path, model_color_names);
-    return true;
-  } catch (const ModelWriteError& e) {
-    fail(e.what());
-    return false;
-  }
+// With --improve-cameras the pose step needs the device BLAS; the device reports its memory first.
+void start_device() {
+  if (improve_cameras) throw_if(start_pose_device());
 }
 
-}  // namespace
-
-int main(int argc, char* argv[]) {
+// Parse, prepare the output, read the views, build the superpixel-level model and on its scaffold
+// the fine model, filter, remove what no other view supports, write, summarise.
+void run(int argc, char* argv[]) {
   const auto start = std::chrono::steady_clock::now();
-  report_internal_errors();
-  std::vector<std::string> view_files;
-  if (std::optional<int> status = set_up_run(argc, argv, view_files)) return *status;
-  if (max_memory > 0) return run_in_tiles(view_files, start);
+  const std::vector<std::string> view_files = parse_command_line(argc, argv);
+  make_output_directory();
+  start_device();
+  check_view_files(view_files);
+  if (max_memory > 0) {
+    run_in_tiles(view_files, start);
+    return;
+  }
   const std::string views_directory = output_directory + "/views";
-  if (improve_cameras)
-    if (const std::string problem = prepare_refined_views(views_directory, view_files); !problem.empty())
-      return fail(problem);
+  if (improve_cameras) throw_if(prepare_refined_views(views_directory, view_files));
 
   std::vector<Camera> cameras;
   std::vector<Camera*> camera_ptrs;
   std::vector<CMatrix<float>> depthmaps;
   std::vector<std::string> depth_paths;  // as the view files name them, for the refined views
-  try {
-    read_views(view_files, cameras, camera_ptrs, depthmaps, /*average_depth_given=*/true,  // --depth-avg is required
-               &depth_paths);
-  } catch (const ViewFileError& e) {
-    return fail(e.what());
-  }
-  const float s = superpixel_radius(cameras[0].width, cameras[0].height, superpixel_count);
-  if (const std::string problem = radius_problem(average_depth, cameras[0].K[0], s); !problem.empty())
-    return fail(problem);
+  read_views(view_files, cameras, camera_ptrs, depthmaps, /*average_depth_given=*/true,  // --depth-avg is required
+             &depth_paths);
+  const StageOptions stages = make_stage_options(cameras[0]);
   const InputDepths input = measure_input_depths(depthmaps);
   if (const std::string warning = depth_avg_warning(average_depth, input); !warning.empty())
     std::cerr << warning << std::endl;
@@ -99,15 +88,10 @@ int main(int argc, char* argv[]) {
     create_particles_from_superpixels(sp_particles, sp_offsets, sp_normals, superpixels[i], CMatrix<float>(),
                                       CMatrix<float3>(), depthmaps[i], cam);
   }
-  const float r9 = (s * 9.0f) * average_depth / cameras[0].K[0];
-  const float rs = s * average_depth / cameras[0].K[0];
-  print_filter_header(r9, sp_particles.size());
-  filter_particles(sp_particles, sp_offsets, sp_normals, alpha_sp, beta_sp, r9, 50, 50, gradient_descent_timestep_sp,
-                   50, "particles");
-  support_filter(sp_particles, sp_offsets, sp_normals, camera_ptrs, rs, min_support_sp, kSuperpixelSupportPerView,
-                 support_rule);
+  filter_stage(sp_particles, sp_offsets, sp_normals, stages.superpixel_filter);
+  support_filter(sp_particles, sp_offsets, sp_normals, camera_ptrs, stages.superpixel_support);
   sendParticlesToLumvik(sp_particles, sp_offsets, {}, "particles", debug_lumvik_particle_iteration++);
-  if (!write_model(sp_particles, sp_offsets, sp_normals, output_directory + kSuperpixelModelName)) return 1;
+  write_model(sp_particles, sp_offsets, sp_normals, kSuperpixelModelName);
   const std::size_t superpixel_points = sp_particles.size();
 
   // Fine model: one particle per pixel on the scaffold of the superpixel-level model.
@@ -123,45 +107,35 @@ int main(int argc, char* argv[]) {
   sp_particles.clear();
   sp_offsets.clear();
   sp_normals.clear();
-  float r1 = average_depth / cameras[0].K[0];
-  const float r5 = (5.0f * average_depth) / cameras[0].K[0];
-  if (use_backface_visibility_test) remove_backfacing_particles(particles, offsets, normals, camera_ptrs, r1, 1);
+  const float backface_tolerance = stages.radii.pixel;
+  if (use_backface_visibility_test)
+    remove_backfacing_particles(particles, offsets, normals, camera_ptrs, backface_tolerance, 1);
   // Before the fine filter each view's particles still lie on its own superpixels' planes, which
   // disagree on curved and creased surfaces; the visible share judges the fine model once, after.
-  if (!support_rule.visible())
-    support_filter(particles, offsets, normals, camera_ptrs, r1, min_support, kPixelSupportPerView, support_rule);
+  if (!support_rule.visible()) support_filter(particles, offsets, normals, camera_ptrs, stages.pixel_support);
 
   int pass = 0;
-  const auto filter_step = [&] {
-    print_filter_header(r5, particles.size());
-    filter_particles(particles, offsets, normals, alpha, beta, r5, 2, 10, gradient_descent_timestep, 5, "particles");
-  };
+  const auto filter_step = [&] { filter_stage(particles, offsets, normals, stages.pixel_filter); };
   filter_step();
-  if (!improve_cameras) {
-    close_pass(pass);
-  } else {
+  if (improve_cameras) {
     // Camera alignment, depth-map refinement and filtering, three times.
-    try {
-      run_improvement_passes(particles, offsets, normals, camera_ptrs, depthmaps, filter_step, pass);
-    } catch (const ImprovementError& e) {
-      return fail(e.what());
-    }
+    run_improvement_passes(particles, offsets, normals, camera_ptrs, depthmaps, stages.radii.refine, filter_step,
+                           pass);
+  } else {
+    close_pass(pass);
   }
 
-  r1 = average_depth / cameras[0].K[0];
   if (use_backface_visibility_test) {
-    if (!write_model(particles, offsets, normals, output_directory + kBackfaceModelName1)) return 1;
-    remove_backfacing_particles(particles, offsets, normals, camera_ptrs, r1, 2);
-    if (!write_model(particles, offsets, normals, output_directory + kBackfaceModelName2)) return 1;
+    write_model(particles, offsets, normals, kBackfaceModelName1);
+    remove_backfacing_particles(particles, offsets, normals, camera_ptrs, backface_tolerance, 2);
+    write_model(particles, offsets, normals, kBackfaceModelName2);
   }
-  support_filter(particles, offsets, normals, camera_ptrs, r1, min_support, kPixelSupportPerView, support_rule);
-  if (!write_model(particles, offsets, normals, output_directory + kModelName)) return 1;
+  support_filter(particles, offsets, normals, camera_ptrs, stages.pixel_support);
+  write_model(particles, offsets, normals, kModelName);
   RunSummary summary;
   summary.backface_models = use_backface_visibility_test;
   if (improve_cameras) {
-    if (const std::string problem = write_refined_views(views_directory, view_files, cameras, depth_paths);
-        !problem.empty())
-      return fail(problem);
+    throw_if(write_refined_views(views_directory, view_files, cameras, depth_paths));
     summary.views_directory = views_directory;
     summary.refined_views = n_keyframes;
   }
@@ -181,5 +155,37 @@ int main(int argc, char* argv[]) {
   summary.visible_support = support_rule.share;
   summary.visible_support_floor = support_rule.floor;
   std::cout << format_summary(summary) << std::flush;
+}
+
+// Ends the run with one line on standard error, after the progress printed so far.
+int fail(const std::exception& e) {
+  std::cout.flush();
+  std::cerr << e.what() << "\n";
+  return 1;
+}
+
+}  // namespace
+
+// Errors of the input and of the results end the run with one line and status 1; any other
+// exception is an internal failure and ends the process through report_internal_errors.
+int main(int argc, char* argv[]) {
+  report_internal_errors();
+  try {
+    run(argc, argv);
+  } catch (const CommandLineExit& e) {
+    return e.status;
+  } catch (const RunError& e) {
+    return fail(e);
+  } catch (const ViewFileError& e) {
+    return fail(e);
+  } catch (const ModelWriteError& e) {
+    return fail(e);
+  } catch (const ImprovementError& e) {
+    return fail(e);
+  } catch (const TileBudgetError& e) {
+    return fail(e);
+  } catch (const TileFileError& e) {
+    return fail(e);
+  }
   return 0;
 }

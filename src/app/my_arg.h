@@ -1,5 +1,8 @@
 #pragma once
 
+#include <string>
+
+#include "formats/number_text.h"
 #include "src/app/option_parser.h"
 
 // Check functions for the program's options and the test for required options. Messages go to
@@ -9,9 +12,13 @@ namespace MyArg {
 // Writes prefix, the option as typed and suffix to standard error.
 void printError(const char* prefix, const option::Option& option, const char* suffix);
 
+// What the row's check says about `value` given as `name` ("--alpha"), as one line without its
+// end; empty when the check takes it. For programs that pass quillara's options on.
+std::string complaint(const option::Descriptor& row, const std::string& name, const std::string& value);
+
 // Accepts an argument of at least one character.
 option::ArgStatus NonEmpty(const option::Option& option, bool msg);
-// Accept text that strtod / strtol (base 10) read completely; no range is checked.
+// Accept a whole decimal number (formats/number_text.h), of any size; no range is checked.
 option::ArgStatus Double(const option::Option& option, bool msg);
 option::ArgStatus Integer(const option::Option& option, bool msg);
 
@@ -27,6 +34,14 @@ option::ArgStatus Share(const option::Option& option, bool msg);
 option::ArgStatus PlyColors(const option::Option& option, bool msg);
 // A memory size: a whole number of bytes, or with K, M or G.
 option::ArgStatus MemorySize(const option::Option& option, bool msg);
+
+// The value of an option its check accepted, as the run uses it.
+template <typename T>
+T value(const option::Option& option) {
+  T v{};
+  parse_number(option.arg, v);
+  return v;
+}
 
 // required: zero-terminated list of indices. Returns true when one of them was not given; unless
 // quiet, lists the missing ones on standard error under a header.

@@ -1,19 +1,13 @@
 #pragma once
 
-#include <stdexcept>
 #include <string>
 #include <vector>
 
+#include "formats/view_file.h"
 #include "image/CMatrix.h"
 #include "src/core/camera.h"
 #include "src/core/radii.h"
-
-// A view file, its colour image or its depth map cannot be used. The text, "view file "NAME": "
-// and the cause, is the one line the program reports.
-class ViewFileError : public std::runtime_error {
- public:
-  ViewFileError(const std::string& file, const std::string& cause);
-};
+#include "src/io/read_view.h"
 
 // Reads every view file in order into the three parallel containers (resized to the number of
 // files): cameras, pointers to them, and the input depth maps in the scene's length unit. Then
@@ -24,10 +18,3 @@ class ViewFileError : public std::runtime_error {
 void read_views(const std::vector<std::string>& files, std::vector<Camera>& cameras,
                 std::vector<Camera*>& camera_ptrs, std::vector<CMatrix<float>>& depthmaps,
                 bool average_depth_given, std::vector<std::string>* depth_paths = nullptr);
-
-// Reads one view file into camera (index and the pose, intrinsics, sizes and paths) and its
-// depth PNG into depthmap, then loads the colour image. Throws ViewFileError when the file is
-// malformed (see parse_view_file), an image cannot be read, or the sizes disagree; the image
-// readers' texts are kept as the cause. depth_path, when given, receives the depth map's path.
-void read_view(const std::string& file, int index, Camera& camera, CMatrix<float>& depthmap,
-               std::string* depth_path = nullptr);

@@ -9,3 +9,13 @@ float superpixel_radius(int width, int height, int count) {
 }
 
 float pixel_radius(float k, float avg_depth, float fx) { return k * avg_depth / fx; }
+
+RunRadii run_radii(float average_depth, float fx, float superpixel_radius) {
+  RunRadii r;
+  r.superpixel_filter = pixel_radius(superpixel_radius * 9.0f, average_depth, fx);
+  r.superpixel = pixel_radius(superpixel_radius, average_depth, fx);
+  r.pixel_filter = pixel_radius(5.0f, average_depth, fx);
+  r.pixel = pixel_radius(1.0f, average_depth, fx);
+  r.refine = pixel_radius(4.0f, average_depth, fx);
+  return r;
+}

@@ -1,15 +1,11 @@
 #include "src/tiles/fuse_tile.h"
 
-#include <cfloat>
 #include <iostream>
+#include <stdexcept>
 
 #include "device/vector_math.h"
-#include "src/core/radii.h"
 #include "src/core/settings.h"
-#include "src/filter/density.h"
-#include "src/filter/filter_particles.h"
 #include "src/particles/particles_from_depthmap.h"
-#include "src/particles/threshold_particles.h"
 
 namespace {
 
@@ -30,15 +26,16 @@ void keep_inside(TileModel& m, const SpaceBox& box) {
   m.normals.resize(kept);
 }
 
-void support_filter(TileModel& m, float radius) {
-  std::vector<float> support;
-  compute_particle_support(support, m.particles, m.offsets, m.normals, radius, min_support);
-  threshold_particles<float>(support, m.particles, m.offsets, m.normals, min_support, FLT_MAX);
+// The fixed level needs no views; the visible share is not for tiles (see fuse_tile).
+void support_filter(TileModel& m, const SupportFilterOptions& options) {
+  support_filter(m.particles, m.offsets, m.normals, {}, options);
 }
 
 }  // namespace
 
-TileModel fuse_tile(const Tile& tile, const Scaffold& scaffold, const ViewSource& read, int stride) {
+TileModel fuse_tile(const Tile& tile, const Scaffold& scaffold, const ViewSource& read, const FilterOptions& filter,
+                    const SupportFilterOptions& support) {
+  if (support.rule.visible()) throw std::invalid_argument("fuse_tile: the visible share needs the whole model");
   TileModel m;
   // The plan's estimate, with room for its sampling error, spares the arrays their doublings.
   const std::size_t expected = tile.particles + tile.particles / 16;
@@ -60,15 +57,11 @@ TileModel fuse_tile(const Tile& tile, const Scaffold& scaffold, const ViewSource
     m.offsets.insert(m.offsets.end(), view.offsets.begin(), view.offsets.end());
     m.normals.insert(m.normals.end(), view.normals.begin(), view.normals.end());
   }
-  const float fx = scaffold.cameras[0].K[0];
-  const float r1 = pixel_radius(1.0f, average_depth, fx);
-  const float r5 = (5.0f * average_depth) / fx;
-  support_filter(m, r1);
-  std::cout << " Filter particles,     radius = " << r5 << "\n";
+  support_filter(m, support);
+  std::cout << " Filter particles,     radius = " << filter.radius << "\n";
   std::cout << "                   #particles = " << m.particles.size() << "\n";
-  filter_particles(m.particles, m.offsets, m.normals, alpha, beta, r5, 2, 10, gradient_descent_timestep, 5,
-                   "particles", stride);
-  support_filter(m, r1);
+  filter_particles(m.particles, m.offsets, m.normals, filter);
+  support_filter(m, support);
   keep_inside(m, tile.core);
   return m;
 }

@@ -4,9 +4,6 @@
 #include <cmath>
 #include <unordered_set>
 
-#include "src/core/radii.h"
-#include "src/core/settings.h"
-#include "src/filter/filter_particles.h"
 #include "src/tiles/memory_size.h"
 
 namespace {
@@ -58,9 +55,10 @@ void check_scaffold_budget(std::uint64_t budget, std::uint64_t scaffold_particle
                                     needed));
 }
 
-RunPlan plan_run(const Scaffold& s, std::uint64_t budget, int min_tiles, float halo_pixels) {
+RunPlan plan_run(const Scaffold& s, std::uint64_t budget, int min_tiles, const FilterOptions& fine_filter,
+                 float footprint, float halo_pixels) {
   RunPlan plan;
-  plan.halo = pixel_radius(halo_pixels, average_depth, s.cameras[0].K[0]);
+  plan.halo = halo_pixels * footprint;
   // Enough samples to place the cuts well, few enough to stay small beside the tiles.
   std::uint64_t pixels = 0;
   for (const Camera& c : s.cameras) pixels += static_cast<std::uint64_t>(c.width) * c.height;
@@ -84,9 +82,9 @@ RunPlan plan_run(const Scaffold& s, std::uint64_t budget, int min_tiles, float h
     throw TileBudgetError(too_small(budget, e.what(), fixed + e.needed_particles * kBytesPerFineParticle));
   }
   assign_views(plan.tiles, starts.view_boxes);
-  // The fine filter's cells are 5 pixel footprints and it wants 5 samples of each.
-  plan.average_cell_length = average_cell_length(starts.samples, static_cast<double>(stride) * stride,
-                                                  (5.0f * average_depth) / s.cameras[0].K[0]);
-  plan.stride = neighbour_stride(plan.average_cell_length, 5);
+  // The fine filter's cells have the edge of its radius.
+  plan.average_cell_length =
+      average_cell_length(starts.samples, static_cast<double>(stride) * stride, fine_filter.radius);
+  if (plan.tiles.size() > 1) plan.stride = neighbour_stride(plan.average_cell_length, fine_filter.schedule.cell_samples);
   return plan;
 }

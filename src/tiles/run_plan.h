@@ -4,6 +4,7 @@
 #include <stdexcept>
 #include <vector>
 
+#include "src/filter/filter_particles.h"
 #include "src/tiles/scaffold.h"
 #include "src/tiles/tile_plan.h"
 
@@ -30,9 +31,9 @@ struct RunPlan {
   std::uint64_t tile_capacity = 0;     // particles a tile may hold, its halo included
   // The fine filter's neighbour stride, one for all tiles: the whole run would take it from the
   // average cell length of all its particles, which no tile sees; it is estimated from where they
-  // start.
+  // start. 0 for a plan of one tile, which sees them all and takes it from its cells.
   float average_cell_length = 0.0f;
-  int stride = 1;
+  int stride = 0;
   std::vector<Tile> tiles;
 };
 
@@ -44,10 +45,13 @@ std::uint64_t fixed_bytes(const Scaffold& scaffold);
 std::uint64_t tile_bytes(const Scaffold& scaffold, const Tile& tile);
 
 // Plans the fine level of a run: tiles whose particles, halo included, fit `budget` bytes (0 for
-// no budget) and at least min_tiles of them, with a halo of halo_pixels pixel footprints. Throws TileBudgetError when the budget is too small
-// for the scaffold or for the particles of one view (which no tile can split), naming the size
-// that would do.
-RunPlan plan_run(const Scaffold& scaffold, std::uint64_t budget, int min_tiles, float halo_pixels = kHaloPixels);
+// no budget) and at least min_tiles of them, with a halo of halo_pixels pixel footprints (`footprint`:
+// one pixel at the average depth, in world units); the stride is the one fine_filter would take
+// from the cells of all particles. Throws TileBudgetError when the budget is too small for the
+// scaffold or for the particles of one view (which no tile can split), naming the size that
+// would do.
+RunPlan plan_run(const Scaffold& scaffold, std::uint64_t budget, int min_tiles, const FilterOptions& fine_filter,
+                 float footprint, float halo_pixels = kHaloPixels);
 
 // Refuses a budget that cannot even hold the superpixel level of `view_count` views of the size
 // of the first, before any work; the superpixel level is global, so tiles cannot shrink it.

@@ -3,15 +3,12 @@
 #include <algorithm>
 #include <cfloat>
 #include <iostream>
+#include <stdexcept>
 
 #include "src/core/back_project.h"
-#include "src/core/radii.h"
 #include "src/core/settings.h"
 #include "src/core/viewer_hooks.h"
-#include "src/filter/density.h"
-#include "src/filter/filter_particles.h"
 #include "src/particles/particles_from_depthmap.h"
-#include "src/particles/threshold_particles.h"
 #include "src/seed/create_particles_from_superpixels.h"
 #include "src/seed/create_superpixels.h"
 #include "src/seed/particles_to_images.h"
@@ -70,18 +67,12 @@ Scaffold read_scaffold(int view_count, const ViewSource& read) {
   return s;
 }
 
-void filter_scaffold(Scaffold& s) {
-  const Camera& first = s.cameras[0];
-  const float radius = superpixel_radius(first.width, first.height, superpixel_count);
-  const float r9 = (radius * 9.0f) * average_depth / first.K[0];
-  const float rs = radius * average_depth / first.K[0];
-  std::cout << " Filter particles,     radius = " << r9 << "\n";
+void filter_scaffold(Scaffold& s, const FilterOptions& filter, const SupportFilterOptions& support) {
+  if (support.rule.visible()) throw std::invalid_argument("filter_scaffold: the visible share needs the whole model");
+  std::cout << " Filter particles,     radius = " << filter.radius << "\n";
   std::cout << "                   #particles = " << s.particles.size() << "\n";
-  filter_particles(s.particles, s.offsets, s.normals, alpha_sp, beta_sp, r9, 50, 50, gradient_descent_timestep_sp, 50,
-                   "particles");
-  std::vector<float> support;
-  compute_particle_support(support, s.particles, s.offsets, s.normals, rs, min_support_sp);
-  threshold_particles<float>(support, s.particles, s.offsets, s.normals, min_support_sp, FLT_MAX);
+  filter_particles(s.particles, s.offsets, s.normals, filter);
+  support_filter(s.particles, s.offsets, s.normals, {}, support);
   sendParticlesToLumvik(s.particles, s.offsets, {}, "particles", debug_lumvik_particle_iteration++);
 }
 

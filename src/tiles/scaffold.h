@@ -8,9 +8,11 @@
 #include "image/CMatrix.h"
 #include "src/core/camera.h"
 #include "src/core/particle.h"
+#include "src/filter/filter_particles.h"
 #include "src/tiles/space_box.h"
 #include "src/tiles/superpixel_labels.h"
 #include "src/tiles/view_source.h"
+#include "src/visibility/support_filter.h"
 
 // The superpixel-level model of a run and what the fine level needs of each view besides its
 // images: the whole of it is small (about 5,000 particles and a run-length cut per view), so it
@@ -35,8 +37,9 @@ struct Scaffold {
 Scaffold read_scaffold(int view_count, const ViewSource& read);
 
 // Filters the superpixel-level model on the union of all views and removes the points without
-// support, with the run's superpixel-level settings.
-void filter_scaffold(Scaffold& scaffold);
+// support, with the run's superpixel-level options (the fixed level: tiles have no whole model to
+// judge the visible share by).
+void filter_scaffold(Scaffold& scaffold, const FilterOptions& filter, const SupportFilterOptions& support);
 
 // The depth and normal images the scaffold gives view `view` (its own superpixel particles drawn
 // as planes), from which that view's fine particles start.

@@ -108,33 +108,49 @@ TEST_F(TiledRun, BadInputEndsWithOneLineAndLeavesNothingPartial) {
   EXPECT_EQ(quillara("unit", {"--max-memory", "8T"}).err,
             "Option '--max-memory' requires a size in bytes, with K, M or G (such as 8G)\n");
 
+  // quillara-tiles' own command line: help, and one line for what it cannot take.
+  const e2e::Result help = tiles({"plan", "--help"});
+  EXPECT_EQ(help.status, 0);
+  EXPECT_EQ(help.out.rfind("Usage: quillara-tiles plan -o DIR", 0), 0u);
+  std::vector<std::string> preview = {"plan", "--tiles", "2", "--preview"};
+  for (const std::string& a : options("preview", {})) preview.push_back(a);
+  EXPECT_EQ(tiles(preview).err,
+            "quillara-tiles: --preview cannot be used with tiles: it needs the whole model (see quillara-tiles --help)\n");
+  EXPECT_EQ(tiles({"plan", "--tiles", "2", "--alpha", "x", "-o", "a", "--", "v"}).err,
+            "quillara-tiles: Option '--alpha' requires a numeric argument (see quillara-tiles --help)\n");
+  EXPECT_EQ(tiles({"fuse"}).err, "quillara-tiles: unknown command 'fuse' (see quillara-tiles --help)\n");
+  EXPECT_FALSE(fs::exists(path("preview")));
+
   std::vector<std::string> plan = {"plan", "--tiles", "2"};
-  for (const std::string& a : options("jobs", {})) plan.push_back(a);
-  ASSERT_EQ(tiles(plan).status, 0);
-  EXPECT_EQ(tiles({"run", path("jobs"), "2"}).err,
+  for (const std::string& a : options("bad jobs", {})) plan.push_back(a);
+  const e2e::Result planned = tiles(plan);
+  ASSERT_EQ(planned.status, 0) << planned;
+  // The commands it prints run as shown.
+  EXPECT_NE(planned.out.find(" merge '" + path("bad jobs") + "'\n"), std::string::npos) << planned.out;
+  EXPECT_EQ(tiles({"run", path("bad jobs"), "2"}).err,
             "quillara-tiles: tile \"2\" is not one of the plan's 2 (0 to 1)\n");
   // A killed job leaves no result, at most the hidden temporary file of one killed while it
   // wrote; the rerun clears that.
-  const e2e::Result killed = tiles({"run", path("jobs"), "0"}, 0.5);
+  const e2e::Result killed = tiles({"run", path("bad jobs"), "0"}, 0.5);
   ASSERT_TRUE(killed.timed_out);
-  EXPECT_FALSE(fs::exists(path("jobs/tiles/tile_0.bin")));
-  io_test::write_bytes(path("jobs/tiles/.tile_0.bin.12345.part"), "QLTILE01 cut off");
-  EXPECT_EQ(tiles({"status", "jobs"}).out.substr(0, 17), "tile 0: missing\nt");
-  ASSERT_EQ(tiles({"run", path("jobs"), "0"}).status, 0);
-  EXPECT_EQ(e2e::file_names(path("jobs/tiles")), std::vector<std::string>{"tile_0.bin"});
+  EXPECT_FALSE(fs::exists(path("bad jobs/tiles/tile_0.bin")));
+  io_test::write_bytes(path("bad jobs/tiles/.tile_0.bin.12345.part"), "QLTILE01 cut off");
+  EXPECT_EQ(tiles({"status", "bad jobs"}).out.substr(0, 17), "tile 0: missing\nt");
+  ASSERT_EQ(tiles({"run", path("bad jobs"), "0"}).status, 0);
+  EXPECT_EQ(e2e::file_names(path("bad jobs/tiles")), std::vector<std::string>{"tile_0.bin"});
 
   // A view file or an image that changed or vanished since planning stops every later job.
   const std::string view = scene_.view_files[3];
   const std::string text = io_test::read_bytes(view);
   io_test::write_bytes(view, text + "\n");
-  const e2e::Result changed = tiles({"run", path("jobs"), "1"});
+  const e2e::Result changed = tiles({"run", path("bad jobs"), "1"});
   EXPECT_EQ(changed.status, 1);
   EXPECT_EQ(changed.err, "quillara-tiles: view file \"" + view + "\": \"" + view + "\" has changed since \"" +
-                             path("jobs/plan.json") + "\" was made; plan again\n");
+                             path("bad jobs/plan.json") + "\" was made; plan again\n");
   fs::remove(view);
-  EXPECT_NE(tiles({"run", path("jobs"), "1"}).err.find("\"" + view + "\" has vanished since"), std::string::npos);
-  EXPECT_FALSE(fs::exists(path("jobs/tiles/tile_1.bin")));
-  EXPECT_FALSE(fs::exists(path("jobs/model.ply")));
+  EXPECT_NE(tiles({"run", path("bad jobs"), "1"}).err.find("\"" + view + "\" has vanished since"), std::string::npos);
+  EXPECT_FALSE(fs::exists(path("bad jobs/tiles/tile_1.bin")));
+  EXPECT_FALSE(fs::exists(path("bad jobs/model.ply")));
   EXPECT_EQ(tiles({"run", path("elsewhere")}).err,
             "quillara-tiles: \"" + path("elsewhere/plan.json") + "\" is missing: plan the run first\n");
 }

@@ -6,11 +6,11 @@
 #include <set>
 #include <sstream>
 
+#include "formats/depth_png.h"
 #include "tests/support/io_test_support.h"
 #include "tests/support/run_process.h"
 #include "tools/scene/evaluation.h"
 #include "tools/scene/plant_outliers.h"
-#include "tools/scene/png_io.h"
 #include "tools/scene/scene_files.h"
 #include "tools/scene/surface_distance.h"
 
@@ -38,14 +38,14 @@ void expect_round_trip(const SceneOptions& o, std::vector<std::pair<double, doub
   write_scene(s, o);
   for (int v = 0; v < o.views; ++v) {
     const ViewFile view = read_view_file(o.out_dir + "/" + view_file_name(v));
-    const Png16 depth = read_png_gray16(view.depth_path);
-    ASSERT_EQ(depth.width, o.width);
-    ASSERT_EQ(depth.height, o.height);
+    const CMatrix<unsigned short> depth = read_depth_png(view.depth_path);
+    ASSERT_EQ(depth.xSize, o.width);
+    ASSERT_EQ(depth.ySize, o.height);
     int checked = 0;
     stretches.push_back({INFINITY, -INFINITY});
-    for (int y = 0; y < depth.height; y += 2)
-      for (int x = 0; x < depth.width; x += 2) {
-        const uint16_t mm = depth.values[y * depth.width + x];
+    for (int y = 0; y < depth.ySize; y += 2)
+      for (int x = 0; x < depth.xSize; x += 2) {
+        const uint16_t mm = depth(x, y);
         if (mm == 0) continue;
         const Vec3 p = back_project(view, x, y, mm / 1000.0);
         const double a = (view.K[2] - x) / view.K[0], b = (view.K[5] - y) / view.K[4];
@@ -55,7 +55,7 @@ void expect_round_trip(const SceneOptions& o, std::vector<std::pair<double, doub
         stretches.back() = {std::min(stretches.back().first, p.x), std::max(stretches.back().second, p.x)};
         ++checked;
       }
-    EXPECT_GT(checked, depth.width * depth.height / 16) << "view " << v;
+    EXPECT_GT(checked, depth.xSize * depth.ySize / 16) << "view " << v;
   }
 }
 
@@ -87,8 +87,8 @@ TEST(SceneGenerator, StreetViewsSeeStretchesOfAStreetThatGrowsWithThem) {
   for (const auto& [from, to] : stretches) EXPECT_LT(to - from, 2 * kStreetRange);
   EXPECT_LT(stretches.front().second, stretches.back().first);
   const ViewFile last = read_view_file(o.out_dir + "/" + view_file_name(79));
-  const Png16 depth = read_png_gray16(last.depth_path);
-  const Vec3 p = back_project(last, 24, 30, depth.values[30 * 48 + 24] / 1000.0);
+  const CMatrix<unsigned short> depth = read_depth_png(last.depth_path);
+  const Vec3 p = back_project(last, 24, 30, depth(24, 30) / 1000.0);
   EXPECT_LT(distance_to_surface(scene_of_directory(o.out_dir), p), 0.001);
   EXPECT_GT(distance_to_surface(make_default_scene(), p), 0.01);
 }

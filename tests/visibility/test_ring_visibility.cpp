@@ -113,7 +113,7 @@ TEST(VisibleSupport, FindsTheViewsThatSeeEachPointAndTheSupportTheyGive) {
   // The support pass sorts the particles by cell: it runs first, so that both passes see one order.
   const float r1 = footprint(generated(0), 60, 45);
   std::vector<float> support;
-  compute_particle_support(support, r.set.particles, r.set.offsets, r.set.normals, r1, FLT_MAX);
+  compute_particle_support(support, r.set.particles, r.set.offsets, r.set.normals, r1, FLT_MAX, true);
   const VisibleViews visible =
       find_visible_views(r.set.particles, r.set.offsets, r.set.normals, r.camera_ptrs, kPi, kCos75);
   ASSERT_EQ(visible.views.size(), r.set.particles.size());

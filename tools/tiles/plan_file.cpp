@@ -4,10 +4,10 @@
 
 #include <cmath>
 #include <cstdio>
-#include <fstream>
 #include <limits>
 #include <sstream>
 
+#include "formats/view_file.h"
 #include "tools/tiles/json.h"
 
 namespace tiles {
@@ -116,18 +116,13 @@ PlanFile parse_plan(const std::string& text) {
 }
 
 PlannedView stamp_view(const std::string& view_file) {
+  const ViewFile view = read_view_file(view_file);
   PlannedView v{view_file, {}};
-  FileStamp s;
-  if (!stamp(view_file, s)) return v;
-  v.stamps.push_back(s);
-  std::ifstream in(view_file);
-  std::string token;
-  for (int k = 1; k <= 25 && in >> token; ++k)
-    if (k >= 24) {
-      FileStamp named;
-      stamp(token, named);
-      v.stamps.push_back(named);
-    }
+  for (const std::string& path : {view_file, view.image_path, view.depth_path}) {
+    FileStamp s;
+    stamp(path, s);
+    v.stamps.push_back(s);
+  }
   return v;
 }
 
@@ -137,7 +132,6 @@ std::string view_change(const PlannedView& planned) {
     if (!stamp(s.path, now)) return "\"" + s.path + "\" has vanished";
     if (now.bytes != s.bytes || now.modified_ns != s.modified_ns) return "\"" + s.path + "\" has changed";
   }
-  if (planned.stamps.empty()) return "\"" + planned.file + "\" was missing";
   return {};
 }
 

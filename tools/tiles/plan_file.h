@@ -29,7 +29,7 @@ struct PlanFile {
   int min_tiles = 0;                   // --tiles, 0 with --max-memory
   float depth_range_max = 0.0f;        // from all views' depths, which a tile job does not read
   float halo = 0.0f;
-  int stride = 1;                      // the fine filter's neighbour stride, one for all tiles
+  int stride = 0;                      // the fine filter's neighbour stride for all tiles; 0 for one tile
   std::vector<PlannedView> views;
   std::vector<Tile> tiles;
   std::vector<std::uint64_t> tile_bytes;  // peak memory each tile job needs
@@ -39,8 +39,8 @@ std::string format_plan(const PlanFile& plan);
 // Throws std::runtime_error naming what is missing or malformed.
 PlanFile parse_plan(const std::string& text);
 
-// Stamps of the view file and the two files it names (tokens 24 and 25); a file that cannot be
-// found gets no stamp beyond its path.
+// Stamps of the view file and the colour image and depth map it names; a named file that cannot
+// be found gets no stamp beyond its path. Throws ViewFileError for a view file that cannot be read.
 PlannedView stamp_view(const std::string& view_file);
 
 // Why a view is no longer as planned ("has vanished", "has changed"), naming the file; empty

@@ -3,20 +3,19 @@
 #include <string>
 #include <vector>
 
-// The four commands of quillara-tiles. Each returns the exit status; bad input ends with one
-// line on standard error and status 1, leaving no partial file behind.
+// The four commands of quillara-tiles, each given the arguments behind its name. A wrong command
+// line throws cli::UsageError, anything else the run's own errors or std::runtime_error; the
+// tool's main prints either as one line and ends with status 1. No partial file is left behind.
 namespace tiles {
 
-// plan -o DIR (--max-memory SIZE | --tiles N) [quillara options] -- VIEW...
-int plan_command(const std::vector<std::string>& args, const std::string& program_path);
+// plan -o DIR (--max-memory SIZE | --tiles N) [--halo PIXELS] [quillara options] -- VIEW...
+// program_path is the tool itself, for the commands the plan prints and the job script runs.
+void plan_command(const std::vector<std::string>& args, const std::string& program_path);
 // run DIR [K]: tile K, or the tile SLURM_ARRAY_TASK_ID names.
-int run_command(const std::vector<std::string>& args);
+void run_command(const std::vector<std::string>& args);
 // merge DIR
-int merge_command(const std::vector<std::string>& args);
+void merge_command(const std::vector<std::string>& args);
 // status DIR
-int status_command(const std::vector<std::string>& args);
-
-// A path in single quotes for a command line a user pastes into a shell.
-std::string shell_quoted(const std::string& text);
+void status_command(const std::vector<std::string>& args);
 
 }  // namespace tiles

@@ -19,24 +19,33 @@ struct SupportRule {
   bool visible() const { return share > 0.0f; }
 };
 
-// The rule the command line set.
-extern SupportRule support_rule;
-
 // What one view seeing a point head-on gives on each level: a particle's footprint is one pixel
 // on the pixel level, so about pi of one view's particles lie within it; on the superpixel level
 // it is the disc of its superpixel's area, which holds about one superpixel particle of a view.
 inline constexpr float kPixelSupportPerView = std::numbers::pi_v<float>;
 inline constexpr float kSuperpixelSupportPerView = 1.0f;
 
+// The settings of one support filter.
+struct SupportFilterOptions {
+  float radius = 0.0f;       // cell size of the support pass: one particle footprint at the average depth
+  float min_support = 3.0f;  // the fixed level a point's support must reach
+  float per_view = kPixelSupportPerView;  // what a view facing a point gives, for the visible share
+  SupportRule rule;                       // the fixed level or the visible share
+  bool use_normal_dot_weight = true;      // a neighbour gives less the more its normal turns away
+
+  // Throws std::runtime_error naming the first setting a filter cannot work with: a radius that
+  // is not positive and finite, a level or per_view that is negative or not finite, a share
+  // outside [0, 1], a negative floor or a facing limit outside [0, 90] degrees.
+  void Check() const;
+};
+
 // The margin by which each point passes the visible share: support[i] minus the larger of
 // share * expected[i] and the floor. A point stays when it is 0 or more.
 std::vector<float> visible_support_margin(const std::vector<float>& support, const std::vector<float>& expected,
                                           const SupportRule& rule);
 
-// Removes the particles whose support from other views falls short: below the fixed `level`, or,
-// with the visible share on, short of the rule against what the views in `cameras` could give at
-// `per_view` per head-on view (and then prints how many stayed). `radius` is the cell size of the
-// support pass. Reorders the three arrays.
+// Removes the particles whose support from other views falls short: below the fixed level, or,
+// with the visible share on, short of the rule against what the views in `cameras` could give
+// (and then prints how many stayed). Reorders the three arrays.
 void support_filter(std::vector<Particle>& particles, std::vector<float>& offsets, std::vector<float3>& normals,
-                    const std::vector<Camera*>& cameras, float radius, float level, float per_view,
-                    const SupportRule& rule);
+                    const std::vector<Camera*>& cameras, const SupportFilterOptions& options);
