@@ -199,8 +199,8 @@ void plan_command(const std::vector<std::string>& args, const std::string& progr
   std::vector<std::string> run_args = {"--out-dir", a.dir};
   run_args.insert(run_args.end(), plan.arguments.begin(), plan.arguments.end());
   const std::vector<std::string> view_files = apply_run_options(run_args, "given");
-  make_output_directory();
   check_view_files(view_files);
+  make_output_directory();
   const std::string dir = std::filesystem::absolute(output_directory).lexically_normal().string();
 
   plan.working_directory = std::filesystem::current_path().string();
