@@ -42,6 +42,10 @@ std::string scene_usage() {
          "  --arrangement A\n"
          "                 ring (cameras round the sample scene) or street (a long street of objects\n"
          "                 with cameras along it, each seeing a few metres; for scale) (default ring)\n"
+         "  --appearance A standard, photograph (texture at several scales with weak patches, a dark\n"
+         "                 background, gain, offset, sensor noise and blur differing per view) or\n"
+         "                 checks-stripes (8 cm flat checks and smooth stripes); the depth maps are\n"
+         "                 the same in all (default standard)\n"
          "  --help         print this text; --version prints the version\n"
          "\n"
          "Files: view_NN.txt, image_NN.png (8-bit RGB), depth_NN.png (16-bit, thousandths of the\n"
@@ -72,6 +76,9 @@ SceneOptions parse_scene_arguments(const std::vector<std::string>& args) {
         }},
        {"--layout", "", [&](const cli::OptionValue& v) {
           if (!parse_layout(v.text, o.layout)) v.refuse("colmap-text, colmap-bin, tum or log");
+        }},
+       {"--appearance", "", [&](const cli::OptionValue& v) {
+          if (!parse_appearance(v.text, o.appearance)) v.refuse("standard, photograph or checks-stripes");
         }}});
   cli::expect_no_words(line);
   if (o.out_dir.empty()) throw cli::UsageError("--out DIR is required");

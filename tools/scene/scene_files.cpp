@@ -10,6 +10,7 @@
 #include "formats/depth_png.h"
 #include "formats/text_file.h"
 #include "tools/scene/little_endian.h"
+#include "tools/scene/photograph_imaging.h"
 #include "tools/scene/plant_outliers.h"
 #include "tools/scene/ray_cast.h"
 #include "tools/scene/render_view.h"
@@ -117,8 +118,9 @@ SceneSummary write_scene(const Scene& scene, const SceneOptions& options) {
   std::vector<SurfaceSample> outliers;
   for (int i = 0; i < options.views; ++i) {
     RenderedView view = render_view(shapes_near(scene, cameras[i].center, range), cameras[i], i, options.noise,
-                                    options.seed);
+                                    options.seed, options.appearance);
     limit_depth_range(view, range);
+    if (options.appearance == Appearance::photograph) develop_photograph(view, options.seed, i);
     for (const Vec3& p : plant_outliers(view, cameras[i], options.outliers, options.seed, i))
       outliers.push_back({p, Vec3{}});
     const std::string image = summary.out_dir + "/" + image_file_name(i);
@@ -163,6 +165,7 @@ std::string format_summary(const SceneSummary& s, const SceneOptions& o) {
   if (o.perturbation.active())
     out << "  pose error: " << o.perturbation.degrees << " degrees, " << o.perturbation.footprints
         << " pixel footprints (true poses in true_view_NN.txt)\n";
+  if (o.appearance != Appearance::standard) out << "  appearance: " << appearance_name(o.appearance) << "\n";
   if (o.outliers > 0) out << "  outliers: " << s.outlier_pixels << " pixels with a wrong depth (outliers.ply)\n";
   return out.str();
 }

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "tools/scene/appearance.h"
 #include "tools/scene/pose_perturbation.h"
 #include "tools/scene/scene.h"
 #include "tools/scene/scene_camera.h"
@@ -29,6 +30,7 @@ struct SceneOptions {
   PosePerturbation perturbation;
   double outliers = 0.0;  // share of each view's surface pixels given a wrong depth (see plant_outliers)
   Arrangement arrangement = Arrangement::ring;  // cameras on a ring round the sample scene, or along a street
+  Appearance appearance = Appearance::standard;  // how the colour images look
 };
 
 struct SurfaceSample {
