@@ -17,10 +17,13 @@ const char* const kUsage =
     "Usage: quillara-evaluate SCENE_DIR MODEL.ply [--within MM[,MM...]]\n"
     "       quillara-evaluate SCENE_DIR --depth-maps DIR   (DIR holding view_NN.txt)\n"
     "       quillara-evaluate SCENE_DIR --poses DIR        (DIR holding view_NN.txt)\n"
+    "       quillara-evaluate SCENE_DIR MODEL.ply --against OTHER.ply\n"
     "Measures a model, the depth maps or the poses of the view files DIR/view_NN.txt, made from a\n"
     "scene of quillara-scene, against its true surfaces and poses (poses: a scene made with\n"
-    "--pose-error or --rig-error).\n"
+    "--pose-error or --rig-error), or two models against each other.\n"
     "  --within     also measure completeness and accuracy within these distances, in millimetres\n"
+    "  --against    the share of each model's points that have a point of the other within 0.1 and 1\n"
+    "               pixel footprint (tiled against untiled runs, say)\n"
     "  --help       print this text; --version prints the version\n";
 
 // "2,5" in millimetres to distances in length units.
@@ -38,18 +41,23 @@ std::vector<double> millimetres(const cli::OptionValue& v) {
 
 void evaluate(const std::vector<std::string>& args) {
   std::vector<double> distances;
-  std::string depth_dir, poses_dir;
+  std::string depth_dir, poses_dir, other;
   const cli::CommandLine line =
       cli::parse_command_line(args, {{"--within", "", [&](const cli::OptionValue& v) { distances = millimetres(v); }},
                                      {"--depth-maps", "", cli::store_text(depth_dir, "a folder")},
-                                     {"--poses", "", cli::store_text(poses_dir, "a folder")}});
+                                     {"--poses", "", cli::store_text(poses_dir, "a folder")},
+                                     {"--against", "", cli::store_text(other, "a model file")}});
   const bool model = depth_dir.empty() && poses_dir.empty();
-  if (line.words.size() != (model ? 2u : 1u) || (!model && !distances.empty()) ||
-      (!depth_dir.empty() && !poses_dir.empty()))
+  const int modes = !depth_dir.empty() + !poses_dir.empty() + !other.empty() + !distances.empty();
+  if (line.words.size() != (model ? 2u : 1u) || modes > 1)
     throw cli::UsageError(
-        "expected SCENE_DIR MODEL.ply [--within MM[,MM...]], SCENE_DIR --depth-maps DIR or SCENE_DIR --poses DIR");
+        "expected SCENE_DIR MODEL.ply [--within MM[,MM...] | --against OTHER.ply], SCENE_DIR --depth-maps DIR or "
+        "SCENE_DIR --poses DIR");
   if (!poses_dir.empty())
     std::cout << scene::format_pose_truth(scene::compare_poses_with_truth(line.words[0], poses_dir));
+  else if (!other.empty())
+    std::cout << scene::format_agreement(scene::measure_agreement(
+        line.words[0], scene::read_model_ply(line.words[1]), scene::read_model_ply(other)));
   else if (!depth_dir.empty())
     std::cout << scene::format_depth_truth(scene::compare_with_truth(line.words[0], depth_dir));
   else

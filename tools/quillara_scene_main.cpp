@@ -7,6 +7,6 @@
 int main(int argc, char** argv) {
   return cli::run_tool("quillara-scene", scene::scene_usage(), argc, argv, [](const auto& args) {
     const scene::SceneOptions options = scene::parse_scene_arguments(args);
-    std::cout << scene::format_summary(scene::write_scene(scene::make_default_scene(), options), options);
+    std::cout << scene::format_summary(scene::write_scene(scene::make_scene(options), options), options);
   });
 }

@@ -11,6 +11,7 @@
 #include "src/app/option_usage.h"
 #include "src/app/run_error.h"
 #include "src/core/settings.h"
+#include "src/tiles/memory_size.h"
 
 using option::Arg::None;
 using namespace option_index;
@@ -63,6 +64,9 @@ const option::Descriptor usage[] = {
     {BACKFACE_TEST, 0, "", "backface-test", None,
      "      --backface-test \tRemove points that show their back to a view, before each support filter of the "
      "fine model, and write the model before and after the second removal."},
+    {MAX_MEMORY, 0, "", "max-memory", MyArg::MemorySize,
+     "      --max-memory \tFuse in tiles of space, one after another, so that the run needs at most this much "
+     "memory: bytes, or with K, M or G, such as 8G."},
     {0, 0, nullptr, nullptr, nullptr, nullptr},
 };
 
@@ -113,6 +117,12 @@ std::vector<std::string> parse_command_line(int argc, char* argv[]) {
 
   // A missing required option ends the run with status 0 on purpose.
   if (MyArg::testForMissingOptions(required_options, options.data(), usage, false)) throw CommandLineExit{0};
+  if (options[MAX_MEMORY])
+    for (unsigned whole_model : {PREVIEW, VISIBLE_SUPPORT, IMPROVE_CAMERAS, BACKFACE_TEST})
+      if (options[whole_model])
+        throw RunError("--max-memory cannot be combined with " +
+                       std::string(options[whole_model].name, options[whole_model].namelen) +
+                       ": that stage renders the whole model into every view");
 
   output_directory = options[OUT_DIR].arg;
   improve_cameras = static_cast<bool>(options[IMPROVE_CAMERAS]);
@@ -125,6 +135,7 @@ std::vector<std::string> parse_command_line(int argc, char* argv[]) {
     if (options[index]) *float_settings[index - DEPTH_AVG] = static_cast<float>(MyArg::value<double>(options[index]));
   if (options[SUPERPIXELS]) superpixel_count = MyArg::value<int>(options[SUPERPIXELS]);
   write_preview = static_cast<bool>(options[PREVIEW]);
+  if (options[MAX_MEMORY]) max_memory = *parse_memory_size(options[MAX_MEMORY].arg);
   if (options[VISIBLE_SUPPORT]) support_rule.share = static_cast<float>(MyArg::value<double>(options[VISIBLE_SUPPORT]));
   if (options[VISIBLE_FLOOR]) support_rule.floor = static_cast<float>(MyArg::value<double>(options[VISIBLE_FLOOR]));
   if (options[PLY_COLORS])

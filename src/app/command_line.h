@@ -28,6 +28,7 @@ enum : unsigned {
   PLY_COLORS = 15,
   IMPROVE_CAMERAS = 16,
   BACKFACE_TEST = 17,
+  MAX_MEMORY = 18,
 };
 }  // namespace option_index
 

@@ -16,6 +16,7 @@
 #include "src/app/run_summary.h"
 #include "src/app/scene_input.h"
 #include "src/app/stage_options.h"
+#include "src/app/tiled_run.h"
 #include "src/core/camera.h"
 #include "src/core/settings.h"
 #include "src/core/viewer_hooks.h"
@@ -28,6 +29,8 @@
 #include "src/seed/create_superpixels.h"
 #include "src/seed/particles_to_images.h"
 #include "src/seed/superpixel.h"
+#include "src/tiles/run_plan.h"
+#include "src/tiles/tile_files.h"
 #include "src/visibility/backface_removal.h"
 #include "src/visibility/support_filter.h"
 
@@ -59,6 +62,10 @@ void run(int argc, char* argv[]) {
   start_device();
   check_view_files(view_files);
   if (write_preview) check_preview_directory(output_directory + "/preview", n_keyframes);
+  if (max_memory > 0) {
+    run_in_tiles(view_files, start);
+    return;
+  }
   const std::string views_directory = output_directory + "/views";
 
   std::vector<Camera> cameras;
@@ -194,6 +201,10 @@ int main(int argc, char* argv[]) {
   } catch (const ModelWriteError& e) {
     return fail(e);
   } catch (const ImprovementError& e) {
+    return fail(e);
+  } catch (const TileBudgetError& e) {
+    return fail(e);
+  } catch (const TileFileError& e) {
     return fail(e);
   }
   return 0;

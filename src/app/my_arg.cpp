@@ -4,8 +4,10 @@
 #include <cmath>
 #include <cstring>
 #include <iostream>
+#include <sstream>
 
 #include "formats/number_text.h"
+#include "src/tiles/memory_size.h"
 
 namespace MyArg {
 
@@ -37,6 +39,23 @@ void printError(const char* prefix, const option::Option& option, const char* su
   std::cerr << prefix;
   if (option.name) std::cerr.write(option.name, option.namelen);
   std::cerr << suffix;
+}
+
+std::string complaint(const option::Descriptor& row, const std::string& name, const std::string& value) {
+  option::Option option;
+  option.desc = &row;
+  option.name = name.c_str();
+  option.namelen = static_cast<int>(name.size());
+  option.arg = value.c_str();
+  // The checks print their complaint; it is taken from the stream they print to.
+  std::ostringstream said;
+  std::streambuf* const standard_error = std::cerr.rdbuf(said.rdbuf());
+  const option::ArgStatus status = row.check_arg(option, true);
+  std::cerr.rdbuf(standard_error);
+  if (status == option::ARG_OK) return {};
+  std::string text = said.str();
+  while (!text.empty() && text.back() == '\n') text.pop_back();
+  return text.empty() ? "option " + name + " does not take '" + value + "'" : text;
 }
 
 option::ArgStatus NonEmpty(const option::Option& option, bool msg) {
@@ -100,6 +119,13 @@ option::ArgStatus PlyColors(const option::Option& option, bool msg) {
   if (!has_text(option)) return require_text(option, msg);
   if (std::strcmp(option.arg, "diffuse") == 0 || std::strcmp(option.arg, "standard") == 0) return option::ARG_OK;
   if (msg) printError("Option '", option, "' requires diffuse or standard\n");
+  return option::ARG_ILLEGAL;
+}
+
+option::ArgStatus MemorySize(const option::Option& option, bool msg) {
+  if (!has_text(option)) return require_text(option, msg);
+  if (parse_memory_size(option.arg)) return option::ARG_OK;
+  if (msg) printError("Option '", option, "' requires a size in bytes, with K, M or G (such as 8G)\n");
   return option::ARG_ILLEGAL;
 }
 

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <string>
+
 #include "formats/number_text.h"
 #include "src/app/option_parser.h"
 
@@ -9,6 +11,10 @@ namespace MyArg {
 
 // Writes prefix, the option as typed and suffix to standard error.
 void printError(const char* prefix, const option::Option& option, const char* suffix);
+
+// What the row's check says about `value` given as `name` ("--alpha"), as one line without its
+// end; empty when the check takes it. For programs that pass quillara's options on.
+std::string complaint(const option::Descriptor& row, const std::string& name, const std::string& value);
 
 // Accepts an argument of at least one character.
 option::ArgStatus NonEmpty(const option::Option& option, bool msg);
@@ -26,6 +32,8 @@ option::ArgStatus PositiveInteger(const option::Option& option, bool msg);
 option::ArgStatus Share(const option::Option& option, bool msg);
 // The colour property names of the model files: "diffuse" or "standard".
 option::ArgStatus PlyColors(const option::Option& option, bool msg);
+// A memory size: a whole number of bytes, or with K, M or G.
+option::ArgStatus MemorySize(const option::Option& option, bool msg);
 
 // The value of an option its check accepted, as the run uses it.
 template <typename T>

@@ -5,7 +5,8 @@
 
 // The run cannot go on: bad input, or a result that cannot be written or computed. `main` prints
 // the text as one line on standard error and ends with exit status 1, as it does for the errors
-// of the stages' own types (ViewFileError, ModelWriteError, ImprovementError).
+// of the stages' own types (ViewFileError, ModelWriteError, ImprovementError, and for tiled runs
+// TileBudgetError and TileFileError).
 class RunError : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;

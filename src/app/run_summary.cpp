@@ -50,6 +50,9 @@ std::string format_summary(const RunSummary& run) {
   s << "  model:            " << run.points << " points in " << run.output_directory << kModelName << ", "
     << std::setprecision(share < 0.1 ? 2 : 1) << 100.0 * share << " % of the " << run.input_pixels
     << " input depth pixels\n";
+  if (run.tiles > 0)
+    s << "  fused in " << run.tiles << (run.tiles == 1 ? " tile" : " tiles") << " for --max-memory "
+      << run.memory_budget << "\n";
   if (run.backface_models)
     s << "  back-face models: " << run.output_directory << kBackfaceModelName1 << " and "
       << run.output_directory << kBackfaceModelName2 << " (before and after the last removal)\n";

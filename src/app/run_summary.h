@@ -19,6 +19,8 @@ struct RunSummary {
   std::string views_directory;  // where the refined views went; empty without --improve-cameras
   int refined_views = 0;
   bool backface_models = false;  // the models before and after the last back-face removal were written
+  int tiles = 0;                  // tiles of space the fine model was fused in; 0 for one piece
+  std::string memory_budget;      // the --max-memory they were planned for, as given
 };
 
 // The closing lines: the points and path of each model, the share of input depth pixels the

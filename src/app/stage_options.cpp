@@ -5,7 +5,6 @@
 
 #include "src/app/command_line.h"
 #include "src/app/run_error.h"
-#include "src/app/scene_input.h"
 #include "src/core/settings.h"
 #include "src/filter/sph_kernel.h"
 
@@ -34,15 +33,6 @@ void check_radii(const RunRadii& radii, float fx) {
 }
 
 }  // namespace
-
-RunRadii run_radii(float average_depth, float fx, float superpixel_radius) {
-  RunRadii r;
-  r.superpixel_filter = pixel_radius(superpixel_radius * 9.0f, average_depth, fx);
-  r.superpixel = pixel_radius(superpixel_radius, average_depth, fx);
-  r.pixel_filter = pixel_radius(5.0f, average_depth, fx);
-  r.pixel = pixel_radius(1.0f, average_depth, fx);
-  return r;
-}
 
 StageOptions make_stage_options(const Camera& first_view) {
   const float fx = first_view.K[0];

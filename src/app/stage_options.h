@@ -1,19 +1,9 @@
 #pragma once
 
 #include "src/core/camera.h"
+#include "src/core/radii.h"
 #include "src/filter/filter_particles.h"
 #include "src/visibility/support_filter.h"
-
-// The radii of a run in world units: k pixels at the average depth, with fx of the first view.
-struct RunRadii {
-  float superpixel_filter = 0.0f;  // 9 superpixel radii: smoothing radius of the superpixel-level filter
-  float superpixel = 0.0f;         // one superpixel radius: cell size of its support filter
-  float pixel_filter = 0.0f;       // 5 pixels: smoothing radius of the fine filter
-  float pixel = 0.0f;              // one pixel: fine support filters, back-face tolerance
-};
-
-// The radii for a superpixel radius of `superpixel_radius` pixels.
-RunRadii run_radii(float average_depth, float fx, float superpixel_radius);
 
 // What every stage of a run is given, made once from the run-level settings, the support rule of
 // the command line and the first view.

@@ -26,3 +26,4 @@ int debug_write = 0;
 std::string debug_processor_name;
 int debug_lumvik_particle_iteration = 0;
 bool write_preview = false;
+unsigned long long max_memory = 0;

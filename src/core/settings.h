@@ -33,3 +33,6 @@ extern int debug_lumvik_particle_iteration;
 
 // Set by --preview: render the model into every view after the run (not a filter setting).
 extern bool write_preview;
+
+// Set by --max-memory: the bytes a run may use, fused in tiles of space; 0 fuses in one piece.
+extern unsigned long long max_memory;

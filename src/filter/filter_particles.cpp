@@ -92,6 +92,7 @@ void FilterOptions::Check() const {
   require(s.exact_iterations + s.gradient_iterations > 0, "exact_iterations + gradient_iterations", "above 0",
           static_cast<float>(s.exact_iterations + s.gradient_iterations));
   require(s.cell_samples >= 1, "cell_samples", "1 or more", static_cast<float>(s.cell_samples));
+  require(s.stride >= 0, "stride", "0 or more", static_cast<float>(s.stride));
 }
 
 void filter_particles(std::vector<Particle>& particles, std::vector<float>& offsets, std::vector<float3>& normals,
@@ -131,7 +132,9 @@ void filter_particles(std::vector<Particle>& particles, std::vector<float>& offs
                            .normals = normals.data(),
                            .density = density.data(),
                            .radius = options.radius,
-                           .stride = neighbour_stride(average_length, options.schedule.cell_samples),
+                           .stride = options.schedule.stride > 0
+                                         ? options.schedule.stride
+                                         : neighbour_stride(average_length, options.schedule.cell_samples),
                            .alpha = options.alpha,
                            .beta = options.beta,
                            .use_normal_dot_weight = options.use_normal_dot_weight};

@@ -11,6 +11,9 @@ struct FilterSchedule {
   int exact_iterations = 2;     // most exact median steps, phase 1
   int gradient_iterations = 10;  // most gradient steps, phase 2
   int cell_samples = 5;         // wanted neighbours per cell; sets the neighbour stride
+  // The neighbour stride itself, when above 0: the tiles of one run must all sample their
+  // neighbours as the whole set would, which none of them sees.
+  int stride = 0;
 };
 
 // The superpixel-level model: few particles, many steps, dense sampling.
@@ -30,8 +33,8 @@ struct FilterOptions {
 
   // Throws std::runtime_error naming the first setting a run cannot work with: strengths and time
   // step must be finite and not negative, the kernel of the radius computable, iteration counts not
-  // negative and not both 0 (the closing step would divide by a density never computed), and
-  // cell_samples at least 1.
+  // negative and not both 0 (the closing step would divide by a density never computed),
+  // cell_samples at least 1 and stride not negative.
   void Check() const;
 };
 

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cstddef>
+#include <functional>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -28,3 +30,11 @@ void writeParticlesToPLY(const std::vector<Particle>& particles, const std::vect
 // The same with the colour properties named as `names` says; types and order stay.
 void writeParticlesToPLY(const std::vector<Particle>& particles, const std::vector<float>& offsets,
                          const std::vector<float3>& normals, const std::string& path, PlyColorNames names);
+
+// Writes a model file of `count` vertices whose values write_vertices passes to ply_write, ten per
+// vertex in the order of the properties above; false from it, or fewer values than announced,
+// fail the file. Same temporary name, renaming and errors as writeParticlesToPLY, so that a model
+// streamed from parts is the very file the whole model would give.
+struct PlyFile;
+void write_model_file(const std::string& path, std::size_t count, PlyColorNames names,
+                      const std::function<bool(PlyFile*)>& write_vertices);

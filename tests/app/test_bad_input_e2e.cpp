@@ -55,13 +55,8 @@ class BadInput : public testing::Test {
   void SetUp() override {
     dir_ = fs::path(QUILLARA_TEST_TMP) / "bad_input" / testing::UnitTest::GetInstance()->current_test_info()->name();
     fs::remove_all(dir_);
-    scene::SceneOptions options;  // each test has its own scene: ctest runs them as parallel processes
-    options.out_dir = (dir_ / "scene").string();
-    options.views = 4;
-    options.width = 160;
-    options.height = 120;
-    options.ground_truth_stride = 160;
-    scene_ = e2e::generate_scene(options);
+    // Each test has its own scene: ctest runs them as parallel processes.
+    scene_ = e2e::generate_scene(e2e::small_scene((dir_ / "scene").string(), 4));
   }
   // Idle OpenMP threads sleep instead of spinning, which keeps runs quick on a busy machine.
   e2e::Result quillara(std::vector<std::string> args, e2e::Limits limits = {}) {

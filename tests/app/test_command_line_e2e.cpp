@@ -75,7 +75,10 @@ const char* const expected_usage =
     "                        the refined views to DIR/views/. Needs the device BLAS.\n"
     "      --backface-test   Remove points that show their back to a view, before\n"
     "                        each support filter of the fine model, and write the\n"
-    "                        model before and after the second removal.\n";
+    "                        model before and after the second removal.\n"
+    "      --max-memory      Fuse in tiles of space, one after another, so that the\n"
+    "                        run needs at most this much memory: bytes, or with K, M\n"
+    "                        or G, such as 8G.\n";
 
 const Result not_enough{"", "not enough files\n", 1};
 const std::string out_dir_row = "  -o, --out-dir \tThe output directory.\n";

@@ -16,12 +16,24 @@ struct GeneratedScene {
   std::vector<std::string> view_files;
 };
 
-// Writes the default scene with `options` (out_dir included) and lists its first `views` view
+// Options of a small scene in dir (8 views of 160 x 120 by default) with a sparse ground truth:
+// quick to write and to fuse in the end-to-end tests.
+inline scene::SceneOptions small_scene(const std::string& dir, int views = 8) {
+  scene::SceneOptions options;
+  options.out_dir = dir;
+  options.views = views;
+  options.width = 160;
+  options.height = 120;
+  options.ground_truth_stride = 160;
+  return options;
+}
+
+// Writes the scene its arrangement names (the sample scene on a ring by default) with `options` (out_dir included) and lists its first `views` view
 // files, all of them when `views` is 0.
 inline GeneratedScene generate_scene(const scene::SceneOptions& options, int views = 0) {
   GeneratedScene s;
   s.dir = options.out_dir;
-  scene::write_scene(scene::make_default_scene(), options);
+  scene::write_scene(scene::make_scene(options), options);
   std::ifstream(s.dir + "/average_depth.txt") >> s.average_depth;
   for (int v = 0; v < (views > 0 ? views : options.views); ++v)
     s.view_files.push_back(s.dir + "/" + scene::view_file_name(v));

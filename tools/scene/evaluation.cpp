@@ -52,7 +52,7 @@ Evaluation evaluate_model(const std::string& scene_dir, const std::vector<ModelP
   double average_depth = 0;
   if (!(depth_file >> average_depth)) throw std::runtime_error("cannot read " + scene_dir + "/average_depth.txt");
   const ViewFile first = read_view_file(scene_dir + "/" + view_file_name(0));
-  const Scene scene = make_default_scene();
+  const Scene scene = scene_of_directory(scene_dir);
 
   std::vector<SurfaceSample> truth;
   for (const ModelPoint& p : read_model_ply(scene_dir + "/ground_truth.ply")) truth.push_back({p.point, p.normal});
@@ -104,6 +104,35 @@ std::string format_evaluation(const Evaluation& e) {
   if (e.planted_outliers > 0)
     out << "outliers:     " << 100 * e.outliers_removed << " % of " << e.planted_outliers
         << " planted points removed (no model point off the surfaces within one footprint)\n";
+  return out.str();
+}
+
+Agreement measure_agreement(const std::string& scene_dir, const std::vector<ModelPoint>& a,
+                            const std::vector<ModelPoint>& b) {
+  std::ifstream depth_file(scene_dir + "/average_depth.txt");
+  double average_depth = 0;
+  if (!(depth_file >> average_depth)) throw std::runtime_error("cannot read " + scene_dir + "/average_depth.txt");
+  Agreement g;
+  g.footprint = average_depth / read_view_file(scene_dir + "/" + view_file_name(0)).K[0];
+  const std::vector<ModelPoint>* models[2] = {&a, &b};
+  for (int k = 0; k < 2; ++k) {
+    std::vector<SurfaceSample> own;
+    for (const ModelPoint& p : *models[k]) own.push_back({p.point, p.normal});
+    std::vector<Vec3> other;
+    for (const ModelPoint& p : *models[1 - k]) other.push_back(p.point);
+    g.points[k] = own.size();
+    g.within_tenth[k] = measure_completeness(own, other, 0.1 * g.footprint);
+    g.within_one[k] = measure_completeness(own, other, g.footprint);
+  }
+  return g;
+}
+
+std::string format_agreement(const Agreement& g) {
+  std::ostringstream out;
+  out << std::fixed << std::setprecision(2);
+  for (int k = 0; k < 2; ++k)
+    out << (k == 0 ? "model:   " : "against: ") << g.points[k] << " points, " << 100 * g.within_tenth[k]
+        << " % with a point of the other within 0.1 footprint, " << 100 * g.within_one[k] << " % within 1\n";
   return out.str();
 }
 

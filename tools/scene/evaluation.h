@@ -51,4 +51,16 @@ Evaluation evaluate_model(const std::string& scene_dir, const std::vector<ModelP
 // A few readable lines.
 std::string format_evaluation(const Evaluation& e);
 
+// How closely two models of one scene agree: the share of each one's points that have a point of
+// the other within 0.1 and within 1 pixel footprint at the average depth.
+struct Agreement {
+  size_t points[2] = {0, 0};
+  double footprint = 0;
+  double within_tenth[2] = {0, 0};
+  double within_one[2] = {0, 0};
+};
+Agreement measure_agreement(const std::string& scene_dir, const std::vector<ModelPoint>& a,
+                            const std::vector<ModelPoint>& b);
+std::string format_agreement(const Agreement& agreement);
+
 }  // namespace scene

@@ -44,6 +44,9 @@ std::string scene_usage() {
          "                 move all written poses alike, as one rig: the world turned by A degrees\n"
          "                 about an axis through the scene's centre and shifted by T pixel footprints\n"
          "                 (after --pose-error); the cameras stay as true to each other as they were\n"
+         "  --arrangement A\n"
+         "                 ring (cameras round the sample scene) or street (a long street of objects\n"
+         "                 with cameras along it, each seeing a few metres; for scale) (default ring)\n"
          "  --appearance A standard, photograph (texture at several scales with weak patches, a dark\n"
          "                 background, gain, offset, sensor noise and blur differing per view) or\n"
          "                 checks-stripes (8 cm flat checks and smooth stripes); the depth maps are\n"
@@ -78,6 +81,10 @@ SceneOptions parse_scene_arguments(const std::vector<std::string>& args) {
           if (!parse_perturbation(v.text, o.rig_error))
             v.refuse("DEGREES,FOOTPRINTS with 0 to 45 degrees and 0 to 1000 footprints");
           o.write_true_poses = true;
+        }},
+       {"--arrangement", "",
+        [&](const cli::OptionValue& v) {
+          if (!parse_arrangement(v.text, o.arrangement)) v.refuse("ring or street");
         }},
        {"--layout", "", [&](const cli::OptionValue& v) {
           if (!parse_layout(v.text, o.layout)) v.refuse("colmap-text, colmap-bin, tum or log");

@@ -51,21 +51,32 @@ CameraRing camera_ring(const SceneOptions& o) {
   return ring;
 }
 
+Scene make_scene(const SceneOptions& o) {
+  return o.arrangement == Arrangement::street ? make_street_scene(o.views) : make_default_scene();
+}
+
+std::vector<SceneCamera> make_scene_cameras(const Scene& scene, const SceneOptions& o) {
+  if (o.arrangement == Arrangement::street) return make_street_cameras(o.views, o.width, o.height);
+  return make_cameras(scene, camera_ring(o));
+}
+
 std::string view_file_name(int view) { return numbered("view", view, "txt"); }
 std::string image_file_name(int view) { return numbered("image", view, "png"); }
 std::string depth_file_name(int view) { return numbered("depth", view, "png"); }
 std::string true_view_file_name(int view) { return numbered("true_view", view, "txt"); }
 
 std::vector<SurfaceSample> ground_truth_samples(const Scene& scene, const std::vector<SceneCamera>& cameras,
-                                                int stride) {
+                                                int stride, double max_depth) {
   std::vector<SurfaceSample> samples;
   if (stride < 1) stride = 1;
-  for (const SceneCamera& c : cameras)
+  for (const SceneCamera& c : cameras) {
+    const Scene near = shapes_near(scene, c.center, max_depth);
     for (int y = 0; y < c.height; y += stride)
       for (int x = 0; x < c.width; x += stride) {
-        const Hit hit = cast_ray(scene, c.center, pixel_direction(c, x, y));
-        if (hit.found) samples.push_back({hit.point, hit.normal});
+        const Hit hit = cast_ray(near, c.center, pixel_direction(c, x, y));
+        if (hit.found && camera_depth(c, hit.point) <= max_depth) samples.push_back({hit.point, hit.normal});
       }
+  }
   return samples;
 }
 
@@ -96,7 +107,9 @@ SceneSummary write_scene(const Scene& scene, const SceneOptions& options) {
     throw std::runtime_error("write_scene: cannot create the directory " + summary.out_dir +
                              (ec ? ": " + ec.message() : std::string()));
 
-  const std::vector<SceneCamera> cameras = make_cameras(scene, camera_ring(options));
+  const std::vector<SceneCamera> cameras = make_scene_cameras(scene, options);
+  const bool street = options.arrangement == Arrangement::street;
+  const double range = street ? kStreetRange : std::numeric_limits<double>::infinity();
   std::vector<SceneCamera> written = cameras;
   if (options.perturbation.active())
     for (int i = 0; i < options.views; ++i)
@@ -112,7 +125,9 @@ SceneSummary write_scene(const Scene& scene, const SceneOptions& options) {
   double depth_sum = 0;
   std::vector<SurfaceSample> outliers;
   for (int i = 0; i < options.views; ++i) {
-    RenderedView view = render_view(scene, cameras[i], i, options.noise, options.seed, options.appearance);
+    RenderedView view = render_view(shapes_near(scene, cameras[i].center, range), cameras[i], i, options.noise,
+                                    options.seed, options.appearance);
+    limit_depth_range(view, range);
     if (options.appearance == Appearance::photograph) develop_photograph(view, options.seed, i);
     for (const Vec3& p : plant_outliers(view, cameras[i], options.outliers, options.seed, i))
       outliers.push_back({p, Vec3{}});
@@ -138,7 +153,10 @@ SceneSummary write_scene(const Scene& scene, const SceneOptions& options) {
   std::snprintf(buf, sizeof buf, "%.9g\n", summary.average_depth);
   write_text(summary.out_dir + "/average_depth.txt", buf);
 
-  const std::vector<SurfaceSample> samples = ground_truth_samples(scene, cameras, options.ground_truth_stride);
+  if (street) write_text(summary.out_dir + "/" + kStreetFileName, "street " + std::to_string(options.views) + "\n");
+  // A long street is sampled more sparsely: its ground truth would otherwise outgrow the views.
+  const int stride = street ? 2 * options.ground_truth_stride : options.ground_truth_stride;
+  const std::vector<SurfaceSample> samples = ground_truth_samples(scene, cameras, stride, range);
   write_ground_truth_ply(summary.out_dir + "/ground_truth.ply", samples);
   summary.ground_truth_points = samples.size();
   written_files.keep();

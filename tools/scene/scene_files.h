@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <limits>
 #include <string>
 #include <vector>
 
@@ -9,6 +10,7 @@
 #include "tools/scene/scene.h"
 #include "tools/scene/scene_camera.h"
 #include "tools/scene/scene_layouts.h"
+#include "tools/scene/street.h"
 
 namespace scene {
 
@@ -33,6 +35,7 @@ struct SceneOptions {
   // a test bed for alignment that must leave exact poses as they are.
   bool write_true_poses = false;
   double outliers = 0.0;  // share of each view's surface pixels given a wrong depth (see plant_outliers)
+  Arrangement arrangement = Arrangement::ring;  // cameras on a ring round the sample scene, or along a street
   Appearance appearance = Appearance::standard;  // how the colour images look
 };
 
@@ -52,6 +55,10 @@ struct SceneSummary {
 
 CameraRing camera_ring(const SceneOptions& options);
 
+// The scene and the cameras the options ask for: the sample scene seen from a ring, or the street.
+Scene make_scene(const SceneOptions& options);
+std::vector<SceneCamera> make_scene_cameras(const Scene& scene, const SceneOptions& options);
+
 // "view_00.txt", "image_00.png", "depth_00.png" for view 0, and so on.
 std::string view_file_name(int view);
 std::string image_file_name(int view);
@@ -59,8 +66,10 @@ std::string depth_file_name(int view);
 std::string true_view_file_name(int view);  // "true_view_00.txt"
 
 // Exact ray hits through every stride-th pixel in x and y of every camera, views in order.
+// Depths beyond max_depth are not seen (the street's sensor range).
 std::vector<SurfaceSample> ground_truth_samples(const Scene& scene, const std::vector<SceneCamera>& cameras,
-                                                int stride);
+                                                int stride,
+                                                double max_depth = std::numeric_limits<double>::infinity());
 
 // Binary little-endian PLY with float x y z nx ny nz per vertex.
 void write_ground_truth_ply(const std::string& path, const std::vector<SurfaceSample>& samples);
