@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "tools/scene/completeness_breakdown.h"
 #include "tools/scene/depth_truth.h"
 #include "tools/scene/evaluation.h"
 
@@ -35,19 +36,37 @@ bool parse_millimetres(const std::string& text, std::vector<double>& distances) 
 int main(int argc, char** argv) {
   std::vector<double> distances;
   const bool depth_maps = argc == 4 && std::string(argv[2]) == "--depth-maps";
-  const bool with_distances = argc == 5 && std::string(argv[3]) == "--within";
-  if (!(argc == 3 || depth_maps || with_distances) ||
-      (with_distances && !parse_millimetres(argv[4], distances))) {
-    std::cerr << "usage: quillara-evaluate SCENE_DIR MODEL.ply [--within MM[,MM...]]\n"
+  // Behind SCENE_DIR MODEL.ply: --within MM[,MM...] and --breakdown, in any order.
+  bool breakdown = false, options_ok = argc >= 3 && !depth_maps;
+  for (int i = 3; options_ok && i < argc; ++i) {
+    const std::string option = argv[i];
+    if (option == "--breakdown" && !breakdown)
+      breakdown = true;
+    else if (option == "--within" && distances.empty() && i + 1 < argc)
+      options_ok = parse_millimetres(argv[++i], distances);
+    else
+      options_ok = false;
+  }
+  if (!(depth_maps || options_ok)) {
+    std::cerr << "usage: quillara-evaluate SCENE_DIR MODEL.ply [--within MM[,MM...]] [--breakdown]\n"
                  "       quillara-evaluate SCENE_DIR --depth-maps DIR   (DIR holding view_NN.txt)\n"
-                 "  --within  also measure completeness and accuracy within these distances, in millimetres\n";
+                 "  --within     also measure completeness and accuracy within these distances, in millimetres\n"
+                 "  --breakdown  completeness per kind of surface and by the number of views that see the\n"
+                 "               surface, at those distances (default one and two pixel footprints), and F-scores\n";
     return 1;
   }
   try {
-    if (depth_maps)
+    if (depth_maps) {
       std::cout << scene::format_depth_truth(scene::compare_with_truth(argv[1], argv[3]));
-    else
-      std::cout << scene::format_evaluation(scene::evaluate_model(argv[1], scene::read_model_ply(argv[2]), distances));
+      return 0;
+    }
+    const std::vector<scene::ModelPoint> model = scene::read_model_ply(argv[2]);
+    const scene::Evaluation e = scene::evaluate_model(argv[1], model, distances);
+    std::cout << scene::format_evaluation(e);
+    if (breakdown) {
+      if (distances.empty()) distances = {e.footprint, 2 * e.footprint};
+      std::cout << scene::format_breakdown(scene::break_down_scene(argv[1], model, distances));
+    }
   } catch (const std::exception& e) {
     std::cerr << "quillara-evaluate: " << e.what() << "\n";
     return 1;

@@ -17,7 +17,7 @@ int main(int argc, char** argv) {
     return 1;
   }
   try {
-    const scene::SceneSummary summary = scene::write_scene(scene::make_default_scene(), parsed.options);
+    const scene::SceneSummary summary = scene::write_scene(scene::make_scene(parsed.options.kind), parsed.options);
     std::cout << scene::format_summary(summary, parsed.options);
   } catch (const std::exception& e) {
     std::cerr << "quillara-scene: " << e.what() << "\n";

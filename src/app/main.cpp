@@ -20,6 +20,7 @@
 #include "src/app/support_rule.h"
 #include "src/seed/create_particles_from_superpixels.h"
 #include "src/seed/create_superpixels.h"
+#include "src/seed/measured_planes.h"
 #include "src/filter/density.h"
 #include "src/filter/filter_particles.h"
 #include "src/io/model_output.h"
@@ -86,46 +87,62 @@ int main(int argc, char* argv[]) {
   if (const std::string warning = depth_avg_warning(average_depth, input); !warning.empty())
     std::cerr << warning << std::endl;
 
-  // Superpixel-level model: one particle per superpixel, filtered on the union of all views.
   std::vector<std::vector<Superpixel>> superpixels(n_keyframes);
   std::vector<Particle> sp_particles, particles;
   std::vector<float> sp_offsets, offsets;
   std::vector<float3> sp_normals, normals;
-  for (int i = 0; i < n_keyframes; ++i) {
-    const Camera& cam = *camera_ptrs[i];
-    create_superpixels(superpixels[i], depthmaps[i], cam.image, cam, average_depth, superpixel_count);
-    create_particles_from_superpixels(sp_particles, sp_offsets, sp_normals, superpixels[i], CMatrix<float>(),
-                                      CMatrix<float3>(), depthmaps[i], cam);
-  }
-  const float r9 = (s * 9.0f) * average_depth / cameras[0].K[0];
-  const float rs = s * average_depth / cameras[0].K[0];
-  print_filter_header(r9, sp_particles.size());
-  filter_particles(sp_particles, sp_offsets, sp_normals, alpha_sp, beta_sp, r9, 50, 50, gradient_descent_timestep_sp,
-                   50, "particles");
-  support_filter(sp_particles, sp_offsets, sp_normals, camera_ptrs, rs, min_support_sp, kSuperpixelSupportPerView,
-                 support_rule);
-  sendParticlesToLumvik(sp_particles, sp_offsets, {}, "particles", debug_lumvik_particle_iteration++);
-  if (!write_model(sp_particles, sp_offsets, sp_normals, output_directory + kSuperpixelModelName)) return 1;
-  const std::size_t superpixel_points = sp_particles.size();
+  std::size_t superpixel_points = 0;
+  if (support_rule.visible()) {
+    // Few views: each fine particle starts on a plane fitted to its own pixel's measured
+    // neighbourhood. The superpixel scaffold is not made: its planes straddle thin objects and their
+    // background and disagree between views on curved surfaces by more than the noise.
+    for (int i = 0; i < n_keyframes; ++i) {
+      const Camera& cam = *camera_ptrs[i];
+      CMatrix<float> depth;
+      CMatrix<float3> normal_map;
+      measured_planes(depth, normal_map, depthmaps[i], cam, pixel_radius(5.0f, average_depth, cameras[0].K[0]),
+                      kMeasuredPlaneWindow, depth_range_min, depth_range_max);
+      create_particles_from_depthmap(particles, offsets, normals, depth, normal_map, depthmaps[i], cam.image, cam,
+                                     depth_range_min, depth_range_max);
+    }
+  } else {
+    // Superpixel-level model: one particle per superpixel, filtered on the union of all views.
+    for (int i = 0; i < n_keyframes; ++i) {
+      const Camera& cam = *camera_ptrs[i];
+      create_superpixels(superpixels[i], depthmaps[i], cam.image, cam, average_depth, superpixel_count);
+      create_particles_from_superpixels(sp_particles, sp_offsets, sp_normals, superpixels[i], CMatrix<float>(),
+                                        CMatrix<float3>(), depthmaps[i], cam);
+    }
+    const float r9 = (s * 9.0f) * average_depth / cameras[0].K[0];
+    const float rs = s * average_depth / cameras[0].K[0];
+    print_filter_header(r9, sp_particles.size());
+    filter_particles(sp_particles, sp_offsets, sp_normals, alpha_sp, beta_sp, r9, 50, 50, gradient_descent_timestep_sp,
+                     50, "particles");
+    support_filter(sp_particles, sp_offsets, sp_normals, camera_ptrs, rs, min_support_sp, kSuperpixelSupportPerView,
+                   support_rule);
+    sendParticlesToLumvik(sp_particles, sp_offsets, {}, "particles", debug_lumvik_particle_iteration++);
+    if (!write_model(sp_particles, sp_offsets, sp_normals, output_directory + kSuperpixelModelName)) return 1;
+    superpixel_points = sp_particles.size();
 
-  // Fine model: one particle per pixel on the scaffold of the superpixel-level model.
-  for (int i = 0; i < n_keyframes; ++i) {
-    const Camera& cam = *camera_ptrs[i];
-    CMatrix<float> depth;
-    CMatrix<float3> normal_map;
-    particles_to_images(depth, normal_map, sp_particles, sp_offsets, sp_normals, superpixels[i], cam,
-                        depth_range_min, depth_range_max);
-    create_particles_from_depthmap(particles, offsets, normals, depth, normal_map, depthmaps[i], cam.image, cam,
-                                   depth_range_min, depth_range_max);
+    // Fine model: one particle per pixel on the scaffold of the superpixel-level model.
+    for (int i = 0; i < n_keyframes; ++i) {
+      const Camera& cam = *camera_ptrs[i];
+      CMatrix<float> depth;
+      CMatrix<float3> normal_map;
+      particles_to_images(depth, normal_map, sp_particles, sp_offsets, sp_normals, superpixels[i], cam,
+                          depth_range_min, depth_range_max);
+      create_particles_from_depthmap(particles, offsets, normals, depth, normal_map, depthmaps[i], cam.image, cam,
+                                     depth_range_min, depth_range_max);
+    }
+    sp_particles.clear();
+    sp_offsets.clear();
+    sp_normals.clear();
   }
-  sp_particles.clear();
-  sp_offsets.clear();
-  sp_normals.clear();
   float r1 = average_depth / cameras[0].K[0];
   const float r5 = (5.0f * average_depth) / cameras[0].K[0];
   if (use_backface_visibility_test) remove_backfacing_particles(particles, offsets, normals, camera_ptrs, r1, 1);
-  // Before the fine filter each view's particles still lie on its own superpixels' planes, which
-  // disagree on curved and creased surfaces; the visible share judges the fine model once, after.
+  // The visible share judges the fine model once, after its filter, when the views' particles have
+  // met on common surfaces.
   if (!support_rule.visible())
     support_filter(particles, offsets, normals, camera_ptrs, r1, min_support, kPixelSupportPerView, support_rule);
 
@@ -169,6 +186,7 @@ int main(int argc, char* argv[]) {
   }
   device::reset();
 
+  summary.superpixel_model = !support_rule.visible();
   summary.superpixel_points = superpixel_points;
   summary.points = particles.size();
   summary.input_pixels = input.pixels;

@@ -10,6 +10,7 @@
 #include "tools/scene/scene.h"
 #include "tools/scene/scene_camera.h"
 #include "tools/scene/scene_files.h"
+#include "tools/scene/scene_kinds.h"
 #include "tools/scene/surface_distance.h"
 
 namespace scene {
@@ -52,7 +53,7 @@ Evaluation evaluate_model(const std::string& scene_dir, const std::vector<ModelP
   double average_depth = 0;
   if (!(depth_file >> average_depth)) throw std::runtime_error("cannot read " + scene_dir + "/average_depth.txt");
   const ViewFile first = read_view_file(scene_dir + "/" + view_file_name(0));
-  const Scene scene = make_default_scene();
+  const Scene scene = make_scene(read_scene_kind(scene_dir));
 
   std::vector<SurfaceSample> truth;
   for (const ModelPoint& p : read_model_ply(scene_dir + "/ground_truth.ply")) truth.push_back({p.point, p.normal});

@@ -48,11 +48,13 @@ std::string scene_usage() {
          "                 write each view's pose turned by A degrees and its centre moved by T pixel\n"
          "                 footprints, in directions drawn from the seed and the view; images and\n"
          "                 depth maps stay those of the true poses, which go to true_view_NN.txt\n"
+         "  --kind K       the scene: standard, mixed (more and thinner rods) or thin (mostly rods\n"
+         "                 and sheets) (default standard)\n"
          "  --help         print this text\n"
          "\n"
          "Files: view_NN.txt, image_NN.png (8-bit RGB), depth_NN.png (16-bit, thousandths of the\n"
          "length unit, 0 = no surface), ground_truth.ply, average_depth.txt, and with --outliers\n"
-         "outliers.ply (the planted points).\n";
+         "outliers.ply (the planted points), and for another kind than standard scene_kind.txt.\n";
 }
 
 ParsedArguments parse_scene_arguments(const std::vector<std::string>& args) {
@@ -77,7 +79,7 @@ ParsedArguments parse_scene_arguments(const std::vector<std::string>& args) {
     }
     if (name != "--out" && name != "--views" && name != "--width" && name != "--height" && name != "--noise" &&
         name != "--seed" && name != "--layout" && name != "--outliers" &&
-        name != "--pose-error")
+        name != "--pose-error" && name != "--kind")
       return fail("unknown option " + quoted(args[i]));
     if (!inline_value) {
       if (i + 1 >= args.size()) return fail("option " + name + " needs a value");
@@ -108,6 +110,8 @@ ParsedArguments parse_scene_arguments(const std::vector<std::string>& args) {
     } else if (name == "--layout") {
       if (!parse_layout(value, o.layout))
         return fail("--layout needs colmap-text, colmap-bin, tum or log, got " + quoted(value));
+    } else if (name == "--kind") {
+      if (!parse_scene_kind(value, o.kind)) return fail("--kind needs standard, mixed or thin, got " + quoted(value));
     } else {
       if (!parse_whole(value, o.seed)) return fail("--seed needs a non-negative integer, got " + quoted(value));
     }

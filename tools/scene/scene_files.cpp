@@ -129,6 +129,7 @@ SceneSummary write_scene(const Scene& scene, const SceneOptions& options) {
       }
   }
   write_layout_index(options.layout, summary.out_dir, written);
+  write_scene_kind(summary.out_dir, options.kind);
   if (options.outliers > 0) write_ground_truth_ply(summary.out_dir + "/outliers.ply", outliers);
   summary.outlier_pixels = outliers.size();
   summary.average_depth = summary.surface_pixels ? depth_sum / static_cast<double>(summary.surface_pixels) : 0.0;

@@ -7,6 +7,7 @@
 #include "tools/scene/pose_perturbation.h"
 #include "tools/scene/scene.h"
 #include "tools/scene/scene_camera.h"
+#include "tools/scene/scene_kinds.h"
 #include "tools/scene/scene_layouts.h"
 
 namespace scene {
@@ -26,6 +27,7 @@ struct SceneOptions {
   // true poses then go to true_view_NN.txt.
   PosePerturbation perturbation;
   double outliers = 0.0;  // share of each view's surface pixels given a wrong depth (see plant_outliers)
+  SceneKind kind = SceneKind::standard;  // named in scene_kind.txt unless standard
 };
 
 struct SurfaceSample {
