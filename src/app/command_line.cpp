@@ -50,9 +50,10 @@ const option::Descriptor usage[] = {
      "      --preview \tAfter the run, write DIR/preview/view_NN.png per view: the input image, the rendered "
      "model and its shaded normals side by side."},
     {VISIBLE_SUPPORT, 0, "", "visible-support", MyArg::Share,
-     "      --visible-support \tInstead of the fixed minimum support levels, keep a point when its support reaches "
-     "this share (above 0, at most 1) of what the other views that see it could give; suits few views. Off by "
-     "default; 0.3 is a good start."},
+     "      --visible-support \tInstead of the fixed minimum support levels, keep a point when the other views "
+     "that agree with it give this share (above 0, at most 1) of what the views that see it could give; the fine "
+     "points then start on planes fitted to their own measurements, with no superpixel model, and --alpha "
+     "defaults to 0.01. Suits few views. Off by default; 0.3 is a good start."},
     {VISIBLE_FLOOR, 0, "", "visible-floor", MyArg::NonNegativeDouble,
      "      --visible-floor \tWith --visible-support, the support every point needs at least; 0 keeps points that "
      "no other view can see. Default is 0.5"},
@@ -136,6 +137,8 @@ std::optional<int> set_up_run(int argc, char* argv[], std::vector<std::string>& 
   if (options[SUPERPIXELS]) superpixel_count = stringTo<int>(options[SUPERPIXELS].arg);
   write_preview = static_cast<bool>(options[PREVIEW]);
   if (options[VISIBLE_SUPPORT]) support_rule.share = static_cast<float>(stringTo<double>(options[VISIBLE_SUPPORT].arg));
+  // The fine particles then hold to planes fitted to their measurements, not to the noisy depths.
+  if (support_rule.visible() && !options[ALPHA]) alpha = kVisibleSupportAlpha;
   if (options[VISIBLE_FLOOR]) support_rule.floor = static_cast<float>(stringTo<double>(options[VISIBLE_FLOOR].arg));
   if (options[PLY_COLORS])
     model_color_names = std::strcmp(options[PLY_COLORS].arg, "standard") == 0 ? PlyColorNames::standard

@@ -94,15 +94,16 @@ int main(int argc, char* argv[]) {
   std::size_t superpixel_points = 0;
   if (support_rule.visible()) {
     // Few views: each fine particle starts on a plane fitted to its own pixel's measured
-    // neighbourhood. The superpixel scaffold is not made: its planes straddle thin objects and their
-    // background and disagree between views on curved surfaces by more than the noise.
+    // neighbourhood. No superpixel scaffold is made: its planes straddle thin objects and their
+    // background, and disagree with the measurements on curved surfaces and near wrong depths.
     for (int i = 0; i < n_keyframes; ++i) {
       const Camera& cam = *camera_ptrs[i];
       CMatrix<float> depth;
       CMatrix<float3> normal_map;
       measured_planes(depth, normal_map, depthmaps[i], cam, pixel_radius(5.0f, average_depth, cameras[0].K[0]),
                       kMeasuredPlaneWindow, depth_range_min, depth_range_max);
-      create_particles_from_depthmap(particles, offsets, normals, depth, normal_map, depthmaps[i], cam.image, cam,
+      // The plane stands for the measurement too: the data term pulls towards it, not the noise.
+      create_particles_from_depthmap(particles, offsets, normals, depth, normal_map, depth, cam.image, cam,
                                      depth_range_min, depth_range_max);
     }
   } else {

@@ -20,6 +20,10 @@ struct SupportRule {
   bool visible() const { return share > 0.0f; }
 };
 
+// The data term's strength of the fine model with the visible share, unless --alpha sets it: the
+// particles' own measurements are then planes fitted to the measured depths, which hold less noise.
+inline constexpr float kVisibleSupportAlpha = 0.01f;
+
 // The rule the command line set.
 extern SupportRule support_rule;
 

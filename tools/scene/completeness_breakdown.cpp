@@ -97,6 +97,14 @@ CompletenessBreakdown break_down_completeness(const Scene& scene, const std::vec
   const auto view_bin = [](int views) { return std::clamp(views, 1, 5) - 1; };
 
   std::map<std::string, CompletenessGroup> surfaces;
+  std::map<std::string, std::vector<double>> distances_by_surface;
+  for (size_t i = 0; i < model.size(); ++i)
+    distances_by_surface[surface_group(scene.shapes[point_labels[i] / 2], points[i])].push_back(point_distance[i]);
+  for (auto& [name, d] : distances_by_surface) {
+    std::nth_element(d.begin(), d.begin() + d.size() / 2, d.end());
+    surfaces[name].points = d.size();
+    surfaces[name].median_distance = d[d.size() / 2];
+  }
   b.by_views.resize(5);
   for (size_t k = 0; k < truth.size(); ++k) {
     ++surfaces[sample_group[k]].samples;
@@ -114,7 +122,7 @@ CompletenessBreakdown break_down_completeness(const Scene& scene, const std::vec
       covered += any[k];
     }
     for (auto& [name, group] : surfaces)
-      group.completeness.push_back(static_cast<double>(covered_by_surface[name]) / group.samples);
+      group.completeness.push_back(group.samples ? static_cast<double>(covered_by_surface[name]) / group.samples : 0.0);
     for (int v = 0; v < 5; ++v)
       b.by_views[v].completeness.push_back(
           b.by_views[v].samples ? static_cast<double>(covered_by_views[v]) / b.by_views[v].samples : 0.0);
@@ -162,20 +170,24 @@ CompletenessBreakdown break_down_scene(const std::string& scene_dir, const std::
 std::string format_breakdown(const CompletenessBreakdown& b) {
   std::ostringstream out;
   out << std::fixed << std::setprecision(2);
-  const auto row = [&](const CompletenessGroup& g) {
+  const auto row = [&](const CompletenessGroup& g, bool accuracy) {
     out << "  " << std::left << std::setw(14) << g.name << std::right << std::setw(9) << g.samples;
     for (double c : g.completeness) out << std::setw(9) << 100 * c << " %";
+    if (accuracy) out << std::setw(10) << g.points << std::setw(9) << 1000 * g.median_distance << " mm";
     out << "\n";
   };
-  const auto header = [&](const std::string& title) {
+  const auto header = [&](const std::string& title, bool accuracy) {
     out << title << std::setw(25 - static_cast<int>(title.size())) << "samples";
     for (double d : b.distances) out << std::setw(8) << 1000 * d << " mm";
+    if (accuracy) out << std::setw(10) << "points" << std::setw(12) << "median";
     out << "\n";
   };
-  header("by surface:");
-  for (const CompletenessGroup& g : b.surfaces) row(g);
-  header("by views:");
-  for (const CompletenessGroup& g : b.by_views) row(g);
+  out << "completeness (share of the true samples with a model point within the distance) and accuracy\n"
+         "(model points nearest to each surface, median distance to it):\n";
+  header("by surface:", true);
+  for (const CompletenessGroup& g : b.surfaces) row(g, true);
+  header("by views:", false);
+  for (const CompletenessGroup& g : b.by_views) row(g, false);
   out << "F-score:";
   for (size_t i = 0; i < b.distances.size(); ++i)
     out << (i ? ", " : " ") << std::setprecision(3) << b.f_scores[i] << std::setprecision(2) << " at "

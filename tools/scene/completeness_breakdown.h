@@ -16,6 +16,8 @@ struct CompletenessGroup {
   std::string name;
   size_t samples = 0;
   std::vector<double> completeness;  // one per distance
+  size_t points = 0;                 // by surface: the model points nearest to it
+  double median_distance = 0;        // and their median distance to it
 };
 
 struct CompletenessBreakdown {
