@@ -103,8 +103,7 @@ std::vector<ViewCover> view_covers(const std::vector<Particle>& particles, const
 
 ViewVerdicts judge_by_views(const std::vector<Particle>& particles, const std::vector<float>& offsets,
                             const std::vector<float3>& normals, const std::vector<Camera*>& cameras,
-                            const std::vector<ViewCover>& covers, float per_view, float cos_limit,
-                            const std::vector<char>& in_question) {
+                            const std::vector<ViewCover>& covers, float per_view, float cos_limit) {
   const std::size_t n = particles.size();
   ViewVerdicts verdicts;
   verdicts.agreeing.assign(n, 0.0f);
@@ -113,7 +112,6 @@ ViewVerdicts judge_by_views(const std::vector<Particle>& particles, const std::v
   verdicts.seeing_views.assign(n, 0);
 #pragma omp parallel for schedule(dynamic, 4096)
   for (std::size_t i = 0; i < n; ++i) {
-    if (!in_question.empty() && !in_question[i]) continue;
     const float3 p = particle_position(particles[i], offsets[i]);
     for (std::size_t c = 0; c < cameras.size(); ++c) {
       const Camera& camera = *cameras[c];

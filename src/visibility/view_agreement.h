@@ -40,9 +40,7 @@ struct ViewVerdicts {
   std::vector<int> agreeing_views, seeing_views;
 };
 
-// The verdicts of every view in `cameras` on the particles with a nonzero entry in `in_question`
-// (all particles when it is empty); the others get zeros.
+// The verdicts of every view in `cameras`, with its cover in `covers`, on every particle.
 ViewVerdicts judge_by_views(const std::vector<Particle>& particles, const std::vector<float>& offsets,
                             const std::vector<float3>& normals, const std::vector<Camera*>& cameras,
-                            const std::vector<ViewCover>& covers, float per_view, float cos_limit,
-                            const std::vector<char>& in_question = {});
+                            const std::vector<ViewCover>& covers, float per_view, float cos_limit);

@@ -163,14 +163,6 @@ TEST(ViewAgreement, ViewsSeeAndAgreeAsRayCastingSaysAndContradictFloatingPoints)
   EXPECT_GE(contradicted, planted * 3 / 4);
   EXPECT_EQ(confirmed, 0u);
 
-  // Only the particles in question are judged.
-  std::vector<char> in_question(r.set.particles.size(), 0);
-  in_question[5] = 1;
-  const ViewVerdicts one = judge_by_views(r.set.particles, r.set.offsets, r.set.normals, r.camera_ptrs,
-                                          view_covers(r.set.particles, r.set.offsets, r.camera_ptrs), kPi, kCos75,
-                                          in_question);
-  EXPECT_EQ(one.seeing_views[5], verdicts.seeing_views[5]);
-  EXPECT_EQ(one.seeing_views[6], 0);
 }
 
 // A particle covers the pixels within its footprint around where it lands in its own view, the
