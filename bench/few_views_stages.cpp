@@ -166,7 +166,7 @@ int main(int argc, char* argv[]) {
     for (int i = 0; i < n_keyframes; ++i) {
       CMatrix<float> depth;
       CMatrix<float3> normal_map;
-      measured_planes(depth, normal_map, depthmaps[i], cameras[i], pixel_radius(5.0f, average_depth, cameras[0].K[0]),
+      measured_planes(depth, normal_map, depthmaps[i], cameras[i], kMeasuredPlaneFootprints,
                       kMeasuredPlaneWindow, depth_range_min, depth_range_max);
       create_particles_from_depthmap(particles, offsets, normals, depth, normal_map, depthmaps[i], cameras[i].image,
                                      cameras[i], depth_range_min, depth_range_max);

@@ -100,7 +100,7 @@ int main(int argc, char* argv[]) {
       const Camera& cam = *camera_ptrs[i];
       CMatrix<float> depth;
       CMatrix<float3> normal_map;
-      measured_planes(depth, normal_map, depthmaps[i], cam, pixel_radius(5.0f, average_depth, cameras[0].K[0]),
+      measured_planes(depth, normal_map, depthmaps[i], cam, kMeasuredPlaneFootprints,
                       kMeasuredPlaneWindow, depth_range_min, depth_range_max);
       // The plane stands for the measurement too: the data term pulls towards it, not the noise.
       create_particles_from_depthmap(particles, offsets, normals, depth, normal_map, depth, cam.image, cam,

@@ -61,7 +61,7 @@ Fit solve(const Neighbour* points, const double* weights, int count, double ridg
 }  // namespace
 
 void measured_planes(CMatrix<float>& depth, CMatrix<float3>& normal_map, const CMatrix<float>& measured,
-                     const Camera& camera, float tolerance, int window, float min_depth, float max_depth) {
+                     const Camera& camera, float footprints, int window, float min_depth, float max_depth) {
   const int width = measured.xSize, height = measured.ySize;
   depth.setSize(width, height);
   normal_map.setSize(width, height);
@@ -90,6 +90,7 @@ void measured_planes(CMatrix<float>& depth, CMatrix<float3>& normal_map, const C
           continue;
         }
         const double u0 = ray.u(x), v0 = ray.v(y);
+        const float tolerance = footprints * b * ray.inv_fx;
         int count = 0;
         for (int yy = std::max(0, y - window); yy <= std::min(height - 1, y + window); ++yy)
           for (int xx = std::max(0, x - window); xx <= std::min(width - 1, x + window); ++xx) {

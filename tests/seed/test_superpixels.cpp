@@ -289,7 +289,7 @@ TEST(MeasuredPlanes, FitEachPixelsOwnSurface) {
   CMatrix<float> measured = plane_depth_map(camera, plane);
   CMatrix<float> depth;
   CMatrix<float3> normals;
-  measured_planes(depth, normals, measured, camera, 0.1f, kMeasuredPlaneWindow, 0.0f, 100.0f);
+  measured_planes(depth, normals, measured, camera, kMeasuredPlaneFootprints, kMeasuredPlaneWindow, 0.0f, 100.0f);
   ASSERT_EQ(depth.xSize, 24);
   ASSERT_EQ(normals.ySize, 20);
   const D3 n = facing(camera, plane);
@@ -306,7 +306,7 @@ TEST(MeasuredPlanes, FitEachPixelsOwnSurface) {
     for (int x = 0; x < 24; ++x) measured(x, y) = x == 10 ? 1.0f : 3.0f;
   measured(4, 4) = 2.0f;
   measured(18, 15) = 0.0f;
-  measured_planes(depth, normals, measured, head_on, 0.1f, kMeasuredPlaneWindow, 0.0f, 100.0f);
+  measured_planes(depth, normals, measured, head_on, kMeasuredPlaneFootprints, kMeasuredPlaneWindow, 0.0f, 100.0f);
   for (int y = 0; y < 20; ++y)
     for (int x = 0; x < 24; ++x) {
       if (x == 18 && y == 15) continue;
