@@ -34,9 +34,11 @@ float camera_depth(const Camera& camera, float3 p) {
 Verdict judge(const Camera& camera, const ViewCover& cover, const std::vector<Particle>& particles,
               const std::vector<float>& offsets, const std::vector<float3>& normals, std::size_t i, float3 p) {
   const ViewPoint at = project(camera, p);
-  if (!(at.depth > 0.0f)) return Verdict::silent;
+  // Off the image (also NaN, and before rounding, which could overflow).
+  if (!(at.depth > 0.0f && at.x >= -0.5f && at.x < static_cast<float>(cover.width) - 0.5f && at.y >= -0.5f &&
+        at.y < static_cast<float>(cover.height) - 0.5f))
+    return Verdict::silent;
   const int x = static_cast<int>(std::lround(at.x)), y = static_cast<int>(std::lround(at.y));
-  if (x < 0 || y < 0 || x >= cover.width || y >= cover.height) return Verdict::silent;
   bool any = false, in_front = true;
   for (int v = std::max(0, y - 1); v <= std::min(cover.height - 1, y + 1); ++v)
     for (int u = std::max(0, x - 1); u <= std::min(cover.width - 1, x + 1); ++u) {
@@ -79,9 +81,12 @@ std::vector<ViewCover> view_covers(const std::vector<Particle>& particles, const
     for (const int k : members[c]) {
       const ViewPoint at = project(camera, particle_position(particles[k], offsets[k]));
       if (!(at.depth > 0.0f)) continue;
-      // The footprint in pixels, at least the pixel itself.
+      // The footprint in pixels, at least the pixel itself; a disc wholly off the image (or NaN)
+      // covers nothing, and is left before its bounds are rounded.
       const float reach = std::max(particles[k].radius * camera.K[0] / at.depth, 0.5f);
-      if (!(reach < static_cast<float>(cover.width + cover.height))) continue;  // also NaN
+      if (!(reach < static_cast<float>(cover.width + cover.height) && at.x + reach >= 0.0f && at.y + reach >= 0.0f &&
+            at.x - reach <= static_cast<float>(cover.width - 1) && at.y - reach <= static_cast<float>(cover.height - 1)))
+        continue;
       const int x0 = std::max(0, static_cast<int>(std::ceil(at.x - reach)));
       const int x1 = std::min(cover.width - 1, static_cast<int>(std::floor(at.x + reach)));
       const int y0 = std::max(0, static_cast<int>(std::ceil(at.y - reach)));
