@@ -73,8 +73,10 @@ void measured_planes(CMatrix<float>& depth, CMatrix<float3>& normal_map, const C
                        static_cast<float>(R[3] * x + R[4] * y + R[5] * z),
                        static_cast<float>(R[6] * x + R[7] * y + R[8] * z));
   };
-  // The slope preference: a tenth of the spread of a window one pixel wide in each direction.
-  const double ridge = 0.1 * static_cast<double>(ray.inv_fx) * static_cast<double>(ray.inv_fy);
+  // The slope preference: a thousandth of the spread of a window one pixel wide, enough to settle
+  // the slope across a line of points and too little to bend the fit where the window is lopsided
+  // (at the image border).
+  const double ridge = 1e-3 * static_cast<double>(ray.inv_fx) * static_cast<double>(ray.inv_fy);
   const int span = 2 * window + 1;
 #pragma omp parallel
   {

@@ -299,12 +299,12 @@ TEST(MeasuredPlanes, FitEachPixelsOwnSurface) {
       EXPECT_GT(dot(to_d3(normals(x, y)), n), 0.999) << x << ", " << y;
     }
 
-  // Background at depth 3 seen head-on, a vertical rod at depth 1 in column 10, a lone depth of 2
+  // Background at depth 3 seen head-on, a vertical rod at depth 1 in column 10, a lone depth of 1.5
   // at (4, 4), and no depth at (18, 15).
   const Camera head_on = pinhole(24, 20, 40.0f);
   for (int y = 0; y < 20; ++y)
     for (int x = 0; x < 24; ++x) measured(x, y) = x == 10 ? 1.0f : 3.0f;
-  measured(4, 4) = 2.0f;
+  measured(4, 4) = 1.5f;
   measured(18, 15) = 0.0f;
   measured_planes(depth, normals, measured, head_on, kMeasuredPlaneFootprints, kMeasuredPlaneWindow, 0.0f, 100.0f);
   for (int y = 0; y < 20; ++y)
@@ -312,7 +312,7 @@ TEST(MeasuredPlanes, FitEachPixelsOwnSurface) {
       if (x == 18 && y == 15) continue;
       EXPECT_NEAR(depth(x, y), measured(x, y), 1e-4f) << x << ", " << y;
       // Planes facing the camera at the origin, which looks along +z.
-      EXPECT_LT(normals(x, y).z, -0.999f) << x << ", " << y;
+      if (x != 4 || y != 4) EXPECT_LT(normals(x, y).z, -0.999f) << x << ", " << y;
     }
   EXPECT_EQ(depth(18, 15), 0.0f);
   // The lone depth has no plane: its normal points at the camera along its own ray.
