@@ -16,7 +16,9 @@
 struct SupportRule {
   float share = 0.0f;
   float floor = 0.5f;
-  float facing_limit_degrees = 75.0f;  // views seeing the surface more obliquely don't count
+  // Views seeing the surface more obliquely take no part; one agreeing view at this angle still
+  // gives pi * cos(80 degrees), about 0.55, above the default floor.
+  float facing_limit_degrees = 80.0f;
   bool visible() const { return share > 0.0f; }
 };
 
