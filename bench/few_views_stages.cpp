@@ -32,7 +32,7 @@
 #include "src/seed/create_superpixels.h"
 #include "src/seed/particles_to_images.h"
 #include "tools/scene/completeness_breakdown.h"
-#include "tools/scene/png_io.h"
+#include "image/png_io.h"
 #include "tools/scene/ray_cast.h"
 #include "tools/scene/scene_kinds.h"
 #include "tools/scene/surface_distance.h"
@@ -248,7 +248,8 @@ int main(int argc, char* argv[]) {
       for (int c = 0; c < 3; ++c)
         rgb[3 * key.second + c] = few ? colours[f][c] : static_cast<uint8_t>(f >= kKept ? 90 : 40 + 10 * f);
     }
-    scene::write_png_rgb8(output_directory + "/fates_" + std::to_string(v) + ".png", w, h, rgb);
+    const std::string path = output_directory + "/fates_" + std::to_string(v) + ".png";
+    png_io::write_png(path.c_str(), "few_views_stages", w, h, 3, rgb);
   }
 
   // Rows: kinds of surface, then the number of views that see the pixel's surface.

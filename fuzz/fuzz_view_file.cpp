@@ -3,10 +3,10 @@
 #include <cstdint>
 #include <string_view>
 
-#include "src/app/view_file.h"
+#include "formats/view_file.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  ViewFileTokens view;
+  ViewFile view;
   parse_view_file(std::string_view(reinterpret_cast<const char*>(data), size), view);
   return 0;
 }

@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <stdexcept>
 #include <string>
+#include <utility>
 
 namespace png_io {
 namespace {
@@ -44,12 +45,13 @@ bool start_write(png_structp png, std::FILE* fp) {
   return true;
 }
 
-bool write_header(png_structp png, png_infop info, int width, int height, int channels) {
+bool write_header(png_structp png, png_infop info, int width, int height, int bit_depth, int color_type) {
   if (setjmp(png_jmpbuf(png))) return false;
-  png_set_IHDR(png, info, static_cast<png_uint_32>(width), static_cast<png_uint_32>(height), 8,
-               channels == 4 ? PNG_COLOR_TYPE_RGBA : PNG_COLOR_TYPE_RGB, PNG_INTERLACE_NONE,
-               PNG_COMPRESSION_TYPE_DEFAULT, PNG_FILTER_TYPE_DEFAULT);
+  png_set_IHDR(png, info, static_cast<png_uint_32>(width), static_cast<png_uint_32>(height), bit_depth, color_type,
+               PNG_INTERLACE_NONE, PNG_COMPRESSION_TYPE_DEFAULT, PNG_FILTER_TYPE_DEFAULT);
   png_write_info(png, info);
+  // 16-bit samples go big-endian into the file; swapping takes them from the machine's order.
+  if (bit_depth == 16 && std::endian::native == std::endian::little) png_set_swap(png);
   return true;
 }
 
@@ -84,123 +86,100 @@ bool accepted(Accept accept, int color_type, int bit_depth) {
   return false;
 }
 
-// Owns the read side: closes the file and destroys whatever structures exist.
-struct ReadSession {
-  std::FILE* fp = nullptr;
-  png_structp png = nullptr;
-  png_infop info = nullptr;
-  ~ReadSession() { close(); }
-  void close() {
-    if (png != nullptr) png_destroy_read_struct(&png, info != nullptr ? &info : nullptr, nullptr);
-    png = nullptr;
-    info = nullptr;
-    if (fp != nullptr) std::fclose(fp);
-    fp = nullptr;
-  }
-};
-
-struct WriteSession {
-  std::FILE* fp = nullptr;
-  png_structp png = nullptr;
-  png_infop info = nullptr;
-  ~WriteSession() { close(); }
-  void close() {
-    if (png != nullptr) png_destroy_write_struct(&png, info != nullptr ? &info : nullptr);
-    png = nullptr;
-    info = nullptr;
-    if (fp != nullptr) std::fclose(fp);
-    fp = nullptr;
-  }
-};
-
 [[noreturn]] void fail(const char* who, const std::string& what) {
   throw std::runtime_error(std::string(who) + ": " + what);
 }
 
+// One side of libpng on one file: the file, then the structures. Whatever exists is released when
+// the session ends, so also before a failure reaches the caller.
+template <bool kRead>
+struct Session {
+  std::FILE* fp;
+  png_structp png = nullptr;
+  png_infop info = nullptr;
+
+  Session(const char* filename, const char* who) : fp(std::fopen(filename, kRead ? "rb" : "wb")) {
+    if (fp == nullptr) fail(who, std::string("Cannot open file ") + filename);
+  }
+  ~Session() {
+    png_infopp infop = info != nullptr ? &info : nullptr;
+    if (png != nullptr && kRead) png_destroy_read_struct(&png, infop, nullptr);
+    if (png != nullptr && !kRead) png_destroy_write_struct(&png, infop);
+    if (fp != nullptr) std::fclose(fp);
+  }
+  Session(const Session&) = delete;
+  Session& operator=(const Session&) = delete;
+
+  void create_structures(const char* who) {
+    png = kRead ? png_create_read_struct(PNG_LIBPNG_VER_STRING, nullptr, error_jump, ignore_warning)
+                : png_create_write_struct(PNG_LIBPNG_VER_STRING, nullptr, error_jump, ignore_warning);
+    if (png == nullptr) fail(who, kRead ? "Could not create png read struct" : "Could not create png write struct");
+    info = png_create_info_struct(png);
+    if (info == nullptr) fail(who, "Could not create png info struct");
+  }
+};
+
 }  // namespace
 
 PngRows read_png(const char* filename, const char* who, Accept accept, const char* refusal) {
-  ReadSession s;
-  s.fp = std::fopen(filename, "rb");
-  if (s.fp == nullptr) fail(who, std::string("Cannot open file ") + filename);
-
+  Session<true> s(filename, who);
   png_byte signature[8];
   if (std::fread(signature, 1, 8, s.fp) != 8) fail(who, std::string("Could not read header of file ") + filename);
   if (png_sig_cmp(signature, 0, 8) != 0) fail(who, std::string("File ") + filename + " is not a PNG");
-
-  s.png = png_create_read_struct(PNG_LIBPNG_VER_STRING, nullptr, error_jump, ignore_warning);
-  if (s.png == nullptr) fail(who, "Could not create png read struct");
-  s.info = png_create_info_struct(s.png);
-  if (s.info == nullptr) {
-    s.close();
-    fail(who, "Could not create png info struct");
-  }
-  if (!read_header(s.png, s.info, s.fp)) {
-    s.close();
-    fail(who, "png_init_io failed");
-  }
+  s.create_structures(who);
+  if (!read_header(s.png, s.info, s.fp)) fail(who, "png_init_io failed");
 
   PngRows result;
   result.width = static_cast<int>(png_get_image_width(s.png, s.info));
   result.height = static_cast<int>(png_get_image_height(s.png, s.info));
   result.channels = png_get_channels(s.png, s.info);
   result.bit_depth = png_get_bit_depth(s.png, s.info);
-  const int color_type = png_get_color_type(s.png, s.info);
-  if (!accepted(accept, color_type, result.bit_depth)) {
-    s.close();
-    throw std::runtime_error(refusal);
-  }
+  if (!accepted(accept, png_get_color_type(s.png, s.info), result.bit_depth)) throw std::runtime_error(refusal);
 
   // 16-bit samples are big-endian in the file; swapping gives the machine's order here.
   const bool swap16 = result.bit_depth == 16 && std::endian::native == std::endian::little;
-  if (!prepare_rows(s.png, s.info, swap16, &result.rowbytes)) {
-    s.close();
-    fail(who, "png_read_image failed");
-  }
-  if (!holds_rows(s.fp, result.rowbytes, result.height)) {
-    s.close();
-    fail(who, std::string("File ") + filename + " is truncated");
-  }
+  if (!prepare_rows(s.png, s.info, swap16, &result.rowbytes)) fail(who, "png_read_image failed");
+  if (!holds_rows(s.fp, result.rowbytes, result.height)) fail(who, std::string("File ") + filename + " is truncated");
   result.bytes.resize(result.rowbytes * static_cast<std::size_t>(result.height));
   std::vector<png_bytep> rows(static_cast<std::size_t>(result.height));
   for (int y = 0; y < result.height; ++y) rows[y] = result.bytes.data() + result.rowbytes * y;
-  if (!read_rows(s.png, rows.data())) {
-    s.close();
-    fail(who, "png_read_image failed");
-  }
-  s.close();
+  if (!read_rows(s.png, rows.data())) fail(who, "png_read_image failed");
   return result;
 }
 
+namespace {
+
+// Writes height rows of rowbytes bytes each.
+void write_rows_to(const char* filename, const char* who, int width, int height, int bit_depth, int color_type,
+                   const unsigned char* bytes, std::size_t rowbytes) {
+  Session<false> s(filename, who);
+  s.create_structures(who);
+  if (!start_write(s.png, s.fp)) fail(who, "png_init_io failed");
+  if (!write_header(s.png, s.info, width, height, bit_depth, color_type)) fail(who, "png_write_info failed");
+  std::vector<png_bytep> rows(static_cast<std::size_t>(height));
+  for (int y = 0; y < height; ++y) rows[y] = const_cast<png_bytep>(bytes) + rowbytes * static_cast<std::size_t>(y);
+  if (!write_rows(s.png, s.info, rows.data())) fail(who, "png_write_image failed");
+  // What is still buffered reaches the disk at the close; a full disk shows there.
+  std::FILE* fp = std::exchange(s.fp, nullptr);
+  if (std::fclose(fp) != 0) fail(who, std::string("Cannot write file ") + filename);
+}
+
+}  // namespace
+
 void write_png(const char* filename, const char* who, int width, int height, int channels,
                const std::vector<unsigned char>& interleaved) {
-  WriteSession s;
-  s.fp = std::fopen(filename, "wb");
-  if (s.fp == nullptr) fail(who, std::string("Cannot open file ") + filename);
-  s.png = png_create_write_struct(PNG_LIBPNG_VER_STRING, nullptr, error_jump, ignore_warning);
-  if (s.png == nullptr) fail(who, "Could not create png write struct");
-  s.info = png_create_info_struct(s.png);
-  if (s.info == nullptr) {
-    s.close();
-    fail(who, "Could not create png info struct");
-  }
-  if (!start_write(s.png, s.fp)) {
-    s.close();
-    fail(who, "png_init_io failed");
-  }
-  if (!write_header(s.png, s.info, width, height, channels)) {
-    s.close();
-    fail(who, "png_write_info failed");
-  }
   const std::size_t rowbytes = static_cast<std::size_t>(width) * static_cast<std::size_t>(channels);
-  std::vector<png_bytep> rows(static_cast<std::size_t>(height));
-  for (int y = 0; y < height; ++y)
-    rows[y] = const_cast<png_bytep>(interleaved.data()) + rowbytes * static_cast<std::size_t>(y);
-  if (!write_rows(s.png, s.info, rows.data())) {
-    s.close();
-    fail(who, "png_write_image failed");
-  }
-  s.close();
+  if (interleaved.size() != rowbytes * static_cast<std::size_t>(height))
+    fail(who, std::string("the samples do not fill the image of ") + filename);
+  write_rows_to(filename, who, width, height, 8, channels == 4 ? PNG_COLOR_TYPE_RGBA : PNG_COLOR_TYPE_RGB,
+                interleaved.data(), rowbytes);
+}
+
+void write_png16(const char* filename, const char* who, int width, int height, const std::vector<uint16_t>& samples) {
+  if (samples.size() != static_cast<std::size_t>(width) * static_cast<std::size_t>(height))
+    fail(who, std::string("the samples do not fill the image of ") + filename);
+  write_rows_to(filename, who, width, height, 16, PNG_COLOR_TYPE_GRAY,
+                reinterpret_cast<const unsigned char*>(samples.data()), 2 * static_cast<std::size_t>(width));
 }
 
 }  // namespace png_io

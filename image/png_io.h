@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <vector>
 
 // libpng set-up shared by the PNG readers and writers of CMatrix and CTensor. Every failure is a
@@ -26,5 +27,8 @@ PngRows read_png(const char* filename, const char* who, Accept accept, const cha
 // Writes an 8-bit RGB (channels 3) or RGBA (channels 4) PNG from interleaved rows.
 void write_png(const char* filename, const char* who, int width, int height, int channels,
                const std::vector<unsigned char>& interleaved);
+
+// Writes a 16-bit greyscale PNG from samples row by row.
+void write_png16(const char* filename, const char* who, int width, int height, const std::vector<uint16_t>& samples);
 
 }  // namespace png_io

@@ -10,7 +10,6 @@
 #include "src/app/model_files.h"
 #include "src/app/my_arg.h"
 #include "src/app/option_usage.h"
-#include "src/app/string_to.h"
 #include "src/app/support_rule.h"
 #include "src/core/settings.h"
 #include "src/io/output_directory.h"
@@ -98,11 +97,10 @@ std::optional<int> set_up_run(int argc, char* argv[], std::vector<std::string>& 
   const int numargs = argc > 0 ? argc - 1 : 0;
   const char* const* args = argc > 0 ? argv + 1 : argv;
 
-  option::Stats stats(false, usage, numargs, args);
+  option::Stats stats(usage, numargs, args);
   std::vector<option::Option> options(stats.options_max);
   std::vector<option::Option> buffer(stats.buffer_max);
-  option::Parser parser(false, usage, numargs, args, options.data(), buffer.data(),
-                        static_cast<int>(stats.buffer_max));
+  option::Parser parser(usage, numargs, args, options.data(), buffer.data(), static_cast<int>(stats.buffer_max));
   if (parser.error) return 1;  // the check function has said why
 
   if (options[HELP] || argc <= 1) {
@@ -133,13 +131,13 @@ std::optional<int> set_up_run(int argc, char* argv[], std::vector<std::string>& 
   float* const float_settings[] = {&average_depth, &alpha_sp,       &beta_sp,    &alpha,
                                    &beta,          &min_support_sp, &min_support};
   for (unsigned index = DEPTH_AVG; index <= MIN_SUPPORT; ++index)
-    if (options[index]) *float_settings[index - DEPTH_AVG] = static_cast<float>(stringTo<double>(options[index].arg));
-  if (options[SUPERPIXELS]) superpixel_count = stringTo<int>(options[SUPERPIXELS].arg);
+    if (options[index]) *float_settings[index - DEPTH_AVG] = static_cast<float>(MyArg::value<double>(options[index]));
+  if (options[SUPERPIXELS]) superpixel_count = MyArg::value<int>(options[SUPERPIXELS]);
   write_preview = static_cast<bool>(options[PREVIEW]);
-  if (options[VISIBLE_SUPPORT]) support_rule.share = static_cast<float>(stringTo<double>(options[VISIBLE_SUPPORT].arg));
+  if (options[VISIBLE_SUPPORT]) support_rule.share = static_cast<float>(MyArg::value<double>(options[VISIBLE_SUPPORT]));
   // The fine particles then hold to planes fitted to their measurements, not to the noisy depths.
   if (support_rule.visible() && !options[ALPHA]) alpha = kVisibleSupportAlpha;
-  if (options[VISIBLE_FLOOR]) support_rule.floor = static_cast<float>(stringTo<double>(options[VISIBLE_FLOOR].arg));
+  if (options[VISIBLE_FLOOR]) support_rule.floor = static_cast<float>(MyArg::value<double>(options[VISIBLE_FLOOR]));
   if (options[PLY_COLORS])
     model_color_names = std::strcmp(options[PLY_COLORS].arg, "standard") == 0 ? PlyColorNames::standard
                                                                               : PlyColorNames::diffuse;

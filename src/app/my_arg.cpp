@@ -2,11 +2,10 @@
 
 #include <climits>
 #include <cmath>
-#include <cstdlib>
 #include <cstring>
 #include <iostream>
 
-#include "src/app/string_to.h"
+#include "formats/number_text.h"
 
 namespace MyArg {
 
@@ -44,52 +43,57 @@ option::ArgStatus NonEmpty(const option::Option& option, bool msg) {
   return has_text(option) ? option::ARG_OK : require_text(option, msg);
 }
 
+// A number out of range is still a number here; the range checks below refuse it.
 option::ArgStatus Double(const option::Option& option, bool msg) {
   if (!has_text(option)) return require_text(option, msg);
-  char* end = nullptr;
-  std::strtod(option.arg, &end);
-  return end != option.arg && *end == 0 ? option::ARG_OK : require_number(option, msg);
+  double v;
+  return read_number(option.arg, v) != NumberText::not_a_number ? option::ARG_OK : require_number(option, msg);
 }
 
 option::ArgStatus Integer(const option::Option& option, bool msg) {
   if (!has_text(option)) return require_text(option, msg);
-  char* end = nullptr;
-  std::strtol(option.arg, &end, 10);
-  return end != option.arg && *end == 0 ? option::ARG_OK : require_number(option, msg);
+  long v;
+  return read_number(option.arg, v) != NumberText::not_a_number ? option::ARG_OK : require_number(option, msg);
 }
 
-// The range checks judge the value the run will use: the text as the settings read it, narrowed
-// to the settings' float.
-option::ArgStatus PositiveDouble(const option::Option& option, bool msg) {
-  if (const option::ArgStatus s = Double(option, msg); s != option::ARG_OK) return s;
-  const float v = static_cast<float>(stringTo<double>(option.arg));
-  if (std::isfinite(v) && v > 0.0f) return option::ARG_OK;
-  if (msg) printError("Option '", option, "' requires a positive finite argument\n");
+namespace {
+
+// A number option's check: the text must be a number, and the value the run will use (for a
+// float setting the double narrowed to float) must pass `fits`.
+template <typename T, typename Fits>
+option::ArgStatus number_in(const option::Option& option, bool msg, Fits fits, const char* requirement) {
+  if (const option::ArgStatus s = std::is_integral_v<T> ? Integer(option, msg) : Double(option, msg);
+      s != option::ARG_OK)
+    return s;
+  T v;
+  if (parse_number(option.arg, v) && fits(v)) return option::ARG_OK;
+  if (msg) printError("Option '", option, requirement);
   return option::ARG_ILLEGAL;
+}
+
+}  // namespace
+
+option::ArgStatus PositiveDouble(const option::Option& option, bool msg) {
+  return number_in<double>(
+      option, msg, [](double v) { return std::isfinite(static_cast<float>(v)) && static_cast<float>(v) > 0.0f; },
+      "' requires a positive finite argument\n");
 }
 
 option::ArgStatus NonNegativeDouble(const option::Option& option, bool msg) {
-  if (const option::ArgStatus s = Double(option, msg); s != option::ARG_OK) return s;
-  const float v = static_cast<float>(stringTo<double>(option.arg));
-  if (std::isfinite(v) && v >= 0.0f) return option::ARG_OK;
-  if (msg) printError("Option '", option, "' requires a finite argument of at least 0\n");
-  return option::ARG_ILLEGAL;
+  return number_in<double>(
+      option, msg, [](double v) { return std::isfinite(static_cast<float>(v)) && static_cast<float>(v) >= 0.0f; },
+      "' requires a finite argument of at least 0\n");
 }
 
 option::ArgStatus PositiveInteger(const option::Option& option, bool msg) {
-  if (const option::ArgStatus s = Integer(option, msg); s != option::ARG_OK) return s;
-  const long v = std::strtol(option.arg, nullptr, 10);
-  if (v >= 1 && v <= INT_MAX) return option::ARG_OK;
-  if (msg) printError("Option '", option, "' requires an argument from 1 to 2147483647\n");
-  return option::ARG_ILLEGAL;
+  return number_in<long>(
+      option, msg, [](long v) { return v >= 1 && v <= INT_MAX; }, "' requires an argument from 1 to 2147483647\n");
 }
 
 option::ArgStatus Share(const option::Option& option, bool msg) {
-  if (const option::ArgStatus s = Double(option, msg); s != option::ARG_OK) return s;
-  const float v = static_cast<float>(stringTo<double>(option.arg));
-  if (v > 0.0f && v <= 1.0f) return option::ARG_OK;
-  if (msg) printError("Option '", option, "' requires an argument above 0 and at most 1\n");
-  return option::ARG_ILLEGAL;
+  return number_in<double>(
+      option, msg, [](double v) { return static_cast<float>(v) > 0.0f && static_cast<float>(v) <= 1.0f; },
+      "' requires an argument above 0 and at most 1\n");
 }
 
 option::ArgStatus PlyColors(const option::Option& option, bool msg) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "formats/number_text.h"
 #include "src/app/option_parser.h"
 
 // Check functions for the program's options and the test for required options. Messages go to
@@ -11,7 +12,7 @@ void printError(const char* prefix, const option::Option& option, const char* su
 
 // Accepts an argument of at least one character.
 option::ArgStatus NonEmpty(const option::Option& option, bool msg);
-// Accept text that strtod / strtol (base 10) read completely; no range is checked.
+// Accept a whole decimal number (formats/number_text.h), of any size; no range is checked.
 option::ArgStatus Double(const option::Option& option, bool msg);
 option::ArgStatus Integer(const option::Option& option, bool msg);
 
@@ -25,6 +26,14 @@ option::ArgStatus PositiveInteger(const option::Option& option, bool msg);
 option::ArgStatus Share(const option::Option& option, bool msg);
 // The colour property names of the model files: "diffuse" or "standard".
 option::ArgStatus PlyColors(const option::Option& option, bool msg);
+
+// The value of an option its check accepted, as the run uses it.
+template <typename T>
+T value(const option::Option& option) {
+  T v{};
+  parse_number(option.arg, v);
+  return v;
+}
 
 // required: zero-terminated list of indices. Returns true when one of them was not given; unless
 // quiet, lists the missing ones on standard error under a header.

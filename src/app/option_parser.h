@@ -4,8 +4,8 @@
 
 // A small command-line option parser driven by a table of descriptors.
 //
-// Parsing is in POSIX order: it ends at "--" or, unless gnu is set, at the first argument that is
-// not an option. Long options are "--name value" or "--name=value"; short options may be grouped
+// Parsing is in POSIX order: it ends at "--" or at the first argument that is not an option. Long
+// options are "--name value" or "--name=value", never abbreviated; short options may be grouped
 // ("-ho") and take "-o value" or "-ovalue". An option that matches no row falls on the catch-all
 // row (the first row without names), and that row's check decides about it. Every occurrence is
 // stored; the option array holds the first one, so the first occurrence wins when read.
@@ -44,7 +44,6 @@ struct Option {
 
   explicit operator bool() const { return desc != nullptr; }
   unsigned index() const { return desc ? desc->index : 0; }
-  int count() const;  // number of occurrences of this index, counted from the first
 };
 
 namespace Arg {
@@ -58,8 +57,7 @@ struct Stats {
   unsigned options_max = 1;  // highest table index + 2: one spare slot past the highest index
 
   Stats() = default;
-  Stats(bool gnu, const Descriptor usage[], int argc, const char* const* argv, int min_abbr_len = 0,
-        bool single_minus_longopt = false);
+  Stats(const Descriptor usage[], int argc, const char* const* argv);
 
   struct CountOptionsAction {
     unsigned* count;
@@ -67,7 +65,6 @@ struct Stats {
       ++*count;
       return true;
     }
-    void non_option(const char*) {}
     void finished(int, const char* const*) {}
   };
 };
@@ -76,11 +73,10 @@ struct Stats {
 struct Parser {
   int options_count = 0;                 // occurrences stored in the buffer
   bool error = false;                    // a check function rejected an argument
-  std::vector<const char*> non_options;  // arguments that are not options, in order
+  std::vector<const char*> non_options;  // the arguments behind the options, in order
 
   Parser() = default;
-  Parser(bool gnu, const Descriptor usage[], int argc, const char* const* argv, Option options[],
-         Option buffer[], int bufmax, int min_abbr_len = 0, bool single_minus_longopt = false);
+  Parser(const Descriptor usage[], int argc, const char* const* argv, Option options[], Option buffer[], int bufmax);
 
   struct StoreOptionAction {
     Parser* parser;
@@ -89,19 +85,15 @@ struct Parser {
     int bufmax;
     // Occurrences beyond bufmax are parsed and checked but not stored.
     bool perform(Option& option);
-    void non_option(const char* arg) { parser->non_options.push_back(arg); }
     void finished(int numargs, const char* const* args);
   };
 
-  // The one parsing loop. Hands every recognised occurrence to action.perform; non-options that
-  // gnu mode steps over go to action.non_option, and the arguments left when parsing ends to
-  // action.finished. single_minus_longopt lets "-name" match a long name first; min_abbr_len > 0
-  // lets a unique prefix of at least that many characters stand for a long name. print_errors is
-  // handed to the check functions as their msg flag. Returns false when a check rejected an
-  // argument.
+  // The one parsing loop. Hands every recognised occurrence to action.perform and the arguments
+  // left when parsing ends to action.finished. print_errors is handed to the check functions as
+  // their msg flag. Returns false when a check rejected an argument.
   template <class Action>
-  static bool workhorse(bool gnu, const Descriptor usage[], int numargs, const char* const* args,
-                        Action& action, bool single_minus_longopt, bool print_errors, int min_abbr_len);
+  static bool workhorse(const Descriptor usage[], int numargs, const char* const* args, Action& action,
+                        bool print_errors);
 };
 
 }  // namespace option

@@ -6,17 +6,11 @@
 #include <stdexcept>
 
 #include "src/io/temporary_file.h"
+#include "src/io/view_camera.h"
 
 namespace fs = std::filesystem;
 
 namespace {
-
-void append_number(std::string& text, float v, char end) {
-  char number[32];
-  std::snprintf(number, sizeof number, "%.9g", static_cast<double>(v));
-  text += number;
-  text += end;
-}
 
 void write_file(const std::string& path, const std::string& text) {
   TemporaryFile file(path);
@@ -28,22 +22,6 @@ void write_file(const std::string& path, const std::string& text) {
 }
 
 }  // namespace
-
-std::string view_file_text(const Camera& camera, const std::string& depth_path) {
-  // The camera holds K and R by columns and the principal point mirrored.
-  float K[9];
-  for (int r = 0; r < 3; ++r)
-    for (int c = 0; c < 3; ++c) K[3 * r + c] = camera.K[3 * c + r];
-  K[2] = static_cast<float>(camera.width - 1) - camera.K[6];
-  K[5] = static_cast<float>(camera.height - 1) - camera.K[7];
-  std::string text;
-  for (int i = 0; i < 9; ++i) append_number(text, K[i], i % 3 == 2 ? '\n' : ' ');
-  for (int r = 0; r < 3; ++r)
-    for (int c = 0; c < 3; ++c) append_number(text, camera.R[3 * c + r], c == 2 ? '\n' : ' ');
-  for (int i = 0; i < 3; ++i) append_number(text, camera.t[i], i == 2 ? '\n' : ' ');
-  text += std::to_string(camera.width) + " " + std::to_string(camera.height) + "\n";
-  return text + camera.image_filename + "\n" + depth_path + "\n";
-}
 
 std::string refined_view_name(const std::string& file) { return fs::path(file).filename().string(); }
 
@@ -77,7 +55,7 @@ std::string write_refined_views(const std::string& directory, const std::vector<
   for (std::size_t i = 0; i < cameras.size(); ++i) {
     const std::string path = directory + "/" + refined_view_name(view_files[i]);
     try {
-      write_file(path, view_file_text(cameras[i], depth_paths[i]));
+      write_file(path, format_view_file(view_file_from_camera(cameras[i], depth_paths[i])));
     } catch (const std::runtime_error& e) {
       return "cannot write refined view \"" + path + "\": " + e.what();
     }

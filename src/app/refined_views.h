@@ -8,11 +8,6 @@
 // The views that --improve-cameras refines, written back as view files so that they can be
 // reused and compared: DIR/views/NAME for the input view file NAME.
 
-// The 25 tokens of a view file for the camera: K row by row with the principal point of the
-// unmirrored image, R row by row, t, width, height, the camera's image path and depth_path. Nine
-// significant digits, so every number reads back as the same float.
-std::string view_file_text(const Camera& camera, const std::string& depth_path);
-
 // The name of view file `file` in the views directory: its own name.
 std::string refined_view_name(const std::string& file);
 
@@ -21,6 +16,7 @@ std::string refined_view_name(const std::string& file);
 std::string prepare_refined_views(const std::string& directory, const std::vector<std::string>& view_files);
 
 // Writes camera i as directory/refined_view_name(view_files[i]), each under a temporary name
-// renamed into place. Returns the reason as one line when a file cannot be written, else empty.
+// renamed into place; each reads back as its camera, bit for bit. Returns the reason as one line
+// when a file cannot be written, else empty.
 std::string write_refined_views(const std::string& directory, const std::vector<std::string>& view_files,
                                 const std::vector<Camera>& cameras, const std::vector<std::string>& depth_paths);

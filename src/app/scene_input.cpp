@@ -1,15 +1,12 @@
 #include "src/app/scene_input.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <cmath>
-#include <cstring>
-#include <filesystem>
-#include <fstream>
 #include <iostream>
 
-#include "src/app/view_file.h"
+#include "formats/depth_png.h"
 #include "src/core/settings.h"
+#include "src/io/view_camera.h"
 
 namespace {
 
@@ -67,88 +64,36 @@ float central_median_depth(const std::vector<CMatrix<float>>& depthmaps) {
   return result;
 }
 
-std::string quoted(const std::string& text) { return "\"" + text + "\""; }
-
-// The first MiB of the file: 25 tokens fit in far less, and a wrong argument that names a huge
-// file costs no memory.
-std::string read_text(const std::string& file) {
-  if (std::filesystem::is_directory(file)) throw ViewFileError(file, "is a directory");
-  std::ifstream in(file, std::ios::binary);
-  if (!in) throw ViewFileError(file, std::string("cannot be opened: ") + std::strerror(errno));
-  std::string text(1 << 20, '\0');
-  in.read(text.data(), static_cast<std::streamsize>(text.size()));
-  if (in.bad()) throw ViewFileError(file, "cannot be read");
-  text.resize(static_cast<std::size_t>(in.gcount()));
-  return text;
-}
-
-// Runs one image reader; its failure becomes the view file's, with the reader's text as cause.
-template <typename Read>
-void read_image(const std::string& file, const char* role, const std::string& path, Read read) {
-  try {
-    read();
-  } catch (const std::exception& e) {
-    throw ViewFileError(file, role + quoted(path) + ": " + e.what());
-  }
-}
-
 // The colour image must have the stated size, or a size of the same shape (the intrinsics are
 // then scaled to it), and the depth map the colour image's size: every later stage indexes the
 // colour image by depth-map pixel.
-void check_sizes(const std::string& file, const ViewFileTokens& view, const CMatrix<uchar4>& image,
+void check_sizes(const std::string& file, const ViewFile& view, const CMatrix<uchar4>& image,
                  const CMatrix<unsigned short>& depth) {
   const auto size = [](int w, int h) { return std::to_string(w) + " x " + std::to_string(h); };
   const bool same_shape = static_cast<long long>(view.width) * image.ySize ==
                           static_cast<long long>(view.height) * image.xSize;
   if (!same_shape)
-    throw ViewFileError(file, "states a size of " + size(view.width, view.height) + " but the colour image " +
-                                  quoted(view.image_path) + " is " + size(image.xSize, image.ySize));
+    throw ViewFileError(file, "states a size of " + size(view.width, view.height) + " but the colour image \"" +
+                                  view.image_path + "\" is " + size(image.xSize, image.ySize));
   if (depth.xSize != image.xSize || depth.ySize != image.ySize)
-    throw ViewFileError(file, "the depth map " + quoted(view.depth_path) + " is " + size(depth.xSize, depth.ySize) +
-                                  " but the colour image " + quoted(view.image_path) + " is " +
+    throw ViewFileError(file, "the depth map \"" + view.depth_path + "\" is " + size(depth.xSize, depth.ySize) +
+                                  " but the colour image \"" + view.image_path + "\" is " +
                                   size(image.xSize, image.ySize));
 }
 
 }  // namespace
 
-ViewFileError::ViewFileError(const std::string& file, const std::string& cause)
-    : std::runtime_error("view file " + quoted(file) + ": " + cause) {}
-
 void read_view(const std::string& file, int index, Camera& camera, CMatrix<float>& depthmap,
                std::string* depth_path) {
-  ViewFileTokens view;
-  if (const std::string problem = parse_view_file(read_text(file), view); !problem.empty())
-    throw ViewFileError(file, problem);
-  // K and R are written row by row and stored by columns.
-  for (int r = 0; r < 3; ++r)
-    for (int c = 0; c < 3; ++c) {
-      camera.K[3 * c + r] = view.K[3 * r + c];
-      camera.R[3 * c + r] = view.R[3 * r + c];
-    }
-  for (int i = 0; i < 3; ++i) camera.t[i] = view.t[i];
-  camera.width = view.width;
-  camera.height = view.height;
-  camera.index = index;
-  camera.image_coordinates = false;
-
-  const float* R = camera.R;
-  const float* t = camera.t;
-  camera.center[0] = -R[0] * t[0] - R[1] * t[1] - R[2] * t[2];
-  camera.center[1] = -R[3] * t[0] - R[4] * t[1] - R[5] * t[2];
-  camera.center[2] = -R[6] * t[0] - R[7] * t[1] - R[8] * t[2];
-
-  // Calibration files give the principal point of the unmirrored image.
-  camera.K[6] = static_cast<float>(camera.width - 1) - camera.K[6];
-  camera.K[7] = static_cast<float>(camera.height - 1) - camera.K[7];
-
-  camera.image_filename = view.image_path;
+  const ViewFile view = read_view_file(file);
+  camera = camera_from_view_file(view, index);
   if (depth_path != nullptr) *depth_path = view.depth_path;
   CMatrix<unsigned short> raw;
-  read_image(file, "depth map ", view.depth_path, [&] { raw.readFromPNG(view.depth_path.c_str()); });
-  read_image(file, "colour image ", view.image_path, [&] { camera.image = loadImage(view.image_path); });
+  read_named_file(file, "depth map ", view.depth_path, [&] { raw = read_depth_png(view.depth_path); });
+  read_named_file(file, "colour image ", view.image_path, [&] { camera.image = loadImage(view.image_path); });
   check_sizes(file, view, camera.image, raw);
   depthmap.setSize(raw.xSize, raw.ySize);
-  for (std::size_t i = 0; i < raw.size(); ++i) depthmap.data[i] = static_cast<float>(raw.data[i] / 1000.0);
+  for (std::size_t i = 0; i < raw.size(); ++i) depthmap.data[i] = static_cast<float>(thousandths_to_depth(raw.data[i]));
 
   camera.loadImage();  // the image is there: this brings K, width and height in line with it
 }

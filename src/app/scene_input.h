@@ -1,18 +1,11 @@
 #pragma once
 
-#include <stdexcept>
 #include <string>
 #include <vector>
 
+#include "formats/view_file.h"
 #include "image/CMatrix.h"
 #include "src/core/camera.h"
-
-// A view file, its colour image or its depth map cannot be used. The text, "view file "NAME": "
-// and the cause, is the one line the program reports.
-class ViewFileError : public std::runtime_error {
- public:
-  ViewFileError(const std::string& file, const std::string& cause);
-};
 
 // Reads every view file in order into the three parallel containers (resized to the number of
 // files): cameras, pointers to them, and the input depth maps in the scene's length unit. Then

@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "formats/depth_png.h"
 #include "tests/support/io_test_support.h"
 #include "tests/support/generated_scene.h"
 #include "tests/support/run_process.h"
@@ -88,7 +89,7 @@ TEST_F(BadInput, ViewFileMistakesEndInOneLineNamingTheFile) {
   const std::string image = scene_.dir + "/image_01.png";
   const std::string png = io_test::read_bytes(image);
   write("cut.png", png.substr(0, png.size() / 2));
-  io_test::write_grey16_png((dir_ / "small.png").string(), 80, 60, std::vector<unsigned short>(80 * 60, 3000));
+  write_depth_png((dir_ / "small.png").string(), 80, 60, std::vector<unsigned short>(80 * 60, 3000));
   write("photo.gif", png);
   const std::string tokens = "has 23 tokens, expected 25 (K: 9, R: 9, t: 3, width, height, colour image, depth map)";
   const std::pair<std::string, std::string> cases[] = {

@@ -13,8 +13,9 @@
 #include "tests/support/generated_scene.h"
 #include "tests/support/io_test_support.h"
 #include "tests/support/run_process.h"
+#include "formats/depth_png.h"
+#include "image/png_io.h"
 #include "tools/scene/evaluation.h"
-#include "tools/scene/png_io.h"
 #include "tools/scene/scene_camera.h"
 #include "tools/scene/scene_files.h"
 
@@ -53,12 +54,11 @@ long summary_lines(const e2e::Result& r) {
 std::vector<scene::Vec3> raw_points(const e2e::GeneratedScene& generated) {
   std::vector<scene::Vec3> points;
   for (const std::string& file : generated.view_files) {
-    const scene::ViewFile view = scene::read_view_file(file);
-    const scene::Png16 depth = scene::read_png_gray16(view.depth_path);
-    for (int y = 0; y < depth.height; ++y)
-      for (int x = 0; x < depth.width; ++x)
-        if (const unsigned mm = depth.values[y * depth.width + x]; mm != 0)
-          points.push_back(scene::back_project(view, x, y, mm / 1000.0));
+    const ViewFile view = read_view_file(file);
+    const CMatrix<unsigned short> depth = read_depth_png(view.depth_path);
+    for (int y = 0; y < depth.ySize; ++y)
+      for (int x = 0; x < depth.xSize; ++x)
+        if (const unsigned mm = depth(x, y); mm != 0) points.push_back(scene::back_project(view, x, y, mm / 1000.0));
   }
   return points;
 }
@@ -68,18 +68,21 @@ std::vector<scene::Vec3> raw_points(const e2e::GeneratedScene& generated) {
 void expect_preview_of_each_view(const e2e::GeneratedScene& generated, const fs::path& preview_dir) {
   for (std::size_t v = 0; v < generated.view_files.size(); ++v) {
     SCOPED_TRACE(v);
-    const scene::ViewFile view = scene::read_view_file(generated.view_files[v]);
-    const scene::PngRgb8 input = scene::read_png_rgb8(view.image_path);
-    const scene::Png16 depth = scene::read_png_gray16(view.depth_path);
-    const scene::PngRgb8 preview = scene::read_png_rgb8((preview_dir / ("view_0" + std::to_string(v) + ".png")).string());
+    const auto rgb = [](const std::string& path) {
+      return png_io::read_png(path.c_str(), "test", png_io::Accept::Rgb8OrRgba8, "not an RGB image");
+    };
+    const ViewFile view = read_view_file(generated.view_files[v]);
+    const png_io::PngRows input = rgb(view.image_path);
+    const CMatrix<unsigned short> depth = read_depth_png(view.depth_path);
+    const png_io::PngRows preview = rgb((preview_dir / ("view_0" + std::to_string(v) + ".png")).string());
     ASSERT_EQ(preview.width, 3 * input.width);
     ASSERT_EQ(preview.height, input.height);
     int with_depth = 0, drawn = 0, input_differs = 0;
     for (int y = 0; y < input.height; ++y)
       for (int x = 0; x < input.width; ++x) {
-        const auto at = [&](int px, int c) { return preview.rgb[3 * (y * preview.width + px) + c]; };
-        for (int c = 0; c < 3; ++c) input_differs += at(x, c) != input.rgb[3 * (y * input.width + x) + c];
-        if (depth.values[y * input.width + x] == 0) continue;
+        const auto at = [&](int px, int c) { return preview.bytes[3 * (y * preview.width + px) + c]; };
+        for (int c = 0; c < 3; ++c) input_differs += at(x, c) != input.bytes[3 * (y * input.width + x) + c];
+        if (depth(x, y) == 0) continue;
         ++with_depth;
         const int m = input.width + x, n = 2 * input.width + x;
         drawn += (at(m, 0) | at(m, 1) | at(m, 2)) != 0 && (at(n, 0) | at(n, 1) | at(n, 2)) != 0;

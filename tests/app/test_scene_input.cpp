@@ -6,12 +6,12 @@
 #include <string>
 #include <vector>
 
+#include "formats/depth_png.h"
 #include "image/CTensor.h"
 #include "src/core/camera.h"
 #include "src/app/input_checks.h"
 #include "src/app/refined_views.h"
 #include "src/app/scene_input.h"
-#include "src/app/view_file.h"
 #include "src/core/settings.h"
 #include "tests/support/io_test_support.h"
 
@@ -37,13 +37,13 @@ class SceneInput : public testing::Test {
                         int image_h = 3, std::string depth_png = "") {
     if (depth_png.empty()) {
       depth_png = scratch_path(name + "_depth.png");
-      io_test::write_grey16_png(depth_png, 4, 3, depth);
+      write_depth_png(depth_png, 4, 3, depth);
     }
     const std::string image_png = scratch_path(name + "_image.png");
     CTensor<unsigned char>(image_w, image_h, 3).writeToPNG(image_png.c_str());
     const std::string view = scratch_path(name + ".txt");
-    std::ofstream(view) << "500 0 1.5\n0 510 0.75\n0 0 1\n1 0 0\n0 1 0\n0 0 1\n1 2 3\n4 3\n" << image_png << "\n"
-                        << depth_png << "\n";
+    write_view_file(view, {{500, 0, 1.5, 0, 510, 0.75, 0, 0, 1}, {1, 0, 0, 0, 1, 0, 0, 0, 1}, {1, 2, 3}, 4, 3,
+                           image_png, depth_png});
     return view;
   }
 
@@ -66,7 +66,7 @@ std::vector<unsigned short> constant(unsigned short v) { return std::vector<unsi
 
 TEST_F(SceneInput, ReadsPoseIntrinsicsDepthAndImage) {
   const std::string depth_png = scratch_path("depth.png"), image_png = scratch_path("image.png");
-  io_test::write_grey16_png(depth_png, 3, 2, {1234, 65535, 0, 0, 0, 0});
+  write_depth_png(depth_png, 3, 2, {1234, 65535, 0, 0, 0, 0});
   CTensor<unsigned char> rgb(3, 2, 3);
   for (std::size_t i = 0; i < rgb.size(); ++i) rgb.data[i] = static_cast<unsigned char>(10 + i);
   rgb.writeToPNG(image_png.c_str());
@@ -92,7 +92,7 @@ TEST_F(SceneInput, ReadsPoseIntrinsicsDepthAndImage) {
 
 TEST_F(SceneInput, ImageOfTheSameShapeScalesIntrinsics) {
   const std::string depth_png = scratch_path("depth_8x6.png");
-  io_test::write_grey16_png(depth_png, 8, 6, std::vector<unsigned short>(48, 1000));
+  write_depth_png(depth_png, 8, 6, std::vector<unsigned short>(48, 1000));
   read({make_view("big", {}, 8, 6, depth_png)}, true);
   const Camera& c = cameras_[0];
   EXPECT_EQ(std::vector<float>({c.K[0], c.K[4], c.K[6], c.K[7]}),
@@ -143,28 +143,6 @@ TEST_F(SceneInput, MistakesNameTheViewFile) {
                            "\": loadImage: expected an image with 3 or 4 planes and a non-zero size, got (4, 3, 1)");
 }
 
-// A well-formed file goes through the same parser in ReadsPoseIntrinsicsDepthAndImage.
-TEST(ViewFile, ChecksWhatAWrongFileGetsWrong) {
-  const std::string K = "500 0 1.5 0 510 0.75 0 0 1  ", R = "0 -1 0 1 0 0 0 0 1  ", t = "1 2 3  ";
-  ViewFileTokens v;
-  const std::pair<std::string, std::string> cases[] = {
-      {"500 0 1.5 0 510 0.75 0 0 nan  " + R + t + "4 3 a b", "token 9 (K) is \"nan\", not a finite number"},
-      {K + R + "1 2 1e39  4 3 a b", "token 21 (t) is \"1e39\", not a finite number"},
-      {K + R + t + "4.0 3 a b", "token 22 (width) is \"4.0\", not a whole number of at least 1"},
-      {K + R + t + "4 0 a b", "token 23 (height) is \"0\", not a whole number of at least 1"},
-      {"500 0 1.5 0 -510 0.75 0 0 1  " + R + t + "4 3 a b",
-       "the focal lengths fx and fy (tokens 1 and 5) must be positive, got 500 and -510"},
-      {K + "1 0 0 0 1 0 0 0 -1  " + t + "4 3 a b", "the rotation (tokens 10 to 18) is a reflection: its determinant is -1"},
-      {K + "1 0 0 0 1 0 0 0 1.01  " + t + "4 3 a b",
-       "the rotation (tokens 10 to 18) is not orthonormal: R^T R differs from the identity by up to 0.0201"},
-      {K + "0.7071 -0.7071 0 0.7071 0.7071 0 0 0 1  " + t + "4 3 a b", ""},  // four decimals are enough
-  };
-  for (const auto& [text, problem] : cases) {
-    const std::string found = parse_view_file(text, v);
-    EXPECT_TRUE(found.starts_with(problem) && problem.empty() == found.empty()) << text << ": " << found;
-  }
-}
-
 TEST(InputChecks, AverageDepthAgainstTheInputAndTheKernel) {
   CMatrix<float> m(3, 1);
   m.data[1] = 2.0f;
@@ -193,11 +171,9 @@ namespace {
 std::string make_turned_view(const std::string& file) {
   const std::string image = scratch_path("image.png"), depth = scratch_path("depth.png");
   CTensor<unsigned char>(6, 4, 3).writeToPNG(image.c_str());
-  io_test::write_grey16_png(depth, 6, 4, std::vector<unsigned short>(24, 2500));
-  std::ofstream(file) << "501.25 0 2.125\n0 499.5 1.75\n0 0 1\n"
-                      << "0.36 0.48 -0.8\n-0.8 0.6 0\n0.48 0.64 0.6\n"
-                      << "0.1 -0.2 3.3\n6 4\n"
-                      << image << "\n" << depth << "\n";
+  write_depth_png(depth, 6, 4, std::vector<unsigned short>(24, 2500));
+  write_view_file(file, {{501.25, 0, 2.125, 0, 499.5, 1.75, 0, 0, 1}, {0.36, 0.48, -0.8, -0.8, 0.6, 0, 0.48, 0.64, 0.6},
+                         {0.1, -0.2, 3.3}, 6, 4, image, depth});
   return file;
 }
 

@@ -116,7 +116,7 @@ TEST(PngRead, FileFailuresNameTheFile) {
 
 TEST(PngRead, SamplesKeepTheirValues) {
   const std::string g16 = scratch_path("g16.png"), g8 = scratch_path("g8.png"), rgba = scratch_path("rgba.png");
-  io_test::write_grey16_png(g16, 3, 1, {0x1234, 0xffff, 1});
+  write_raw_png(g16, 3, 1, PNG_COLOR_TYPE_GRAY, 16, {0x12, 0x34, 0xff, 0xff, 0, 1});  // big-endian in the file
   EXPECT_EQ(samples(read_matrix(g16)), (std::vector<float>{0x1234, 0xffff, 1}));
   write_raw_png(g8, 2, 1, PNG_COLOR_TYPE_GRAY, 8, {200, 7});
   EXPECT_EQ(samples(read_matrix(g8)), (std::vector<float>{200, 7}));  // widened, not scaled

@@ -9,6 +9,7 @@
 
 #include "device/vector_math.h"
 #include "src/core/camera.h"
+#include "src/io/view_camera.h"
 #include "src/particles/particles_from_depthmap.h"
 #include "src/render/device_arrays.h"
 #include "src/render/points.h"
@@ -17,6 +18,7 @@
 #include "tests/support/particle_cloud.h"
 #include "tools/scene/ray_cast.h"
 #include "tools/scene/render_view.h"
+#include "tools/scene/scene_camera.h"
 
 // One view of the default scene: the program's camera (K and R by columns, principal point
 // mirrored), and per array pixel the true depth (0 for none), the measured depth (with the
@@ -39,23 +41,10 @@ inline const scene::Scene& world() {
 inline GeneratedView make_generated_view(const scene::CameraRing& ring, int i, double noise = 0.0,
                                          uint64_t seed = 1) {
   const scene::SceneCamera sc = scene::make_cameras(world(), ring)[i];
-  const scene::ViewFile vf = scene::make_view_file(sc, "", "");
-  GeneratedView v{sc, Camera(), CMatrix<float>(sc.width, sc.height), CMatrix<float>(sc.width, sc.height),
-                  CMatrix<float3>(sc.width, sc.height), CMatrix<int>(sc.width, sc.height)};
+  GeneratedView v{sc, camera_from_view_file(scene::make_view_file(sc, "", ""), i), CMatrix<float>(sc.width, sc.height),
+                  CMatrix<float>(sc.width, sc.height), CMatrix<float3>(sc.width, sc.height),
+                  CMatrix<int>(sc.width, sc.height)};
   Camera& c = v.camera;
-  for (int r = 0; r < 3; ++r) {
-    for (int col = 0; col < 3; ++col) {
-      c.K[3 * col + r] = static_cast<float>(vf.K[3 * r + col]);
-      c.R[3 * col + r] = static_cast<float>(vf.R[3 * r + col]);
-    }
-    c.t[r] = static_cast<float>(vf.t[r]);
-  }
-  for (int r = 0; r < 3; ++r) c.center[r] = -(c.R[3 * r] * c.t[0] + c.R[3 * r + 1] * c.t[1] + c.R[3 * r + 2] * c.t[2]);
-  c.index = i;
-  c.width = sc.width;
-  c.height = sc.height;
-  c.K[6] = static_cast<float>(c.width - 1) - c.K[6];
-  c.K[7] = static_cast<float>(c.height - 1) - c.K[7];
   const scene::RenderedView rendered = scene::render_view(world(), sc, i, noise, seed);
   c.image.setSize(sc.width, sc.height);
   for (int y = 0; y < sc.height; ++y)

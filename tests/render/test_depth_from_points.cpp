@@ -18,7 +18,7 @@ TEST_F(DepthFromPointsTest, DepthAndNormalsOfAGeneratedViewMatchTheTruth) {
   compute_depthmap_and_normals_from_points(depth, normals, points(particles_of(v)), v.camera, 0.02f, 0.0f,
                                            empty_depth, 1.0f);
   ASSERT_TRUE(depth.xSize == v.camera.width && normals.ySize == v.camera.height);
-  const scene::ViewFile file = scene::make_view_file(v.truth, "", "");
+  const ViewFile file = scene::make_view_file(v.truth, "", "");
   int surface = 0, empty = 0;
   for (int y = 0; y < v.camera.height; ++y)
     for (int x = 0; x < v.camera.width; ++x) {

@@ -11,10 +11,10 @@
 #include <string>
 #include <vector>
 
+#include "formats/depth_png.h"
 #include "image/CTensor.h"
 #include "tests/support/io_test_support.h"
 #include "tools/import/run_import.h"
-#include "tools/scene/png_io.h"
 #include "tools/scene/scene_camera.h"
 #include "tools/scene/scene_files.h"
 
@@ -75,20 +75,20 @@ inline void expect_native_views(const std::string& native_dir, const importer::I
   ASSERT_EQ(s.view_files.size(), native.size());
   for (size_t i = 0; i < native.size(); ++i) {
     SCOPED_TRACE("imported view " + std::to_string(i));
-    const scene::ViewFile a = scene::read_view_file(s.view_files[i]);
-    const scene::ViewFile b = scene::read_view_file(native_dir + "/" + scene::view_file_name(native[i]));
+    const ViewFile a = read_view_file(s.view_files[i]);
+    const ViewFile b = read_view_file(native_dir + "/" + scene::view_file_name(native[i]));
     for (int k = 0; k < 9; ++k) EXPECT_NEAR(a.K[k], b.K[k], 1e-4) << "K " << k;
     for (int k = 0; k < 9; ++k) EXPECT_NEAR(a.R[k], b.R[k], 1e-6) << "R " << k;
     for (int k = 0; k < 3; ++k) EXPECT_NEAR(a.t[k], s.scale * b.t[k], 1e-5 * s.scale) << "t " << k;
     EXPECT_EQ(a.width, b.width);
     EXPECT_EQ(a.height, b.height);
 
-    const scene::Png16 da = scene::read_png_gray16(a.depth_path), db = scene::read_png_gray16(b.depth_path);
-    ASSERT_EQ(da.values.size(), db.values.size());
+    const CMatrix<unsigned short> da = read_depth_png(a.depth_path), db = read_depth_png(b.depth_path);
+    ASSERT_EQ(da.size(), db.size());
     size_t different = 0;
-    for (size_t p = 0; p < da.values.size(); ++p) {
-      const double expected = db.values[p] <= max_thousandths ? db.values[p] * s.scale : 0;
-      different += da.values[p] != expected;
+    for (size_t p = 0; p < da.size(); ++p) {
+      const double expected = db.data[p] <= max_thousandths ? db.data[p] * s.scale : 0;
+      different += da.data[p] != expected;
     }
     EXPECT_EQ(different, 0u);
 

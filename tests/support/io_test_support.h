@@ -73,16 +73,6 @@ inline void write_raw_png(const std::string& path, int width, int height, int co
   std::fclose(fp);
 }
 
-// 16-bit grey PNG from sample values.
-inline void write_grey16_png(const std::string& path, int width, int height, const std::vector<unsigned short>& v) {
-  std::vector<unsigned char> bytes;
-  for (unsigned short s : v) {
-    bytes.push_back(static_cast<unsigned char>(s >> 8));
-    bytes.push_back(static_cast<unsigned char>(s & 0xff));
-  }
-  write_raw_png(path, width, height, PNG_COLOR_TYPE_GRAY, 16, bytes);
-}
-
 // Runs f and expects a std::runtime_error with exactly the given text.
 inline void expect_runtime_error(const std::function<void()>& f, const std::string& text) {
   try {

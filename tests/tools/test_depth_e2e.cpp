@@ -31,9 +31,9 @@ std::string images_only_scene(const std::string& root, int views = 8) {
   scene::write_scene(scene::make_default_scene(), o);
   fs::create_directories(root + "/images");
   for (int v = 0; v < views; ++v) {
-    scene::ViewFile f = scene::read_view_file(o.out_dir + "/" + scene::view_file_name(v));
+    ViewFile f = read_view_file(o.out_dir + "/" + scene::view_file_name(v));
     f.depth_path = root + "/images/none_" + std::to_string(v) + ".png";
-    io_test::write_bytes(root + "/images/" + scene::view_file_name(v), scene::format_view_file(f));
+    write_view_file(root + "/images/" + scene::view_file_name(v), f);
   }
   return o.out_dir;
 }
@@ -90,7 +90,7 @@ TEST(DepthProgram, ProblemsAreOneLineAndExitStatusOne) {
             "quillara-depth: view file \"images/nothing.txt\": cannot be opened: No such file or directory\n");
   EXPECT_EQ(e2e::run(QUILLARA_DEPTH_BIN, root, {"-o", "out", "--labels", "1", "--", "a", "b"}),
             (e2e::Result{"",
-                         "quillara-depth: --labels needs an integer from 2 to 1024, got '1'\n"
-                         "Run 'quillara-depth --help' for usage.\n",
+                         "quillara-depth: --labels needs an integer from 2 to 1024, got '1' (see quillara-depth "
+                         "--help)\n",
                          1}));
 }

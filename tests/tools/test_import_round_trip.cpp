@@ -8,6 +8,8 @@
 #include <string>
 #include <vector>
 
+#include "formats/depth_png.h"
+#include "image/png_io.h"
 #include "tests/support/import_test_support.h"
 #include "tests/support/io_test_support.h"
 #include "tests/support/run_process.h"
@@ -117,15 +119,15 @@ TEST(ImportRoundTrip, ViewsQuillaraCannotUseAreRefused) {
   o.settings.every = 1;
 
   const std::string colour = g.dir + "/color/000001.png";
-  scene::write_png_rgb8(colour, 80, 60, std::vector<uint8_t>(80 * 60 * 3, 7));
+  png_io::write_png(colour.c_str(), "test", 80, 60, 3, std::vector<uint8_t>(80 * 60 * 3, 7));
   expect_refused(o, colour + ": colour image is 80 x 60 pixels but its depth map 160 x 120");
-  scene::write_png_gray16(colour, 160, 120, std::vector<uint16_t>(160 * 120, 7));
+  write_depth_png(colour, 160, 120, std::vector<uint16_t>(160 * 120, 7));
   expect_refused(o, colour +
                         ": CTensor::readFromPNG: Format not supported.  Expected RGB(A) image with 8-bit per "
                         "channel");
   fs::remove(colour);
   const std::string spaced = g.dir + "/color/000001 copy.png";
-  scene::write_png_rgb8(spaced, 160, 120, std::vector<uint8_t>(160 * 120 * 3, 7));
+  png_io::write_png(spaced.c_str(), "test", 160, 120, 3, std::vector<uint8_t>(160 * 120 * 3, 7));
   expect_refused(o, spaced + ": the path contains white space, which a view file cannot hold");
 
   const Generated c = generate(root + "/colmap", scene::Layout::colmap_text, 2);
@@ -137,18 +139,19 @@ TEST(ImportRoundTrip, ViewsQuillaraCannotUseAreRefused) {
                      "camera 80 x 60");
 }
 
-// The program imports a sequence, says what it did and what to run next; quillara then fuses the
-// imported views into the very model it makes of the native ones. (The trajectory log carries
-// rotation matrices, which come through to the last bit, so the models agree point for point.)
-// Three views keep the two runs short; with fewer than five the program adds a hint.
-TEST(ImportProgram, ImportedViewsFuseIntoTheNativeModel) {
+// The program imports a sequence, says what it did and what to run next; the command, pasted into
+// a shell, fuses the imported views into the very model quillara makes of the native ones. (The
+// trajectory log carries rotation matrices, which come through to the last bit, so the models
+// agree point for point.) The output folder's name would run a command if the printed one were
+// not quoted. Three views keep the two runs short; with fewer than five the program adds a hint.
+TEST(ImportProgram, ImportedViewsFuseIntoTheNativeModelByThePrintedCommand) {
   const std::string root = io_test::fresh_scratch_dir();
   const Generated g = generate(root + "/scene", scene::Layout::log, 3);
-  const std::string out = root + "/imported";
+  const std::string name = "imported;$(touch${IFS}X)", out = root + "/" + name;
   const scene::SceneCamera& c = g.cameras[0];
   char intrinsics[128];
   std::snprintf(intrinsics, sizeof intrinsics, "%.9g,%.9g,%.9g,%.9g", c.fx, c.fy, c.cx, c.cy);
-  const e2e::Result r = e2e::run(QUILLARA_IMPORT_BIN, root, {"log", g.dir, "imported", "--intrinsics", intrinsics});
+  const e2e::Result r = e2e::run(QUILLARA_IMPORT_BIN, root, {"log", g.dir, name, "--intrinsics", intrinsics});
   ASSERT_EQ(r.status, 0) << r.err;
   EXPECT_EQ(r.err, "");
   const std::vector<std::string> lines = lines_of(r.out);
@@ -159,23 +162,29 @@ TEST(ImportProgram, ImportedViewsFuseIntoTheNativeModel) {
   EXPECT_EQ(lines[5].rfind("  depths: ", 0), 0u) << lines[5];
   EXPECT_EQ(lines[6], "  scale: 1 (lengths as in the source)");
   EXPECT_EQ(lines[7], "Next:");
-  const std::string command = "  quillara --out-dir " + out + "/model --depth-avg ";
+  const std::string command = "  quillara --out-dir '" + out + "/model' --depth-avg ";
   ASSERT_EQ(lines[8].rfind(command, 0), 0u) << lines[8];
-  EXPECT_EQ(lines[8].substr(lines[8].find(" -- ")), " -- " + out + "/view_*.txt");
+  const std::size_t dashes = lines[8].find(" -- ");
+  EXPECT_EQ(lines[8].substr(dashes), " -- '" + out + "'/view_*.txt");
   EXPECT_EQ(lines[9],
             "  (with fewer than 5 views, add --min-support-sp 1 --min-support 1: support counts confirming views)");
 
   // The suggested average depth is the median depth, close to the generator's mean.
+  const std::string depth_avg = lines[8].substr(command.size(), dashes - command.size());
   const std::string mean = e2e::average_depth(g.dir);
-  EXPECT_NEAR(std::stod(lines[8].substr(command.size())), std::stod(mean), 0.25 * std::stod(mean));
+  EXPECT_NEAR(std::stod(depth_avg), std::stod(mean), 0.25 * std::stod(mean));
 
-  std::vector<std::string> native, imported;
-  for (int v = 0; v < 3; ++v) {
-    native.push_back(g.dir + "/" + scene::view_file_name(v));
-    imported.push_back(out + "/" + scene::view_file_name(v));
-  }
-  const std::vector<scene::ModelPoint> a = fuse(root + "/model_native", mean, native);
-  const std::vector<scene::ModelPoint> b = fuse(root + "/model_imported", mean, imported);
+  // The command as printed, with the program's path and fuse()'s settings for small scenes.
+  std::string pasted = "'" + std::string(QUILLARA_BIN) + "'" + lines[8].substr(std::string("  quillara").size());
+  pasted.replace(pasted.find(" -- "), 4, " --superpixels 300 --min-support-sp 1 --min-support 1 -- ");
+  const e2e::Result imported = e2e::run("/bin/sh", root, {"-c", pasted}, {"OMP_NUM_THREADS=1"});
+  ASSERT_EQ(imported.status, 0) << pasted << "\n" << imported.err;
+  EXPECT_FALSE(fs::exists(root + "/X"));
+
+  std::vector<std::string> native;
+  for (int v = 0; v < 3; ++v) native.push_back(g.dir + "/" + scene::view_file_name(v));
+  const std::vector<scene::ModelPoint> a = fuse(root + "/model_native", depth_avg, native);
+  const std::vector<scene::ModelPoint> b = scene::read_model_ply(out + "/model/model.ply");
   ASSERT_GT(a.size(), 300u);  // three views 120 degrees apart confirm few points
   ASSERT_EQ(a.size(), b.size());
   double largest = 0;
@@ -184,17 +193,12 @@ TEST(ImportProgram, ImportedViewsFuseIntoTheNativeModel) {
   EXPECT_LT(largest, 1e-6);
 }
 
-// Problems with the files and with the command line alike; the readers' texts are checked in
-// test_import_formats.cpp.
+// A problem with the files is one line and exit status 1; the readers' texts are checked in
+// test_import_formats.cpp, the command line's in test_tool_command_line.cpp.
 TEST(ImportProgram, ProblemsAreOneLineAndExitStatusOne) {
   const std::string root = io_test::fresh_scratch_dir();
   EXPECT_EQ(e2e::run(QUILLARA_IMPORT_BIN, root, {"tum", root + "/nothing", "out"}),
             (e2e::Result{"", "quillara-import: " + root + "/nothing: no such folder\n", 1}));
-  EXPECT_EQ(e2e::run(QUILLARA_IMPORT_BIN, root, {"tum", "in", "out", "--every", "x"}),
-            (e2e::Result{"",
-                         "quillara-import: --every needs a positive integer, got 'x'\n"
-                         "Run 'quillara-import --help' for usage.\n",
-                         1}));
 }
 
 // A real writer of sparse models converts the generator's text model to binary and its binary

@@ -28,16 +28,9 @@ struct DepthOptions {
   float P2_edge = 0.2f; // the same across strong colour edges
 };
 
-struct ParsedDepthArguments {
-  enum class Action { run, help, error };
-  Action action = Action::run;
-  DepthOptions options;
-  std::string error;  // one line without the program name, for Action::error
-};
-
-// Parses the arguments behind the program name: options (value as the next argument or after
-// '='), then "--" and the view files.
-ParsedDepthArguments parse_depth_arguments(const std::vector<std::string>& args);
+// Reads the arguments behind the program name: options (value as the next argument or after
+// '='), then "--" and the view files. Throws cli::UsageError.
+DepthOptions parse_depth_arguments(const std::vector<std::string>& args);
 
 // The text printed by --help.
 std::string depth_usage();

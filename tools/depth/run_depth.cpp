@@ -8,7 +8,9 @@
 #include <sstream>
 
 #include "device/memory.h"
+#include "formats/text_file.h"
 #include "src/core/settings.h"
+#include "tools/cli/shell_quote.h"
 #include "tools/depth/depth_views.h"
 #include "tools/depth/estimate_depthmap.h"
 #include "tools/depth/neighbour_views.h"
@@ -18,8 +20,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-std::string in_quotes(const std::string& text) { return "\"" + text + "\""; }
-
 // The range swept for a view: the option, or the view's input depths widened by 5 %.
 void depth_range(const DepthOptions& o, const DepthView& v, float& near, float& far) {
   if (o.range_given) {
@@ -27,8 +27,9 @@ void depth_range(const DepthOptions& o, const DepthView& v, float& near, float& 
     return;
   }
   if (!v.has_depth_range)
-    throw DepthError("view file " + in_quotes(v.file) + ": the depth map " + in_quotes(v.tokens.depth_path) +
-                     " does not exist or holds no depth; give the depths to try with --depth-range NEAR,FAR");
+    throw ViewFileError(v.file, "the depth map \"" + v.view.depth_path +
+                                    "\" does not exist or holds no depth; give the depths to try with "
+                                    "--depth-range NEAR,FAR");
   near = 0.95f * v.depth_min, far = 1.05f * v.depth_max;
 }
 
@@ -41,17 +42,16 @@ std::vector<DepthView> read_views(const DepthOptions& o, std::ostream& out) {
     DepthView& v = views.emplace_back(read_depth_view(file, static_cast<int>(views.size()), !o.range_given));
     const std::string name = fs::path(file).filename().string();
     if (auto [it, fresh] = names.emplace(name, file); !fresh)
-      throw DepthError("view file " + in_quotes(file) + ": its output " + in_quotes(name) + " would replace that of " +
-                       in_quotes(it->second));
+      throw ViewFileError(file, "its output \"" + name + "\" would replace that of \"" + it->second + "\"");
     const Camera& first = views.front().camera;
     if (v.camera.width != first.width || v.camera.height != first.height)
-      throw DepthError("view file " + in_quotes(file) + ": the colour image is " + std::to_string(v.camera.width) +
-                       " x " + std::to_string(v.camera.height) + " but that of the first view is " +
-                       std::to_string(first.width) + " x " + std::to_string(first.height) +
-                       "; all views need one size");
+      throw ViewFileError(file, "the colour image is " + std::to_string(v.camera.width) + " x " +
+                                    std::to_string(v.camera.height) + " but that of the first view is " +
+                                    std::to_string(first.width) + " x " + std::to_string(first.height) +
+                                    "; all views need one size");
     std::error_code ec;
     if (fs::equivalent(file, fs::path(o.out_dir) / name, ec))
-      throw DepthError("view file " + in_quotes(file) + ": the output directory holds it; choose another -o DIR");
+      throw ViewFileError(file, "the output directory holds it; choose another -o DIR");
     float near, far;
     depth_range(o, v, near, far);
   }
@@ -72,7 +72,7 @@ void run_depth(const DepthOptions& o, std::ostream& out) {
   const auto start = std::chrono::steady_clock::now();
   std::error_code ec;
   fs::create_directories(o.out_dir, ec);
-  if (!fs::is_directory(o.out_dir)) throw DepthError(o.out_dir + ": the output directory cannot be created");
+  if (!fs::is_directory(o.out_dir)) throw FileError(o.out_dir, "the output directory cannot be created");
   // The chain's array dumps go to DIR/debug/ when the user made that folder; the last view's stay.
   output_directory = o.out_dir;
   debug_depthmap = fs::is_directory(fs::path(o.out_dir) / "debug");
@@ -105,8 +105,10 @@ void run_depth(const DepthOptions& o, std::ostream& out) {
     const std::string name = fs::path(views[i].file).filename().string();
     // Absolute, as relative paths in view files are taken from the working directory.
     const std::string depth_path = fs::absolute(fs::path(o.out_dir) / depth_file_name(name)).lexically_normal().string();
-    write_depth_png(depth_path, e.depth);
-    write_text_file((fs::path(o.out_dir) / name).string(), with_depth_path(views[i], depth_path));
+    write_depth_map(depth_path, e.depth);
+    ViewFile view = views[i].view;
+    view.depth_path = depth_path;
+    write_view_file((fs::path(o.out_dir) / name).string(), view);
     const long total = static_cast<long>(e.depth.size());
     pixels += total, with_depth += e.pixels_with_depth;
     for (std::size_t p = 0; p < e.depth.size(); p += 97)
@@ -120,8 +122,8 @@ void run_depth(const DepthOptions& o, std::ostream& out) {
   share << (pixels > 0 ? 100.0 * static_cast<double>(with_depth) / static_cast<double>(pixels) : 0.0);
   out << "quillara-depth: " << n << " views in " << seconds << " s; depth at " << share.str() << " % of the pixels\n"
       << "  view files and depth maps in " << o.out_dir << "\n"
-      << "  next: quillara --out-dir " << (fs::path(o.out_dir) / "model").string() << " --depth-avg "
-      << median(samples) << " -- " << (fs::path(o.out_dir) / "*.txt").string() << std::endl;
+      << "  next: quillara --out-dir " << shell_quote((fs::path(o.out_dir) / "model").string()) << " --depth-avg "
+      << median(samples) << " -- " << shell_quote((fs::path(o.out_dir) / "").string()) << "*.txt" << std::endl;
 }
 
 }  // namespace depth_tool

@@ -20,9 +20,4 @@ double scale_for_float_depths(double largest, double median) {
   return std::pow(10.0, exponent);
 }
 
-uint16_t depth_thousandths(double depth) {
-  const double v = std::floor(depth * 1000 + 0.5);
-  return v >= 1 && v <= 65535 ? static_cast<uint16_t>(v) : 0;
-}
-
 }  // namespace importer

@@ -1,7 +1,5 @@
 #pragma once
 
-#include <cstdint>
-
 // View files take depth PNGs in whole thousandths of their length unit, at most 65535. When the
 // source's unit would lose precision that way or overflow, the whole scene (depths and camera
 // positions alike) is scaled by one factor.
@@ -15,8 +13,5 @@ double scale_for_integer_depths(double depth_scale);
 // (a thousand steps); otherwise the power of ten that brings the largest depth within range, or
 // the median up to one unit as far as the largest depth allows.
 double scale_for_float_depths(double largest, double median);
-
-// A depth already scaled, in thousandths, rounded; 0 for no depth, also for values beyond 65535.
-uint16_t depth_thousandths(double depth);
 
 }  // namespace importer

@@ -1,11 +1,11 @@
 #include "tools/import/import_arguments.h"
 
-#include "tools/import/text_file.h"
+#include <climits>
+
+#include "tools/cli/arguments.h"
 
 namespace importer {
 namespace {
-
-std::string quoted(const std::string& s) { return "'" + s + "'"; }
 
 bool positive(const std::string& text, double& value) { return parse_number(text, value) && value > 0; }
 
@@ -47,83 +47,59 @@ std::string import_usage() {
          "  --intrinsics FX,FY,CX,CY\n"
          "                       tum, log: pinhole intrinsics in pixels, pixel centres at whole\n"
          "                       numbers (default 525,525,319.5,239.5)\n"
-         "  --help               print this text\n"
+         "  --help               print this text; --version prints the version\n"
          "\n"
          "Depth PNGs hold thousandths of the length unit. Where that would lose the source's\n"
          "precision or overflow 16 bits, the whole scene is scaled by one factor, which is printed.\n";
 }
 
-ParsedImportArguments parse_import_arguments(const std::vector<std::string>& args) {
-  ParsedImportArguments r;
-  auto fail_with = [&r](const std::string& message) {
-    r.action = ParsedImportArguments::Action::error;
-    r.error = message;
-    return r;
-  };
-  ImportOptions& o = r.options;
-  std::vector<std::string> positional;
+ImportOptions parse_import_arguments(const std::vector<std::string>& args) {
+  ImportOptions o;
   bool colmap_option = false, sequence_option = false;  // options that belong to one kind of layout
-  for (size_t i = 0; i < args.size(); ++i) {
-    std::string name = args[i], value;
-    if (name == "--help" || name == "-h") {
-      r.action = ParsedImportArguments::Action::help;
-      return r;
-    }
-    if (name.rfind("--", 0) != 0) {
-      positional.push_back(name);
-      continue;
-    }
-    const size_t eq = name.find('=');
-    if (eq != std::string::npos) {
-      value = name.substr(eq + 1);
-      name = name.substr(0, eq);
-    } else if (name == "--every" || name == "--max-depth" || name == "--depth-scale" || name == "--depth-maps" ||
-               name == "--trajectory" || name == "--intrinsics") {
-      if (i + 1 >= args.size()) return fail_with("option " + name + " needs a value");
-      value = args[++i];
-    }
-    if (name == "--every") {
-      if (!parse_number(value, o.settings.every) || o.settings.every < 1)
-        return fail_with("--every needs a positive integer, got " + quoted(value));
-    } else if (name == "--max-depth") {
-      if (!positive(value, o.settings.max_depth))
-        return fail_with("--max-depth needs a positive number, got " + quoted(value));
-    } else if (name == "--depth-scale") {
-      double s;
-      if (!positive(value, s)) return fail_with("--depth-scale needs a positive number, got " + quoted(value));
-      o.depth_scale = s;
-      sequence_option = true;
-    } else if (name == "--depth-maps") {
-      if (value == "geometric") o.depth_maps = DepthChoice::geometric;
-      else if (value == "photometric") o.depth_maps = DepthChoice::photometric;
-      else return fail_with("--depth-maps needs geometric or photometric, got " + quoted(value));
-      colmap_option = true;
-    } else if (name == "--trajectory") {
-      if (value.empty()) return fail_with("--trajectory needs a file");
-      o.trajectory = value;
-      sequence_option = true;
-    } else if (name == "--intrinsics") {
-      if (!parse_intrinsics(value, o.intrinsics))
-        return fail_with("--intrinsics needs FX,FY,CX,CY with positive FX and FY, got " + quoted(value));
-      sequence_option = true;
-    } else {
-      return fail_with("unknown option " + quoted(args[i]));
-    }
-  }
-  if (positional.size() != 3)
-    return fail_with("expected LAYOUT SOURCE OUTDIR, got " + std::to_string(positional.size()) + " arguments");
-  const std::string& layout = positional[0];
+  const cli::CommandLine line = cli::parse_command_line(
+      args,
+      {{"--every", "", cli::store_number(o.settings.every, 1, INT_MAX, "a positive integer")},
+       {"--max-depth", "",
+        [&](const cli::OptionValue& v) {
+          if (!positive(v.text, o.settings.max_depth)) v.refuse("a positive number");
+        }},
+       {"--depth-scale", "",
+        [&](const cli::OptionValue& v) {
+          double s;
+          if (!positive(v.text, s)) v.refuse("a positive number");
+          o.depth_scale = s;
+          sequence_option = true;
+        }},
+       {"--depth-maps", "",
+        [&](const cli::OptionValue& v) {
+          if (v.text == "geometric") o.depth_maps = DepthChoice::geometric;
+          else if (v.text == "photometric") o.depth_maps = DepthChoice::photometric;
+          else v.refuse("geometric or photometric");
+          colmap_option = true;
+        }},
+       {"--trajectory", "",
+        [&](const cli::OptionValue& v) {
+          o.trajectory = v.non_empty("a file");
+          sequence_option = true;
+        }},
+       {"--intrinsics", "", [&](const cli::OptionValue& v) {
+          if (!parse_intrinsics(v.text, o.intrinsics)) v.refuse("FX,FY,CX,CY with positive FX and FY");
+          sequence_option = true;
+        }}});
+  if (line.words.size() != 3)
+    throw cli::UsageError("expected LAYOUT SOURCE OUTDIR, got " + std::to_string(line.words.size()) + " arguments");
+  const std::string& layout = line.words[0];
   if (layout == "colmap") o.layout = SourceLayout::colmap;
   else if (layout == "tum") o.layout = SourceLayout::tum;
   else if (layout == "log") o.layout = SourceLayout::log;
-  else return fail_with("unknown layout " + quoted(layout) + "; expected colmap, tum or log");
+  else throw cli::UsageError("unknown layout '" + layout + "'; expected colmap, tum or log");
   if (o.layout == SourceLayout::colmap && sequence_option)
-    return fail_with("--depth-scale, --trajectory and --intrinsics are for tum and log");
-  if (o.layout != SourceLayout::colmap && colmap_option) return fail_with("--depth-maps is for colmap");
-  o.source = positional[1];
-  o.settings.out_dir = positional[2];
-  if (o.source.empty() || o.settings.out_dir.empty()) return fail_with("SOURCE and OUTDIR must not be empty");
-  return r;
+    throw cli::UsageError("--depth-scale, --trajectory and --intrinsics are for tum and log");
+  if (o.layout != SourceLayout::colmap && colmap_option) throw cli::UsageError("--depth-maps is for colmap");
+  o.source = line.words[1];
+  o.settings.out_dir = line.words[2];
+  if (o.source.empty() || o.settings.out_dir.empty()) throw cli::UsageError("SOURCE and OUTDIR must not be empty");
+  return o;
 }
 
 double depth_scale_of(const ImportOptions& o) {

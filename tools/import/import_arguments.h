@@ -22,16 +22,9 @@ struct ImportOptions {
   Intrinsics intrinsics{525, 525, 319.5, 239.5};    // --intrinsics (tum, log)
 };
 
-struct ParsedImportArguments {
-  enum class Action { run, help, error };
-  Action action = Action::run;
-  ImportOptions options;
-  std::string error;  // one line without the program name, for Action::error
-};
-
-// Parses the arguments behind the program name: LAYOUT SOURCE OUTDIR and options anywhere, each
-// option with its value as the next argument or after '='.
-ParsedImportArguments parse_import_arguments(const std::vector<std::string>& args);
+// Reads the arguments behind the program name: LAYOUT SOURCE OUTDIR and options anywhere, each
+// option with its value as the next argument or after '='. Throws cli::UsageError.
+ImportOptions parse_import_arguments(const std::vector<std::string>& args);
 
 // The text printed by --help.
 std::string import_usage();

@@ -4,7 +4,7 @@
 #include <vector>
 
 #include "tools/import/import_error.h"
-#include "tools/parse_number.h"
+#include "formats/number_text.h"
 
 // Line-oriented reading of the text files of the other tools, with errors that name the file and
 // the line.

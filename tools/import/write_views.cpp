@@ -8,12 +8,12 @@
 #include <limits>
 #include <sstream>
 
-#include "image/CMatrix.h"
+#include "formats/depth_png.h"
 #include "image/CTensor.h"
+#include "tools/cli/shell_quote.h"
 #include "tools/import/depth_array.h"
 #include "tools/import/depth_scaling.h"
 #include "tools/import/import_error.h"
-#include "tools/scene/png_io.h"
 #include "tools/scene/scene_camera.h"
 #include "tools/scene/scene_files.h"
 
@@ -50,7 +50,7 @@ DepthImage load_depth(const SourceScene& scene, const SourceView& view, double m
   } else {
     CMatrix<unsigned short> png;
     try {
-      png.readFromPNG(view.depth_path.c_str());
+      png = read_depth_png(view.depth_path);
     } catch (const std::runtime_error& e) {
       reader_failed(view.depth_path, e.what());
     }
@@ -185,12 +185,12 @@ ImportSummary write_imported_views(const SourceScene& scene, const ImportSetting
     std::vector<uint16_t> thousandths(depth.depth.size());
     std::vector<double> stored(depth.depth.size());
     for (size_t p = 0; p < thousandths.size(); ++p) {
-      thousandths[p] = depth_thousandths(summary.scale * depth.depth[p]);
-      stored[p] = thousandths[p] / 1000.0;
+      thousandths[p] = depth_to_thousandths(summary.scale * depth.depth[p]);
+      stored[p] = thousandths_to_depth(thousandths[p]);
     }
     imported.add(stored);
     const std::string depth_file = summary.out_dir + "/" + scene::depth_file_name(static_cast<int>(i));
-    scene::write_png_gray16(depth_file, depth.width, depth.height, thousandths);
+    write_depth_png(depth_file, depth.width, depth.height, thousandths);
 
     scene::SceneCamera camera;
     camera.width = depth.width;
@@ -202,7 +202,7 @@ ImportSummary write_imported_views(const SourceScene& scene, const ImportSetting
     camera.R = v.pose.R;
     camera.t = summary.scale * v.pose.t;
     const std::string view_file = summary.out_dir + "/" + scene::view_file_name(static_cast<int>(i));
-    scene::write_text(view_file, scene::format_view_file(scene::make_view_file(camera, colour, depth_file)));
+    write_view_file(view_file, scene::make_view_file(camera, colour, depth_file));
     summary.view_files.push_back(view_file);
     const size_t with_depth = std::count_if(stored.begin(), stored.end(), [](double d) { return d > 0; });
     progress << "  " << scene::view_file_name(static_cast<int>(i)) << "  " << v.name << "  " << depth.width << " x "
@@ -229,8 +229,8 @@ std::string format_import_summary(const SourceScene& scene, const ImportSummary&
   else
     out << "  scale: " << format_number("%g", s.scale) << " (every length of the view files is "
         << format_number("%g", s.scale) << " times the source's; divide the model by it for source units)\n";
-  out << "Next:\n  quillara --out-dir " << s.out_dir << "/model --depth-avg " << format_number("%.4g", s.median_depth)
-      << " -- " << s.out_dir << "/view_*.txt\n";
+  out << "Next:\n  quillara --out-dir " << shell_quote(s.out_dir + "/model") << " --depth-avg "
+      << format_number("%.4g", s.median_depth) << " -- " << shell_quote(s.out_dir) << "/view_*.txt\n";
   if (s.view_files.size() < 5)
     out << "  (with fewer than 5 views, add --min-support-sp 1 --min-support 1: support counts confirming views)\n";
   return out.str();

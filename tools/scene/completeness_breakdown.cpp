@@ -6,6 +6,7 @@
 #include <map>
 #include <sstream>
 
+#include "formats/view_file.h"
 #include "tools/scene/ray_cast.h"
 #include "tools/scene/scene_kinds.h"
 #include "tools/scene/surface_distance.h"

@@ -6,7 +6,7 @@
 #include <sstream>
 #include <vector>
 
-#include "tools/scene/png_io.h"
+#include "formats/depth_png.h"
 #include "tools/scene/scene_camera.h"
 #include "tools/scene/scene_files.h"
 
@@ -15,8 +15,8 @@ namespace {
 
 struct TruthView {
   ViewFile file;
-  Png16 depth;
-  double at(int x, int y) const { return depth.values[static_cast<size_t>(y) * depth.width + x] / 1000.0; }
+  CMatrix<unsigned short> depth;
+  double at(int x, int y) const { return thousandths_to_depth(depth(x, y)); }
 };
 
 // True when view v sees the world point p: it lands inside v, whose depth there agrees within 1 %.
@@ -28,7 +28,7 @@ bool sees(const TruthView& v, Vec3 p) {
   if (!(cz > 0)) return false;
   // The inverse of back_project: x = cx_K - fx X / Z.
   const long x = std::lround(v.file.K[2] - v.file.K[0] * cx / cz), y = std::lround(v.file.K[5] - v.file.K[4] * cy / cz);
-  if (x < 0 || y < 0 || x >= v.depth.width || y >= v.depth.height) return false;
+  if (x < 0 || y < 0 || x >= v.depth.xSize || y >= v.depth.ySize) return false;
   const double d = v.at(static_cast<int>(x), static_cast<int>(y));
   return d > 0 && std::fabs(d - cz) < 0.01 * cz;
 }
@@ -40,18 +40,18 @@ DepthTruthFigures compare_with_truth(const std::string& scene_dir, const std::st
   for (int i = 0; std::filesystem::exists(scene_dir + "/" + view_file_name(i)); ++i) {
     TruthView& t = truth.emplace_back();
     t.file = read_view_file(scene_dir + "/" + view_file_name(i));
-    t.depth = read_png_gray16(t.file.depth_path);
+    t.depth = read_depth_png(t.file.depth_path);
   }
   DepthTruthFigures f;
   f.views = static_cast<int>(truth.size());
   std::vector<double> errors;
   long within = 0;
   for (size_t i = 0; i < truth.size(); ++i) {
-    const Png16 estimate =
-        read_png_gray16(read_view_file(depth_dir + "/" + view_file_name(static_cast<int>(i))).depth_path);
+    const CMatrix<unsigned short> estimate =
+        read_depth_png(read_view_file(depth_dir + "/" + view_file_name(static_cast<int>(i))).depth_path);
     const TruthView& t = truth[i];
-    for (int y = 0; y < t.depth.height; ++y)
-      for (int x = 0; x < t.depth.width; ++x) {
+    for (int y = 0; y < t.depth.ySize; ++y)
+      for (int x = 0; x < t.depth.xSize; ++x) {
         const double d = t.at(x, y);
         if (d <= 0) continue;
         const Vec3 p = back_project(t.file, x, y, d);
@@ -59,7 +59,7 @@ DepthTruthFigures compare_with_truth(const std::string& scene_dir, const std::st
         for (size_t j = 0; j < truth.size() && !seen; ++j) seen = j != i && sees(truth[j], p);
         if (!seen) continue;
         ++f.seen;
-        const double e = estimate.values[static_cast<size_t>(y) * estimate.width + x] / 1000.0;
+        const double e = thousandths_to_depth(estimate(x, y));
         if (e <= 0) continue;
         errors.push_back(std::fabs(e - d) / d);
         within += errors.back() <= 0.01;

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "formats/depth_png.h"
 #include "tools/scene/texture.h"
 
 namespace scene {
@@ -40,8 +41,9 @@ std::vector<Vec3> plant_outliers(RenderedView& view, const SceneCamera& camera, 
         taken[i] = 1;
         ++count;
         view.measured[i] = wrong;
-        view.depth_mm[i] = quantise_depth(wrong);
-        planted.push_back(camera.center + (view.depth_mm[i] / 1000.0) * pixel_direction(camera, x, y));
+        view.depth_mm[i] = depth_to_thousandths(wrong);
+        if (view.depth_mm[i] == 0) continue;  // beyond what the depth file holds: the pixel is empty
+        planted.push_back(camera.center + thousandths_to_depth(view.depth_mm[i]) * pixel_direction(camera, x, y));
       }
   }
   return planted;

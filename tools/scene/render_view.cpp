@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <numbers>
 
+#include "formats/depth_png.h"
+#include "image/png_io.h"
 #include "tools/scene/texture.h"
 
 namespace scene {
@@ -22,10 +24,8 @@ double depth_noise(double noise, uint64_t seed, int view, int pixel, double dept
   return noise * depth * depth * normal_deviate(counter);
 }
 
-uint16_t quantise_depth(double depth) {
-  if (!(depth > 0)) return 0;
-  const double mm = std::floor(depth * 1000.0 + 0.5);
-  return static_cast<uint16_t>(std::clamp(mm, 1.0, 65535.0));
+void write_colour_png(const std::string& path, const RenderedView& view) {
+  png_io::write_png(path.c_str(), "write_colour_png", view.width, view.height, 3, view.rgb);
 }
 
 RenderedView render_view(const Scene& scene, const SceneCamera& camera, int view_index,
@@ -51,7 +51,7 @@ RenderedView render_view(const Scene& scene, const SceneCamera& camera, int view
         const double z = camera_depth(camera, hit.point);
         v.depth[i] = z;
         v.measured[i] = std::max(z + depth_noise(noise, seed, view_index, i, z), 0.001);
-        v.depth_mm[i] = quantise_depth(v.measured[i]);
+        v.depth_mm[i] = depth_to_thousandths(v.measured[i]);
         v.shape[i] = hit.shape;
         colour = surface_colour(scene.shapes[hit.shape], hit);
       } else {

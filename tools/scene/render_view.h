@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
 #include <vector>
 
 #include "tools/scene/ray_cast.h"
@@ -14,7 +15,7 @@ struct RenderedView {
   int width = 0, height = 0;
   std::vector<double> depth;       // true camera-frame depth, 0 where the ray hits nothing
   std::vector<double> measured;    // depth with noise added, before quantisation; 0 likewise
-  std::vector<uint16_t> depth_mm;  // the depth PNG: round(measured * 1000) in 1..65535, 0 = none
+  std::vector<uint16_t> depth_mm;  // the depth PNG: depth_to_thousandths(measured), 0 = none
   std::vector<uint8_t> rgb;        // 3 bytes per pixel
   std::vector<int> shape;          // index of the visible shape, -1 for none
 };
@@ -29,7 +30,7 @@ double normal_deviate(uint64_t counter);
 RenderedView render_view(const Scene& scene, const SceneCamera& camera, int view_index,
                          double noise, uint64_t seed);
 
-// Depth in thousandths, rounded, clamped to 1..65535 for a surface; 0 for none.
-uint16_t quantise_depth(double depth);
+// Writes the colour image as an 8-bit RGB PNG; throws std::runtime_error naming the file.
+void write_colour_png(const std::string& path, const RenderedView& view);
 
 }  // namespace scene

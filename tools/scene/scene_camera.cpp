@@ -1,10 +1,6 @@
 #include "tools/scene/scene_camera.h"
 
-#include <cstdio>
-#include <fstream>
 #include <numbers>
-#include <sstream>
-#include <stdexcept>
 
 namespace scene {
 namespace {
@@ -65,37 +61,6 @@ ViewFile make_view_file(const SceneCamera& c, const std::string& image_path,
   v.height = c.height;
   v.image_path = image_path;
   v.depth_path = depth_path;
-  return v;
-}
-
-std::string format_view_file(const ViewFile& v) {
-  // Nine significant digits bring every 32-bit float back exactly; adding 0.0 prints -0 as 0.
-  std::string out;
-  char buf[64];
-  auto row = [&](const double* values, int n) {
-    for (int i = 0; i < n; ++i) {
-      std::snprintf(buf, sizeof buf, i ? " %.9g" : "%.9g", values[i] + 0.0);
-      out += buf;
-    }
-    out += '\n';
-  };
-  for (int r = 0; r < 3; ++r) row(v.K + 3 * r, 3);
-  for (int r = 0; r < 3; ++r) row(v.R + 3 * r, 3);
-  row(v.t, 3);
-  out += std::to_string(v.width) + ' ' + std::to_string(v.height) + '\n';
-  out += v.image_path + '\n' + v.depth_path + '\n';
-  return out;
-}
-
-ViewFile read_view_file(const std::string& path) {
-  std::ifstream in(path);
-  if (!in) throw std::runtime_error("read_view_file: cannot open " + path);
-  ViewFile v;
-  for (double& k : v.K) in >> k;
-  for (double& r : v.R) in >> r;
-  for (double& t : v.t) in >> t;
-  in >> v.width >> v.height >> v.image_path >> v.depth_path;
-  if (!in) throw std::runtime_error("read_view_file: fewer than 25 valid tokens in " + path);
   return v;
 }
 

@@ -3,6 +3,7 @@
 #include <string>
 #include <vector>
 
+#include "formats/view_file.h"
 #include "tools/scene/scene.h"
 
 namespace scene {
@@ -39,25 +40,10 @@ Vec3 pixel_direction(const SceneCamera& camera, double x, double y);
 // Camera-frame z of a world point (the depth stored in depth maps, not the ray length).
 double camera_depth(const SceneCamera& camera, Vec3 world_point);
 
-// The view file's content. Its frame is the pinhole frame above turned 180 degrees about the
+// The view file of the camera. Its frame is the pinhole frame above turned 180 degrees about the
 // optical axis: R_file = F R, t_file = F t with F = diag(-1, -1, 1), and the same K.
-struct ViewFile {
-  double K[9] = {};  // row by row
-  double R[9] = {};  // row by row
-  double t[3] = {};
-  int width = 0, height = 0;
-  std::string image_path, depth_path;
-};
-
 ViewFile make_view_file(const SceneCamera& camera, const std::string& image_path,
                         const std::string& depth_path);
-
-// 25 white-space separated tokens, one line per matrix row.
-std::string format_view_file(const ViewFile& view);
-
-// Reads the 25 tokens; throws std::runtime_error naming the file when it can't be opened or a
-// token is missing or malformed.
-ViewFile read_view_file(const std::string& path);
 
 // How quillara turns array pixel (x, y) with depth z into a world point:
 // camera point ((cx - x) z / fx, (cy - y) z / fy, z), world = R^T (camera point - t).

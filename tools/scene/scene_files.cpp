@@ -3,14 +3,14 @@
 #include <cctype>
 #include <cstdio>
 #include <filesystem>
-#include <fstream>
 #include <iomanip>
 #include <sstream>
 #include <stdexcept>
 
+#include "formats/depth_png.h"
+#include "formats/text_file.h"
 #include "tools/scene/little_endian.h"
 #include "tools/scene/plant_outliers.h"
-#include "tools/scene/png_io.h"
 #include "tools/scene/ray_cast.h"
 #include "tools/scene/render_view.h"
 
@@ -38,13 +38,6 @@ std::string absolute_directory(const std::string& dir) {
 }
 
 }  // namespace
-
-void write_text(const std::string& path, const std::string& text) {
-  std::ofstream out(path, std::ios::binary);
-  out << text;
-  out.flush();
-  if (!out) throw std::runtime_error("write_scene: cannot write " + path);
-}
 
 CameraRing camera_ring(const SceneOptions& o) {
   CameraRing ring;
@@ -115,12 +108,11 @@ SceneSummary write_scene(const Scene& scene, const SceneOptions& options) {
       outliers.push_back({p, Vec3{}});
     const std::string image = summary.out_dir + "/" + image_file_name(i);
     const std::string depth = summary.out_dir + "/" + depth_file_name(i);
-    write_png_rgb8(image, view.width, view.height, view.rgb);
-    write_png_gray16(depth, view.width, view.height, view.depth_mm);
-    write_text(summary.out_dir + "/" + view_file_name(i), format_view_file(make_view_file(written[i], image, depth)));
+    write_colour_png(image, view);
+    write_depth_png(depth, view.width, view.height, view.depth_mm);
+    write_view_file(summary.out_dir + "/" + view_file_name(i), make_view_file(written[i], image, depth));
     if (options.perturbation.active())
-      write_text(summary.out_dir + "/" + true_view_file_name(i),
-                 format_view_file(make_view_file(cameras[i], image, depth)));
+      write_view_file(summary.out_dir + "/" + true_view_file_name(i), make_view_file(cameras[i], image, depth));
     write_layout_view(options.layout, summary.out_dir, i, view);
     for (double d : view.depth)
       if (d > 0) {

@@ -46,9 +46,6 @@ struct SceneSummary {
 
 CameraRing camera_ring(const SceneOptions& options);
 
-// Writes text to a file; throws std::runtime_error naming the path when that fails.
-void write_text(const std::string& path, const std::string& text);
-
 // "view_00.txt", "image_00.png", "depth_00.png" for view 0, and so on.
 std::string view_file_name(int view);
 std::string image_file_name(int view);

@@ -4,6 +4,7 @@
 #include <fstream>
 #include <stdexcept>
 
+#include "formats/text_file.h"
 #include "tools/scene/scene_files.h"
 
 namespace scene {

@@ -6,9 +6,10 @@
 #include <initializer_list>
 #include <stdexcept>
 
+#include "formats/depth_png.h"
+#include "formats/text_file.h"
 #include "tools/scene/jpeg_file.h"
 #include "tools/scene/little_endian.h"
-#include "tools/scene/png_io.h"
 #include "tools/scene/scene_files.h"
 
 namespace scene {
@@ -223,7 +224,7 @@ void write_layout_view(Layout layout, const std::string& dir, int index, const R
     case Layout::colmap_text:
     case Layout::colmap_bin: {
       const std::string name = colmap_image_name(index), depth_maps = subdir(dir, "stereo/depth_maps");
-      write_png_rgb8(subdir(dir, "images") + "/" + name, view.width, view.height, view.rgb);
+      write_colour_png(subdir(dir, "images") + "/" + name, view);
       write_depth_array(depth_maps + "/" + name + ".geometric.bin", view);
       write_depth_array(depth_maps + "/" + name + ".photometric.bin", view);
       return;
@@ -234,13 +235,13 @@ void write_layout_view(Layout layout, const std::string& dir, int index, const R
         depth[i] = view.depth_mm[i] <= 65535 / 5 ? static_cast<uint16_t>(view.depth_mm[i] * 5) : 0;
       write_jpeg(subdir(dir, "rgb") + "/" + timestamp(tum_colour_time(index)) + ".jpg", view.width, view.height, 3,
                  view.rgb, 95);
-      write_png_gray16(subdir(dir, "depth") + "/" + timestamp(tum_depth_time(index)) + ".png", view.width, view.height,
+      write_depth_png(subdir(dir, "depth") + "/" + timestamp(tum_depth_time(index)) + ".png", view.width, view.height,
                        depth);
       return;
     }
     case Layout::log:
-      write_png_rgb8(subdir(dir, "color") + "/" + frame_name(index, "png"), view.width, view.height, view.rgb);
-      write_png_gray16(subdir(dir, "depth") + "/" + frame_name(index, "png"), view.width, view.height, view.depth_mm);
+      write_colour_png(subdir(dir, "color") + "/" + frame_name(index, "png"), view);
+      write_depth_png(subdir(dir, "depth") + "/" + frame_name(index, "png"), view.width, view.height, view.depth_mm);
       return;
   }
 }

@@ -1,16 +1,19 @@
-#include "src/app/view_file.h"
+#include "formats/view_file.h"
 
 #include <algorithm>
-#include <cerrno>
-#include <climits>
 #include <cmath>
-#include <cstdlib>
+#include <cstdio>
 #include <sstream>
 #include <vector>
+
+#include "formats/number_text.h"
+#include "formats/text_file.h"
 
 namespace {
 
 constexpr int kTokens = 25;
+// 25 tokens fit in far less, and a wrong argument that names a huge file costs no memory.
+constexpr std::size_t kLargestViewFile = 1 << 20;
 // Largest deviation of R^T R from the identity that still counts as a rotation: view files
 // written with four or more decimals stay well inside it.
 constexpr double kRotationTolerance = 1e-3;
@@ -43,23 +46,6 @@ std::string describe(int k, std::string_view word) {
   return "token " + std::to_string(k) + " (" + token_role(k) + ") is \"" + std::string(word) + "\"";
 }
 
-bool to_finite_float(std::string_view word, float& value) {
-  const std::string text(word);
-  char* end = nullptr;
-  value = std::strtof(text.c_str(), &end);
-  return end != text.c_str() && *end == 0 && std::isfinite(value);
-}
-
-bool to_positive_int(std::string_view word, int& value) {
-  const std::string text(word);
-  char* end = nullptr;
-  errno = 0;
-  const long v = std::strtol(text.c_str(), &end, 10);
-  if (end == text.c_str() || *end != 0 || errno != 0 || v < 1 || v > INT_MAX) return false;
-  value = static_cast<int>(v);
-  return true;
-}
-
 std::string number_text(double v) {
   std::ostringstream s;
   s << v;
@@ -67,8 +53,8 @@ std::string number_text(double v) {
 }
 
 // The rotation is stored row by row: element (r, c) is R[3 * r + c].
-std::string rotation_problem(const float* R) {
-  const auto at = [R](int r, int c) { return static_cast<double>(R[3 * r + c]); };
+std::string rotation_problem(const double* R) {
+  const auto at = [R](int r, int c) { return R[3 * r + c]; };
   double deviation = 0.0;
   for (int a = 0; a < 3; ++a)
     for (int b = 0; b < 3; ++b) {
@@ -87,26 +73,65 @@ std::string rotation_problem(const float* R) {
 
 }  // namespace
 
-std::string parse_view_file(std::string_view text, ViewFileTokens& view) {
+ViewFileError::ViewFileError(const std::string& file, const std::string& cause)
+    : std::runtime_error("view file \"" + file + "\": " + cause) {}
+
+std::string parse_view_file(std::string_view text, ViewFile& view) {
   const std::vector<std::string_view> words = split(text, kTokens);
   if (static_cast<int>(words.size()) < kTokens)
     return "has " + std::to_string(words.size()) +
            " tokens, expected 25 (K: 9, R: 9, t: 3, width, height, colour image, depth map)";
 
-  float* numbers[21];
+  double* numbers[21];
   for (int i = 0; i < 9; ++i) numbers[i] = &view.K[i];
   for (int i = 0; i < 9; ++i) numbers[9 + i] = &view.R[i];
   for (int i = 0; i < 3; ++i) numbers[18 + i] = &view.t[i];
-  for (int k = 1; k <= 21; ++k)
-    if (!to_finite_float(words[k - 1], *numbers[k - 1])) return describe(k, words[k - 1]) + ", not a finite number";
-  if (!to_positive_int(words[21], view.width)) return describe(22, words[21]) + ", not a whole number of at least 1";
-  if (!to_positive_int(words[22], view.height)) return describe(23, words[22]) + ", not a whole number of at least 1";
+  for (int k = 1; k <= 21; ++k) {
+    float v;
+    if (!parse_number(words[k - 1], v)) return describe(k, words[k - 1]) + ", not a finite number";
+    *numbers[k - 1] = v;
+  }
+  if (!parse_number(words[21], view.width) || view.width < 1)
+    return describe(22, words[21]) + ", not a whole number of at least 1";
+  if (!parse_number(words[22], view.height) || view.height < 1)
+    return describe(23, words[22]) + ", not a whole number of at least 1";
   view.image_path = words[23];
   view.depth_path = words[24];
 
   // Every radius of a run divides by fx of the first view, and projection by fx and fy.
-  if (!(view.K[0] > 0.0f && view.K[4] > 0.0f))
+  if (!(view.K[0] > 0.0 && view.K[4] > 0.0))
     return "the focal lengths fx and fy (tokens 1 and 5) must be positive, got " + number_text(view.K[0]) + " and " +
            number_text(view.K[4]);
   return rotation_problem(view.R);
 }
+
+ViewFile read_view_file(const std::string& path) {
+  ViewFile view;
+  std::string text;
+  try {
+    text = read_text(path, kLargestViewFile);
+  } catch (const FileError& e) {
+    throw ViewFileError(path, e.cause);
+  }
+  if (const std::string problem = parse_view_file(text, view); !problem.empty()) throw ViewFileError(path, problem);
+  return view;
+}
+
+std::string format_view_file(const ViewFile& v) {
+  std::string out;
+  char buf[64];
+  auto row = [&](const double* values, int n) {
+    for (int i = 0; i < n; ++i) {
+      std::snprintf(buf, sizeof buf, i ? " %.9g" : "%.9g", values[i] + 0.0);  // + 0.0 turns -0 into 0
+      out += buf;
+    }
+    out += '\n';
+  };
+  for (int r = 0; r < 3; ++r) row(v.K + 3 * r, 3);
+  for (int r = 0; r < 3; ++r) row(v.R + 3 * r, 3);
+  row(v.t, 3);
+  out += std::to_string(v.width) + ' ' + std::to_string(v.height) + '\n';
+  return out + v.image_path + '\n' + v.depth_path + '\n';
+}
+
+void write_view_file(const std::string& path, const ViewFile& view) { write_text(path, format_view_file(view)); }
