@@ -33,8 +33,9 @@ void BM_FilterParticles(benchmark::State& state) {
     state.ResumeTiming();
     {
       bench_cloud::QuietStdout quiet;
-      filter_particles(set.particles, set.offsets, set.normals, 0.001f, 1.0f, bench_cloud::fine_radius(side), 2, 10,
-                       0.005f, 5, "particles");
+      FilterOptions options;  // the fine model's
+      options.radius = bench_cloud::fine_radius(side);
+      filter_particles(set.particles, set.offsets, set.normals, options);
     }
     state.PauseTiming();
     process_seconds += bench_cloud::process_cpu_seconds() - before;

@@ -8,7 +8,6 @@
 #include "src/spatial/cell_index.h"
 #include "src/filter/density.h"
 #include "src/filter/filter_particles.h"
-#include "src/spatial/hash_map.h"
 #include "src/spatial/iterate_particles_cells.h"
 #include "src/filter/normals.h"
 #include "src/filter/position_update.h"
@@ -17,24 +16,11 @@ namespace {
 
 struct Fixture {
   cloud::ParticleSet set;
-  std::vector<unsigned int> handles;
-  std::vector<unsigned long long> keys, cell_keys;
-  std::vector<unsigned int> cell_starts;
-  std::vector<int> prefix;
-  HashMap map;
-  float3 grid_min{};
-  float radius = 0.0f;
-  int stride = 1;
-  int max_cell_length = 0;
+  CellIndex cells;
+  NeighbourPass pass;
   std::vector<float> density;
 
-  void rebuild() {
-    compute_cell_keys(keys, handles, set.particles, set.offsets, grid_min, 1.0f / radius);
-    sort_particle_handles(handles, keys);
-    create_cell_start_index_table(cell_keys, cell_starts, keys);
-    create_cell_size_prefix_sum(prefix, cell_starts, static_cast<int>(set.size()));
-    map = create_hash_map(cell_keys, cell_starts, 0.8f);
-  }
+  void rebuild() { rebuild_cell_index(cells, set.particles, set.offsets); }
 };
 
 // Counts the delivered pairs of a pass.
@@ -58,22 +44,24 @@ Fixture& fixture() {
     Fixture f;
     const int side = 250;
     f.set = bench_cloud::plane_set(side);
-    f.radius = bench_cloud::fine_radius(side);
-    float3 lo;
-    particles_bounding_box(&lo, nullptr, f.set.particles, f.set.offsets);
-    f.grid_min = {lo.x - 10.0f * f.radius, lo.y - 10.0f * f.radius, lo.z - 10.0f * f.radius};
-    f.handles.resize(f.set.size());
-    for (size_t k = 0; k < f.set.size(); ++k) f.handles[k] = static_cast<unsigned int>(k);
+    const float radius = bench_cloud::fine_radius(side);
+    f.cells = cell_grid(f.set.particles, f.set.offsets, radius);
     f.rebuild();
-    reorder_particles(f.set.particles, f.set.offsets, f.set.normals, f.handles);
+    reorder_particles(f.set.particles, f.set.offsets, f.set.normals, f.cells.handles);
     f.rebuild();
     float average = 0.0f;
-    cell_length_statistics(&f.max_cell_length, &average, f.cell_keys, f.cell_starts, f.keys);
-    f.stride = neighbour_stride(average, 5);
-    bench_cloud::QuietStdout quiet;
+    cell_length_statistics(nullptr, &average, f.cells.cell_keys, f.cells.cell_starts, f.cells.keys);
     f.density.assign(f.set.size(), 0.0f);
-    update_density(f.density, f.set.particles, f.set.offsets, f.set.normals, f.cell_keys, f.prefix, f.handles, f.map,
-                   f.map, f.grid_min, f.max_cell_length, f.radius, 0.001f, 1.0f, f.stride);
+    f.pass = {.particles = f.set.particles.data(),
+              .offsets = f.set.offsets.data(),
+              .normals = f.set.normals.data(),
+              .density = f.density.data(),
+              .radius = radius,
+              .stride = neighbour_stride(average, 5),
+              .alpha = 0.001f,
+              .beta = 1.0f};
+    bench_cloud::QuietStdout quiet;
+    update_density(f.density, f.cells, f.pass);
     return f;
   }();
   return f;
@@ -83,10 +71,7 @@ template <typename Functor, bool with_self>
 double pair_count(Fixture& f) {
   CountPairsFunctor<with_self> counter;
   std::vector<std::pair<int, float>> results;
-  iterate_particles_cells<CountPairsFunctor<with_self>, with_self>(counter, results, f.cell_keys, f.prefix, f.density,
-                                                        f.set.offsets, f.set.normals, f.set.particles, f.handles,
-                                                        f.map, f.map, f.grid_min, f.max_cell_length, f.radius,
-                                                        0.001f, 1.0f, f.stride);
+  iterate_particles_cells<CountPairsFunctor<with_self>, with_self>(counter, results, f.cells, f.pass);
   double total = 0.0;
   for (const auto& r : results) total += r.second;
   return total;
@@ -100,14 +85,12 @@ void BM_Pass(benchmark::State& state) {
   for (auto _ : state) {
     Functor functor;
     std::vector<std::pair<int, typename Functor::Out_t>> results;
-    iterate_particles_cells<Functor, with_self>(functor, results, f.cell_keys, f.prefix, f.density, f.set.offsets,
-                                                f.set.normals, f.set.particles, f.handles, f.map, f.map, f.grid_min,
-                                                f.max_cell_length, f.radius, 0.001f, 1.0f, f.stride);
+    iterate_particles_cells<Functor, with_self>(functor, results, f.cells, f.pass);
     benchmark::DoNotOptimize(results.data());
   }
   state.counters["pairs_per_s"] = benchmark::Counter(pairs * state.iterations(), benchmark::Counter::kIsRate);
   state.counters["pairs_per_particle"] = pairs / static_cast<double>(f.set.size());
-  state.counters["stride"] = f.stride;
+  state.counters["stride"] = f.pass.stride;
   omp_set_num_threads(omp_get_num_procs());
 }
 

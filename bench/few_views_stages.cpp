@@ -14,16 +14,17 @@
 #include <iomanip>
 #include <iostream>
 #include <map>
-#include <optional>
 
 #include "image/CMatrix.h"
 #include "src/app/command_line.h"
+#include "src/app/run_error.h"
 #include "src/app/scene_input.h"
-#include "src/app/support_rule.h"
+#include "src/app/stage_options.h"
 #include "src/core/particle_position.h"
 #include "src/core/settings.h"
 #include "src/filter/density.h"
 #include "src/filter/filter_particles.h"
+#include "src/visibility/support_filter.h"
 #include "src/visibility/view_agreement.h"
 #include "src/io/model_output.h"
 #include "src/seed/measured_planes.h"
@@ -140,18 +141,22 @@ void stage_time(const char* stage) {
 int main(int argc, char* argv[]) {
   stage_time("start");
   std::vector<std::string> view_files;
-  if (std::optional<int> status = set_up_run(argc, argv, view_files)) return *status;
+  try {
+    view_files = parse_command_line(argc, argv);
+  } catch (const CommandLineExit& e) {
+    return e.status;
+  }
   std::vector<Camera> cameras;
   std::vector<Camera*> camera_ptrs;
   std::vector<CMatrix<float>> depthmaps;
   read_views(view_files, cameras, camera_ptrs, depthmaps, true);
+  const StageOptions stages = make_stage_options(cameras[0]);
   stage_time("reading");
   const std::string scene_dir = std::filesystem::path(view_files[0]).parent_path().string();
   const scene::Scene world = scene::make_scene(scene::read_scene_kind(scene_dir));
   const auto truth = pixel_truth(world, scene::read_scene_cameras(scene_dir));
   stage_time("truth (ray casting)");
 
-  const float s = superpixel_radius(cameras[0].width, cameras[0].height, superpixel_count);
   std::vector<std::vector<Superpixel>> superpixels(n_keyframes);
   std::vector<Particle> sp_particles, particles;
   std::vector<float> sp_offsets, offsets;
@@ -161,14 +166,14 @@ int main(int argc, char* argv[]) {
     for (int y = 0; y < cameras[i].height; ++y)
       for (int x = 0; x < cameras[i].width; ++x)
         if (usable_depth(depthmaps[i](x, y), depth_range_min, depth_range_max)) fate[{i, y * cameras[i].width + x}] = kNoSuperpixel;
-  if (support_rule.visible()) {
+  if (stages.fine_start == FineStart::measured_planes) {
     // As quillara does: particles on planes fitted to each pixel's measured neighbourhood.
     for (int i = 0; i < n_keyframes; ++i) {
       CMatrix<float> depth;
       CMatrix<float3> normal_map;
       measured_planes(depth, normal_map, depthmaps[i], cameras[i], kMeasuredPlaneFootprints,
                       kMeasuredPlaneWindow, depth_range_min, depth_range_max);
-      create_particles_from_depthmap(particles, offsets, normals, depth, normal_map, depthmaps[i], cameras[i].image,
+      create_particles_from_depthmap(particles, offsets, normals, depth, normal_map, depth, cameras[i].image,
                                      cameras[i], depth_range_min, depth_range_max);
     }
   } else {
@@ -184,13 +189,9 @@ int main(int argc, char* argv[]) {
             it->second = f;
     };
     mark_superpixels(kCoarseRemoved);
-    const float r9 = (s * 9.0f) * average_depth / cameras[0].K[0];
-    const float rs = s * average_depth / cameras[0].K[0];
-    filter_particles(sp_particles, sp_offsets, sp_normals, alpha_sp, beta_sp, r9, 50, 50,
-                     gradient_descent_timestep_sp, 50, "particles");
+    filter_particles(sp_particles, sp_offsets, sp_normals, stages.superpixel_filter);
     stage_time("superpixels and coarse filter");
-    support_filter(sp_particles, sp_offsets, sp_normals, camera_ptrs, rs, min_support_sp, kSuperpixelSupportPerView,
-                   support_rule);
+    support_filter(sp_particles, sp_offsets, sp_normals, camera_ptrs, stages.superpixel_support);
     stage_time("coarse support filter");
     mark_superpixels(kNoScaffold);
     for (int i = 0; i < n_keyframes; ++i) {
@@ -202,8 +203,7 @@ int main(int argc, char* argv[]) {
                                      cameras[i], depth_range_min, depth_range_max);
     }
   }
-  const float r1 = average_depth / cameras[0].K[0];
-  const float r5 = (5.0f * average_depth) / cameras[0].K[0];
+  const float r5 = stages.radii.pixel_filter;
   const auto own_distance = [&](size_t k) {
     const int shape = truth[particles[k].camera_index][particles[k].pixel_index].shape;
     return shape < 0 ? 1e9 : distance_to_own_surface(world, shape, particles[k], offsets[k]);
@@ -213,9 +213,8 @@ int main(int argc, char* argv[]) {
       it->second = own_distance(k) > r5 ? kScaffoldOff : kFilteredOff;
   writeParticlesToPLY(particles, offsets, normals, output_directory + "/stage_scaffold.ply");
   stage_time("fine particles");
-  if (!support_rule.visible())
-    support_filter(particles, offsets, normals, camera_ptrs, r1, min_support, kPixelSupportPerView, support_rule);
-  filter_particles(particles, offsets, normals, alpha, beta, r5, 2, 10, gradient_descent_timestep, 5, "particles");
+  if (!support_rule.visible()) support_filter(particles, offsets, normals, camera_ptrs, stages.pixel_support);
+  filter_particles(particles, offsets, normals, stages.pixel_filter);
   stage_time("fine filter");
   writeParticlesToPLY(particles, offsets, normals, output_directory + "/stage_filtered.ply");
   std::map<Key, bool> on_surface;
@@ -227,7 +226,7 @@ int main(int argc, char* argv[]) {
   }
   if (support_rule.visible()) print_support_diagnosis(particles, offsets, normals, camera_ptrs, truth, world);
   stage_time("diagnosis");
-  support_filter(particles, offsets, normals, camera_ptrs, r1, min_support, kPixelSupportPerView, support_rule);
+  support_filter(particles, offsets, normals, camera_ptrs, stages.pixel_support);
   stage_time("last support filter");
   writeParticlesToPLY(particles, offsets, normals, output_directory + "/model.ply");
   for (const Particle& p : particles)

@@ -6,13 +6,11 @@
 #include <cstring>
 #include <iostream>
 
-#include "src/app/improvement_passes.h"
 #include "src/app/model_files.h"
 #include "src/app/my_arg.h"
 #include "src/app/option_usage.h"
-#include "src/app/support_rule.h"
+#include "src/app/run_error.h"
 #include "src/core/settings.h"
-#include "src/io/output_directory.h"
 
 using option::Arg::None;
 using namespace option_index;
@@ -71,6 +69,9 @@ const option::Descriptor usage[] = {
 
 const unsigned required_options[] = {DEPTH_AVG, OUT_DIR, 0};
 
+SupportRule support_rule;
+bool alpha_given = false;
+
 namespace {
 
 // The path in double quotes; an inner double quote or ampersand is escaped with an ampersand.
@@ -83,16 +84,9 @@ std::string quoted_path(const std::string& path) {
   return text + "\"";
 }
 
-// The models the run writes with the switches in force.
-std::vector<std::string> model_names() {
-  std::vector<std::string> names = {kSuperpixelModelName, kModelName};
-  if (use_backface_visibility_test) names.insert(names.end(), {kBackfaceModelName1, kBackfaceModelName2});
-  return names;
-}
-
 }  // namespace
 
-std::optional<int> set_up_run(int argc, char* argv[], std::vector<std::string>& view_files) {
+std::vector<std::string> parse_command_line(int argc, char* argv[]) {
   // Skip the program's own name; an empty vector leaves nothing to parse.
   const int numargs = argc > 0 ? argc - 1 : 0;
   const char* const* args = argc > 0 ? argv + 1 : argv;
@@ -101,42 +95,35 @@ std::optional<int> set_up_run(int argc, char* argv[], std::vector<std::string>& 
   std::vector<option::Option> options(stats.options_max);
   std::vector<option::Option> buffer(stats.buffer_max);
   option::Parser parser(usage, numargs, args, options.data(), buffer.data(), static_cast<int>(stats.buffer_max));
-  if (parser.error) return 1;  // the check function has said why
+  if (parser.error) throw CommandLineExit{1};  // the check function has said why
 
   if (options[HELP] || argc <= 1) {
     option::PrintUsageImplementation::printUsage([](std::string_view text) { std::cout << text; }, usage, 80, 50,
                                                  75);
-    return 0;
+    throw CommandLineExit{0};
   }
 
   if (options[VERSION]) {
     std::cout << "quillara " << kVersion << "\n";
-    return 0;
+    throw CommandLineExit{0};
   }
 
   // A missing required option ends the run with status 0 on purpose.
-  if (MyArg::testForMissingOptions(required_options, options.data(), usage, false)) return 0;
+  if (MyArg::testForMissingOptions(required_options, options.data(), usage, false)) throw CommandLineExit{0};
 
-  // Made without a shell, so the name is taken as it stands; a directory that cannot hold the
-  // models ends the run here rather than after the work.
   output_directory = options[OUT_DIR].arg;
   improve_cameras = static_cast<bool>(options[IMPROVE_CAMERAS]);
   use_backface_visibility_test = static_cast<bool>(options[BACKFACE_TEST]);
-  if (const std::string problem = prepare_output_directory(output_directory, model_names()); !problem.empty()) {
-    std::cerr << problem << "\n";
-    return 1;
-  }
 
   // The first occurrence of each option is the one that counts.
   float* const float_settings[] = {&average_depth, &alpha_sp,       &beta_sp,    &alpha,
                                    &beta,          &min_support_sp, &min_support};
   for (unsigned index = DEPTH_AVG; index <= MIN_SUPPORT; ++index)
     if (options[index]) *float_settings[index - DEPTH_AVG] = static_cast<float>(MyArg::value<double>(options[index]));
+  alpha_given = static_cast<bool>(options[ALPHA]);
   if (options[SUPERPIXELS]) superpixel_count = MyArg::value<int>(options[SUPERPIXELS]);
   write_preview = static_cast<bool>(options[PREVIEW]);
   if (options[VISIBLE_SUPPORT]) support_rule.share = static_cast<float>(MyArg::value<double>(options[VISIBLE_SUPPORT]));
-  // The fine particles then hold to planes fitted to their measurements, not to the noisy depths.
-  if (support_rule.visible() && !options[ALPHA]) alpha = kVisibleSupportAlpha;
   if (options[VISIBLE_FLOOR]) support_rule.floor = static_cast<float>(MyArg::value<double>(options[VISIBLE_FLOOR]));
   if (options[PLY_COLORS])
     model_color_names = std::strcmp(options[PLY_COLORS].arg, "standard") == 0 ? PlyColorNames::standard
@@ -147,31 +134,18 @@ std::optional<int> set_up_run(int argc, char* argv[], std::vector<std::string>& 
   gethostname(host_name, sizeof(host_name) - 1);
   debug_processor_name = host_name;
   USE_GPU = true;
-  if (improve_cameras)
-    if (const std::string problem = start_pose_device(); !problem.empty()) {
-      std::cerr << problem << "\n";
-      return 1;
-    }
 
   // Everything behind the first "--" of the whole vector is a view file, whatever it looks like.
-  view_files.clear();
-  for (int i = 0; i < argc; ++i) {
-    if (std::strcmp(argv[i], "--") != 0) continue;
-    view_files.assign(argv + i + 1, argv + argc);
-    break;
-  }
+  for (int i = 0; i < argc; ++i)
+    if (std::strcmp(argv[i], "--") == 0) return std::vector<std::string>(argv + i + 1, argv + argc);
+  return {};
+}
 
+void check_view_files(const std::vector<std::string>& view_files) {
   // Only existence counts (a directory passes); other status failures throw.
-  for (const std::string& file : view_files) {
-    if (!boost::filesystem::exists(boost::filesystem::status(file))) {
-      std::cerr << "file " << quoted_path(file) << " does not exist\n";
-      return 1;
-    }
-  }
-  if (view_files.size() < 2) {
-    std::cerr << "not enough files\n";
-    return 1;
-  }
+  for (const std::string& file : view_files)
+    if (!boost::filesystem::exists(boost::filesystem::status(file)))
+      throw RunError("file " + quoted_path(file) + " does not exist");
+  if (view_files.size() < 2) throw RunError("not enough files");
   n_keyframes = static_cast<int>(view_files.size());
-  return std::nullopt;
 }

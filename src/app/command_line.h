@@ -1,10 +1,10 @@
 #pragma once
 
-#include <optional>
 #include <string>
 #include <vector>
 
 #include "src/app/option_parser.h"
+#include "src/visibility/support_filter.h"
 
 // Slots of the option array. Index 0 is the usage line and the catch-all for unknown options.
 // No row sets debug_write (it keeps 0) or limits the depth range: scene input settles that itself.
@@ -35,9 +35,18 @@ enum : unsigned {
 extern const option::Descriptor usage[];
 extern const unsigned required_options[];
 
-// Parses the command line into the run-level settings, creates the output directory and checks
-// that the models can be written there, and collects the view files named behind the first "--"
-// (which must exist, at least two of them). Options with values a run cannot work with (see
-// MyArg) are refused by the parser, before anything is created.
-// Returns the exit status when the process must end now, nothing when the run goes on.
-std::optional<int> set_up_run(int argc, char* argv[], std::vector<std::string>& view_files);
+// The rule the support filters follow, as --visible-support and --visible-floor set it.
+extern SupportRule support_rule;
+// Whether --alpha was given: with the visible share the fine filter has a default of its own.
+extern bool alpha_given;
+
+// Parses the command line into the run-level settings (and support_rule, the preview switch and the
+// model colour names) and returns the view files named behind the first "--". Options with values
+// a run cannot work with (see MyArg) are refused by the parser. Throws CommandLineExit when the
+// process ends here: after the usage or the version, on a parse error and when a required option
+// is missing (the last with status 0).
+std::vector<std::string> parse_command_line(int argc, char* argv[]);
+
+// The view files must exist (a directory passes) and be at least two; then they are the run's
+// views (n_keyframes). Throws RunError with the reason otherwise.
+void check_view_files(const std::vector<std::string>& view_files);

@@ -22,7 +22,6 @@ namespace {
 constexpr int kPasses = 3;
 constexpr const char* kCoreTimer = "core algorithm time";
 
-// Rotation angle in degrees between the poses of a and b, from the trace of Ra Rb^T.
 // The angle of a.R b.R^T, from its skew part and trace: unlike the arc cosine of the trace alone it
 // stays exact for the small turns of an alignment, where float rotations put the trace just above 3.
 double turn_degrees(const Camera& a, const Camera& b) {
@@ -101,7 +100,7 @@ void pose_step(const std::vector<Particle>& particles, const std::vector<float>&
 }
 
 void refine_step(std::vector<Particle>& particles, std::vector<float>& offsets, std::vector<float3>& normals,
-                 const std::vector<Camera*>& cameras, std::vector<CMatrix<float>>& depthmaps) {
+                 const std::vector<Camera*>& cameras, std::vector<CMatrix<float>>& depthmaps, float radius) {
   require_particles(particles, "refine depth maps");
   std::vector<CMatrix<float>> rendered_depthmaps, improved_depthmaps, particle_depthmaps;
   std::vector<CMatrix<float3>> rendered_normals;
@@ -120,10 +119,9 @@ void refine_step(std::vector<Particle>& particles, std::vector<float>& offsets, 
   dump_depthmaps(rendered_depthmaps, "debug_rendered_depthmaps.dat");
   ketra::timer::start(kCoreTimer);
 
-  const float r4 = (4.0f * average_depth) / cameras[0]->K[0];
-  std::cout << " refine depth maps radius " << r4 << "\n";
+  std::cout << " refine depth maps radius " << radius << "\n";
   try {
-    refine_depthmaps(improved_depthmaps, particle_depthmaps, rendered_depthmaps, cameras, r4);
+    refine_depthmaps(improved_depthmaps, particle_depthmaps, rendered_depthmaps, cameras, radius);
   } catch (const std::runtime_error& e) {
     throw ImprovementError(e.what());
   }
@@ -151,12 +149,12 @@ void refine_step(std::vector<Particle>& particles, std::vector<float>& offsets, 
 
 void run_improvement_passes(std::vector<Particle>& particles, std::vector<float>& offsets,
                             std::vector<float3>& normals, const std::vector<Camera*>& cameras,
-                            std::vector<CMatrix<float>>& depthmaps, const std::function<void()>& filter_step,
-                            int& pass) {
+                            std::vector<CMatrix<float>>& depthmaps, float refine_radius,
+                            const std::function<void()>& filter_step, int& pass) {
   for (int i = 0; i < kPasses; ++i) {
     try {
       pose_step(particles, offsets, normals, cameras, pass);
-      refine_step(particles, offsets, normals, cameras, depthmaps);
+      refine_step(particles, offsets, normals, cameras, depthmaps, refine_radius);
     } catch (const ImprovementError& e) {
       throw ImprovementError("improvement pass " + std::to_string(pass) + ": " + e.what());
     }

@@ -32,14 +32,15 @@ void close_pass(int& pass);
 void pose_step(const std::vector<Particle>& particles, const std::vector<float>& offsets,
                const std::vector<float3>& normals, const std::vector<Camera*>& cameras, int pass);
 
-// Renders the model into every view, refines the rendered depth maps, replaces depthmaps by the
-// improved maps and makes the particles anew from the trusted pixels of the rendered maps.
+// Renders the model into every view, refines the rendered depth maps (with the given radius),
+// replaces depthmaps by the improved maps and makes the particles anew from the trusted pixels of
+// the rendered maps.
 void refine_step(std::vector<Particle>& particles, std::vector<float>& offsets, std::vector<float3>& normals,
-                 const std::vector<Camera*>& cameras, std::vector<CMatrix<float>>& depthmaps);
+                 const std::vector<Camera*>& cameras, std::vector<CMatrix<float>>& depthmaps, float radius);
 
-// The schedule that follows the first filter step: three passes of pose step, refine step and
-// filter_step, each closed by close_pass. Throws ImprovementError when a pass cannot go on.
+// The schedule that follows the first filter step: three passes of pose step, refine step (at
+// refine_radius) and filter_step, each closed by close_pass. Throws ImprovementError when a pass cannot go on.
 void run_improvement_passes(std::vector<Particle>& particles, std::vector<float>& offsets,
                             std::vector<float3>& normals, const std::vector<Camera*>& cameras,
-                            std::vector<CMatrix<float>>& depthmaps, const std::function<void()>& filter_step,
-                            int& pass);
+                            std::vector<CMatrix<float>>& depthmaps, float refine_radius,
+                            const std::function<void()>& filter_step, int& pass);

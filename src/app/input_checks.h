@@ -20,9 +20,3 @@ InputDepths measure_input_depths(const std::vector<CMatrix<float>>& depthmaps);
 // smallest or above twice the largest) or the input has no depth at all; empty otherwise. The
 // run goes on: the average depth only sets the radii.
 std::string depth_avg_warning(float average_depth, const InputDepths& depths);
-
-// The run's radii (9 superpixel radii, one superpixel radius, 5 pixels and one pixel at the
-// average depth, with fx of the first view) must lie where the 32-bit smoothing kernel can be
-// computed; beyond, its weights are 0, infinite or NaN and the filter cannot end. Returns the
-// reason as one line, empty when all radii are fine.
-std::string radius_problem(float average_depth, float fx, float superpixel_radius);

@@ -3,11 +3,8 @@
 #include <algorithm>
 #include <iostream>
 
-#include "src/spatial/cell_index.h"
 #include "src/core/settings.h"
 #include "src/core/viewer_hooks.h"
-
-#pragma GCC diagnostic ignored "-Wpsabi"
 
 namespace {
 
@@ -65,7 +62,7 @@ void ComputeParticleSupportFunctor::run(const CellBatch& batch, const NeighbourL
         const float footprint = particles[j].radius;
         if (r > footprint) continue;
         const float e_plane = std::fabs(dot(n_j, D)) / footprint;
-        const float w = use_normal_dot_weight ? (1.0f - (1.0f - std::fabs(d))) - e_plane : 1.0f - e_plane;
+        const float w = use_dot_weight ? (1.0f - (1.0f - std::fabs(d))) - e_plane : 1.0f - e_plane;
         if (w > 0.0f) s += w;
       }
     }
@@ -73,17 +70,10 @@ void ComputeParticleSupportFunctor::run(const CellBatch& batch, const NeighbourL
   }
 }
 
-void update_density(std::vector<float>& density, const std::vector<Particle>& particles, std::vector<float>& offsets,
-                    std::vector<float3>& normals, const std::vector<unsigned long long>& cell_keys,
-                    const std::vector<int>& cell_prefix_sum, const std::vector<unsigned int>& handles,
-                    const HashMap& cell_map, const HashMap& first_cell_map, float3 grid_min, int max_cell_length,
-                    float radius, float alpha, float beta, int stride) {
+void update_density(std::vector<float>& density, const CellIndex& cells, const NeighbourPass& pass) {
   std::cout << "  updating particle density" << std::endl;
   ComputeDensityFunctor functor;
-  (void)first_cell_map;
-  iterate_particles_cells_into<ComputeDensityFunctor, true>(functor, density, cell_keys, cell_prefix_sum, density,
-                                                            offsets, normals, particles, handles, cell_map, grid_min,
-                                                            max_cell_length, radius, alpha, beta, stride);
+  iterate_particles_cells_into<ComputeDensityFunctor, true>(functor, density, cells, pass);
 }
 
 namespace {
@@ -99,40 +89,29 @@ unsigned char grey_byte(float v) {
 
 void compute_particle_support(std::vector<float>& support, std::vector<Particle>& particles,
                               std::vector<float>& offsets, std::vector<float3>& normals, float radius,
-                              float min_support) {
+                              float min_support, bool use_normal_dot_weight) {
   const long long n = static_cast<long long>(particles.size());
-  float3 box_min;
-  particles_bounding_box(&box_min, nullptr, particles, offsets);
-  const float margin = 10.0f * radius;
-  const float3 grid_min = {box_min.x - margin, box_min.y - margin, box_min.z - margin};
-  const float inv_cell = 1.0f / radius;
-
-  std::vector<unsigned int> handles(n);
-#pragma omp parallel for schedule(static)
-  for (long long k = 0; k < n; ++k) handles[k] = static_cast<unsigned int>(k);
-  std::vector<unsigned long long> keys;
-  compute_cell_keys(keys, handles, particles, offsets, grid_min, inv_cell);
-  sort_particle_handles(handles, keys);
+  CellIndex cells = cell_grid(particles, offsets, radius);
+  compute_cell_keys(cells.keys, cells.handles, particles, offsets, cells.grid_min, cells.inv_cell);
+  sort_particle_handles(cells.handles, cells.keys);
   // In place: the set before filtering is the largest of a run, and it is never held twice.
-  reorder_in_place(particles, offsets, normals, handles);
+  reorder_in_place(particles, offsets, normals, cells.handles);
 
   support.assign(n, 0.0f);
   if (n > 0) {
-    std::vector<unsigned long long> cell_keys;
-    std::vector<unsigned int> cell_starts;
-    std::vector<int> cell_prefix_sum;
-    create_cell_start_index_table(cell_keys, cell_starts, keys);
-    std::vector<unsigned long long>().swap(keys);
-    create_cell_size_prefix_sum(cell_prefix_sum, cell_starts, static_cast<int>(n));
-    const HashMap cell_map = create_hash_map(cell_keys, cell_starts, 0.8f);
+    create_cell_start_index_table(cells.cell_keys, cells.cell_starts, cells.keys);
+    std::vector<unsigned long long>().swap(cells.keys);
+    create_cell_size_prefix_sum(cells.cell_prefix_sum, cells.cell_starts, static_cast<int>(n));
+    cells.cell_map = create_hash_map(cells.cell_keys, cells.cell_starts, 0.8f);
 
-    ComputeParticleSupportFunctor::min_support = min_support;
     ComputeParticleSupportFunctor functor;
-    const std::vector<float> no_density;
-    iterate_particles_cells_into<ComputeParticleSupportFunctor, true>(functor, support, cell_keys, cell_prefix_sum,
-                                                                      no_density, offsets, normals, particles,
-                                                                      handles, cell_map, grid_min, 0, radius, 0.0f,
-                                                                      0.0f, 1);
+    functor.min_support = min_support;
+    const NeighbourPass pass{.particles = particles.data(),
+                             .offsets = offsets.data(),
+                             .normals = normals.data(),
+                             .radius = radius,
+                             .use_normal_dot_weight = use_normal_dot_weight};
+    iterate_particles_cells_into<ComputeParticleSupportFunctor, true>(functor, support, cells, pass);
   }
 
   // The support view: the particles in grey by their support, shown to the viewer hook. The grey

@@ -1,36 +1,19 @@
 #include "src/filter/filter_particles.h"
 
+#include <cmath>
 #include <iostream>
 
 #include "ketra/timer.h"
-#include "src/spatial/cell_index.h"
-#include "src/filter/density.h"
-#include "src/spatial/hash_map.h"
-#include "src/filter/normals.h"
-#include "src/filter/position_update.h"
+#include "src/core/check_setting.h"
 #include "src/core/settings.h"
 #include "src/core/viewer_hooks.h"
+#include "src/filter/density.h"
+#include "src/filter/normals.h"
+#include "src/filter/position_update.h"
+#include "src/filter/sph_kernel.h"
+#include "src/spatial/cell_index.h"
 
 namespace {
-
-// The cell index of the current positions, rebuilt before every step in the kept handle order.
-struct CellIndex {
-  std::vector<unsigned int> handles;
-  std::vector<unsigned long long> keys;
-  std::vector<unsigned long long> cell_keys;
-  std::vector<unsigned int> cell_starts;
-  std::vector<int> cell_prefix_sum;
-  HashMap cell_map;
-};
-
-void rebuild(CellIndex& index, const std::vector<Particle>& particles, const std::vector<float>& offsets,
-             float3 grid_min, float inv_cell) {
-  compute_cell_keys(index.keys, index.handles, particles, offsets, grid_min, inv_cell);
-  sort_particle_handles(index.handles, index.keys);
-  create_cell_start_index_table(index.cell_keys, index.cell_starts, index.keys);
-  create_cell_size_prefix_sum(index.cell_prefix_sum, index.cell_starts, static_cast<int>(particles.size()));
-  index.cell_map = create_hash_map(index.cell_keys, index.cell_starts, 0.8f);
-}
 
 // offsets = new_offsets, widening the envelope [lowest, highest] of each particle. Returns how
 // many particles reached a new extreme.
@@ -72,12 +55,20 @@ void finish_step_timers() {
     ketra::timer::reset(name);
 }
 
-void start_step_and_rebuild(CellIndex& index, const std::vector<Particle>& particles,
-                            const std::vector<float>& offsets, float3 grid_min, float inv_cell) {
+void start_step_and_rebuild(CellIndex& cells, const std::vector<Particle>& particles,
+                            const std::vector<float>& offsets) {
   ketra::timer::start("total iteration time");
   ketra::timer::start("hash map generation");
-  rebuild(index, particles, offsets, grid_min, inv_cell);
+  rebuild_cell_index(cells, particles, offsets);
   ketra::timer::stop("hash map generation");
+}
+
+// Runs `step` inside the named timer.
+template <typename Step>
+void timed(const char* timer, Step&& step) {
+  ketra::timer::start(timer);
+  step();
+  ketra::timer::stop(timer);
 }
 
 }  // namespace
@@ -87,9 +78,24 @@ int neighbour_stride(float average_length, int cell_samples) {
   return s > 1.0f ? static_cast<int>(s) : 1;
 }
 
+void FilterOptions::Check() const {
+  const auto require = [](bool ok, const char* setting, const char* rule, float value) {
+    check_setting(ok, "FilterOptions", setting, rule, value);
+  };
+  require(std::isfinite(alpha) && alpha >= 0.0f, "alpha", "finite and not negative", alpha);
+  require(std::isfinite(beta) && beta >= 0.0f, "beta", "finite and not negative", beta);
+  require(kernel_computable(radius), "radius", "one whose 32-bit kernel can be computed", radius);
+  require(std::isfinite(timestep) && timestep >= 0.0f, "timestep", "finite and not negative", timestep);
+  const FilterSchedule& s = schedule;
+  require(s.exact_iterations >= 0, "exact_iterations", "0 or more", static_cast<float>(s.exact_iterations));
+  require(s.gradient_iterations >= 0, "gradient_iterations", "0 or more", static_cast<float>(s.gradient_iterations));
+  require(s.exact_iterations + s.gradient_iterations > 0, "exact_iterations + gradient_iterations", "above 0",
+          static_cast<float>(s.exact_iterations + s.gradient_iterations));
+  require(s.cell_samples >= 1, "cell_samples", "1 or more", static_cast<float>(s.cell_samples));
+}
+
 void filter_particles(std::vector<Particle>& particles, std::vector<float>& offsets, std::vector<float3>& normals,
-                      float alpha, float beta, float radius, int exact_iterations, int gradient_iterations,
-                      float timestep, int cell_samples, std::string label) {
+                      const FilterOptions& options) {
   // The cell index needs at least one particle; an empty set has nothing to filter.
   if (particles.empty()) return;
   const long long n = static_cast<long long>(particles.size());
@@ -100,111 +106,79 @@ void filter_particles(std::vector<Particle>& particles, std::vector<float>& offs
     for (long long i = 0; i < n; ++i) normals[i] = particles[i].init_normal;
   }
 
-  float3 box_min;
-  particles_bounding_box(&box_min, nullptr, particles, offsets);
-  const float margin = 10.0f * radius;
-  const float3 grid_min = {box_min.x - margin, box_min.y - margin, box_min.z - margin};
-  const float inv_cell = 1.0f / radius;
-
-  CellIndex index;
-  compute_cell_keys_from_pos(index.keys, particles, grid_min, inv_cell);
-  sendParticlesToLumvik(particles, offsets, normals, label, debug_lumvik_particle_iteration++);
-
-  index.handles.resize(n);
-#pragma omp parallel for schedule(static)
-  for (long long k = 0; k < n; ++k) index.handles[k] = static_cast<unsigned int>(k);
-  sort_particle_handles(index.handles, index.keys);
+  CellIndex cells = cell_grid(particles, offsets, options.radius);
+  compute_cell_keys_from_pos(cells.keys, particles, cells.grid_min, cells.inv_cell);
+  sendParticlesToLumvik(particles, offsets, normals, options.label, debug_lumvik_particle_iteration++);
+  sort_particle_handles(cells.handles, cells.keys);
   // The one physical move of a run: it gives the neighbour loops their locality.
-  reorder_particles(particles, offsets, normals, index.handles);
-  sort_particle_handles(index.handles, index.keys);
-  create_cell_start_index_table(index.cell_keys, index.cell_starts, index.keys);
+  reorder_particles(particles, offsets, normals, cells.handles);
+  sort_particle_handles(cells.handles, cells.keys);
+  create_cell_start_index_table(cells.cell_keys, cells.cell_starts, cells.keys);
 
-  {
-    int max_length = 0;
-    float average_length = 0.0f;
-    cell_length_statistics(&max_length, &average_length, index.cell_keys, index.cell_starts, index.keys);
-    std::cout << "average cell length " << average_length << "\n";
-    std::cout << "    max cell length " << max_length << "\n";
-  }
   int max_cell_length = 0;
   float average_length = 0.0f;
-  cell_length_statistics(&max_cell_length, &average_length, index.cell_keys, index.cell_starts, index.keys);
-
-  const HashMap first_cell_map = create_hash_map(index.cell_keys, index.cell_starts, 0.8f);
-  index.cell_map = first_cell_map;
-
-  const int stride = neighbour_stride(average_length, cell_samples);
+  cell_length_statistics(&max_cell_length, &average_length, cells.cell_keys, cells.cell_starts, cells.keys);
+  std::cout << "average cell length " << average_length << "\n";
+  std::cout << "    max cell length " << max_cell_length << "\n";
 
   std::vector<float> density(n, 0.0f);
   std::vector<float> new_offsets(n, 0.0f);
   std::vector<float> lowest = offsets;
   std::vector<float> highest = offsets;
+  // The arrays stay where they are for the whole run; each step reads them through the pass.
+  const NeighbourPass pass{.particles = particles.data(),
+                           .offsets = offsets.data(),
+                           .normals = normals.data(),
+                           .density = density.data(),
+                           .radius = options.radius,
+                           .stride = neighbour_stride(average_length, options.schedule.cell_samples),
+                           .alpha = options.alpha,
+                           .beta = options.beta,
+                           .use_normal_dot_weight = options.use_normal_dot_weight};
   float omega = 1.0f;
   int iteration = 1;
   long long count = 0;
+  const auto few_moved = [&] { return 0.2 * static_cast<double>(n) > static_cast<double>(count); };
 
   // Phase 1: exact steps, relaxed more strongly whenever few particles still find new ground.
-  if (exact_iterations > 0) {
+  if (options.schedule.exact_iterations > 0) {
     do {
       print_header(iteration);
-      start_step_and_rebuild(index, particles, offsets, grid_min, inv_cell);
-
-      ketra::timer::start("normals update");
-      compute_normals(particles, offsets, normals, index.cell_keys, index.cell_prefix_sum, index.handles,
-                      index.cell_map, grid_min, max_cell_length, radius, alpha, beta, iteration == 1, stride);
-      ketra::timer::stop("normals update");
-
-      ketra::timer::start("density update");
-      update_density(density, particles, offsets, normals, index.cell_keys, index.cell_prefix_sum, index.handles,
-                     index.cell_map, first_cell_map, grid_min, max_cell_length, radius, alpha, beta, stride);
-      ketra::timer::stop("density update");
-
+      start_step_and_rebuild(cells, particles, offsets);
+      timed("normals update", [&] { compute_normals(normals, cells, pass, iteration == 1); });
+      timed("density update", [&] { update_density(density, cells, pass); });
       ketra::timer::start("positions update");
-      update_particles(new_offsets, particles, density, offsets, normals, index.cell_keys, index.cell_prefix_sum,
-                       index.handles, index.cell_map, first_cell_map, grid_min, max_cell_length, radius, alpha,
-                       beta, omega, stride);
+      update_particles(new_offsets, cells, pass, omega);
       count = envelope_and_copy(offsets, new_offsets, lowest, highest);
-      if (0.2 * static_cast<double>(n) > static_cast<double>(count)) {
+      if (few_moved()) {
         lowest = offsets;
         highest = offsets;
         omega = static_cast<float>(static_cast<double>(omega) * 0.8);
       }
       finish_step_timers();
       iteration += 1;
-    } while (iteration <= exact_iterations && omega > 0.125f);
+    } while (iteration <= options.schedule.exact_iterations && omega > 0.125f);
   }
 
   // Phase 2: gradient steps, which also turn the normals; ends early once the set stops spreading.
   lowest = offsets;
   highest = offsets;
-  for (int step = iteration + 1; step <= iteration + gradient_iterations; ++step) {
+  for (int step = iteration + 1; step <= iteration + options.schedule.gradient_iterations; ++step) {
     print_header(step);
-    start_step_and_rebuild(index, particles, offsets, grid_min, inv_cell);
-
-    ketra::timer::start("density update");
-    update_density(density, particles, offsets, normals, index.cell_keys, index.cell_prefix_sum, index.handles,
-                   index.cell_map, first_cell_map, grid_min, max_cell_length, radius, alpha, beta, stride);
-    ketra::timer::stop("density update");
-
+    start_step_and_rebuild(cells, particles, offsets);
+    timed("density update", [&] { update_density(density, cells, pass); });
     ketra::timer::start("positions update");
-    update_particles_gd(new_offsets, particles, density, offsets, normals, index.cell_keys, index.cell_prefix_sum,
-                        index.handles, index.cell_map, first_cell_map, grid_min, max_cell_length, radius, alpha,
-                        beta, 0.0f, stride, timestep);
+    update_particles_gd(new_offsets, normals, cells, pass, options.timestep);
     count = envelope_and_copy(offsets, new_offsets, lowest, highest);
     finish_step_timers();
-    if (0.2 * static_cast<double>(n) > static_cast<double>(count)) break;
+    if (few_moved()) break;
   }
 
   // Phase 3: one closing exact step with fresh normals and the density of the last step.
-  start_step_and_rebuild(index, particles, offsets, grid_min, inv_cell);
-  ketra::timer::start("normals update");
-  compute_normals(particles, offsets, normals, index.cell_keys, index.cell_prefix_sum, index.handles,
-                  index.cell_map, grid_min, max_cell_length, radius, alpha, beta, false, stride);
-  ketra::timer::stop("normals update");
+  start_step_and_rebuild(cells, particles, offsets);
+  timed("normals update", [&] { compute_normals(normals, cells, pass, false); });
   ketra::timer::start("positions update");
-  update_particles(new_offsets, particles, density, offsets, normals, index.cell_keys, index.cell_prefix_sum,
-                   index.handles, index.cell_map, first_cell_map, grid_min, max_cell_length, radius, alpha, beta,
-                   1.0f, stride);
+  update_particles(new_offsets, cells, pass, 1.0f);
   envelope_and_copy(offsets, new_offsets, lowest, highest);
   finish_step_timers();
 

@@ -2,8 +2,6 @@
 
 #include <iostream>
 
-
-#include "src/core/settings.h"
 #include "src/core/smallest_eigenvector.h"
 
 float3 normal_from_moments(const float lower[6], const Particle& particle) {
@@ -33,8 +31,6 @@ void NeighbourNormals::gather(const NeighbourList& list, const float3* normals, 
   inv_density.resize(count);
   for (int e = 0; e < count; ++e) inv_density[e] = 1.0f / density[list.index[e]];
 }
-
-#pragma GCC diagnostic ignored "-Wpsabi"
 
 LANE_KERNEL void normal_moments(const SphKernel& kernel, bool use_dot_weight, const float3* normals,
                                 const NeighbourNormals& neighbour_normals, const CellBatch& batch,
@@ -80,36 +76,23 @@ LANE_KERNEL void normal_moments(const SphKernel& kernel, bool use_dot_weight, co
 namespace {
 
 template <bool first_iteration, bool use_dot_weight>
-void run_normals_pass(const std::vector<Particle>& particles, std::vector<float>& offsets,
-                      std::vector<float3>& normals, const std::vector<unsigned long long>& cell_keys,
-                      const std::vector<int>& cell_prefix_sum, const std::vector<unsigned int>& handles,
-                      const HashMap& cell_map, float3 grid_min, int max_cell_length, float radius, float alpha,
-                      float beta, int stride) {
+void run_normals_pass(std::vector<float3>& normals, const CellIndex& cells, const NeighbourPass& pass) {
   using Functor = ComputeNormalsFunctor<first_iteration, use_dot_weight>;
   Functor functor;
   std::vector<std::pair<int, float3>> results;
-  const std::vector<float> no_density;
-  iterate_particles_cells<Functor, true>(functor, results, cell_keys, cell_prefix_sum, no_density, offsets, normals,
-                                         particles, handles, cell_map, cell_map, grid_min, max_cell_length, radius,
-                                         alpha, beta, stride);
+  iterate_particles_cells<Functor, true>(functor, results, cells, pass);
   merge_results(normals, results);
 }
 
 }  // namespace
 
-void compute_normals(const std::vector<Particle>& particles, std::vector<float>& offsets,
-                     std::vector<float3>& normals, const std::vector<unsigned long long>& cell_keys,
-                     const std::vector<int>& cell_prefix_sum, const std::vector<unsigned int>& handles,
-                     const HashMap& cell_map, float3 grid_min, int max_cell_length, float radius, float alpha,
-                     float beta, bool first_iteration, int stride) {
+void compute_normals(std::vector<float3>& normals, const CellIndex& cells, const NeighbourPass& pass,
+                     bool first_iteration) {
   std::cout << "  computing normals" << std::endl;
   if (first_iteration)
-    run_normals_pass<true, false>(particles, offsets, normals, cell_keys, cell_prefix_sum, handles, cell_map,
-                                  grid_min, max_cell_length, radius, alpha, beta, stride);
-  else if (use_normal_dot_weight)
-    run_normals_pass<false, true>(particles, offsets, normals, cell_keys, cell_prefix_sum, handles, cell_map,
-                                  grid_min, max_cell_length, radius, alpha, beta, stride);
+    run_normals_pass<true, false>(normals, cells, pass);
+  else if (pass.use_normal_dot_weight)
+    run_normals_pass<false, true>(normals, cells, pass);
   else
-    run_normals_pass<false, false>(particles, offsets, normals, cell_keys, cell_prefix_sum, handles, cell_map,
-                                   grid_min, max_cell_length, radius, alpha, beta, stride);
+    run_normals_pass<false, false>(normals, cells, pass);
 }

@@ -3,11 +3,11 @@
 #include <vector>
 
 #include "device/vector_math.h"
-#include "src/spatial/hash_map.h"
-#include "src/spatial/iterate_particles_cells.h"
 #include "src/core/particle.h"
 #include "src/core/particle_position.h"
 #include "src/filter/sph_kernel.h"
+#include "src/spatial/cell_index.h"
+#include "src/spatial/iterate_particles_cells.h"
 
 // Normal from the weighted second moments about a particle: the eigenvector of the smallest
 // eigenvalue, turned towards the particle's camera; init_normal if it isn't finite. `lower` holds the
@@ -63,10 +63,8 @@ struct ComputeNormalsFunctor {
   }
 };
 
-// Prints "  computing normals" and replaces every normal by its estimate from the old normals. The
-// first iteration never weights by the normals; later ones do if use_normal_dot_weight is set.
-void compute_normals(const std::vector<Particle>& particles, std::vector<float>& offsets,
-                     std::vector<float3>& normals, const std::vector<unsigned long long>& cell_keys,
-                     const std::vector<int>& cell_prefix_sum, const std::vector<unsigned int>& handles,
-                     const HashMap& cell_map, float3 grid_min, int max_cell_length, float radius, float alpha,
-                     float beta, bool first_iteration, int stride);
+// Prints "  computing normals" and replaces every normal by its estimate from the normals of the
+// pass (the old ones: normals is usually the array pass.normals points into). The first iteration
+// never weights by the normals; later ones do if the pass says so.
+void compute_normals(std::vector<float3>& normals, const CellIndex& cells, const NeighbourPass& pass,
+                     bool first_iteration);

@@ -3,8 +3,6 @@
 #include <cmath>
 #include <iostream>
 
-#include "src/core/settings.h"
-
 namespace {
 
 void set_lane(float rows[3][kLanes], int lane, float3 v) {
@@ -45,8 +43,6 @@ void PositionLanes::fill(const PositionPass& pass, const CellBatch& batch, bool 
     set_lane(dn_theta, l, theta);
   }
 }
-
-#pragma GCC diagnostic ignored "-Wpsabi"
 
 namespace {
 
@@ -188,76 +184,45 @@ LANE_KERNEL void gradient_lanes(const PositionPass& pass, bool use_dot_weight, c
 namespace {
 
 template <bool use_dot_weight>
-void run_exact_step(std::vector<float>& new_offsets, const std::vector<Particle>& particles,
-                    std::vector<float>& density, std::vector<float>& offsets, std::vector<float3>& normals,
-                    const std::vector<unsigned long long>& cell_keys, const std::vector<int>& cell_prefix_sum,
-                    const std::vector<unsigned int>& handles, const HashMap& cell_map, const HashMap& first_cell_map,
-                    float3 grid_min, int max_cell_length, float radius, float alpha, float beta, float omega,
-                    int stride) {
-  using Functor = UpdateParticlePosFunctor<use_dot_weight>;
-  Functor::omega = omega;
-  Functor functor;
-  (void)first_cell_map;
-  iterate_particles_cells_into<Functor, false>(functor, new_offsets, cell_keys, cell_prefix_sum, density, offsets,
-                                               normals, particles, handles, cell_map, grid_min, max_cell_length,
-                                               radius, alpha, beta, stride);
+void run_exact_step(std::vector<float>& new_offsets, const CellIndex& cells, const NeighbourPass& pass, float omega) {
+  UpdateParticlePosFunctor<use_dot_weight> functor;
+  functor.omega = omega;
+  iterate_particles_cells_into<UpdateParticlePosFunctor<use_dot_weight>, false>(functor, new_offsets, cells, pass);
 }
 
 template <bool use_dot_weight>
-void run_gradient_pass(std::vector<std::pair<int, float3>>& results, const std::vector<Particle>& particles,
-                       std::vector<float>& density, std::vector<float>& offsets, std::vector<float3>& normals,
-                       const std::vector<unsigned long long>& cell_keys, const std::vector<int>& cell_prefix_sum,
-                       const std::vector<unsigned int>& handles, const HashMap& cell_map,
-                       const HashMap& first_cell_map, float3 grid_min, int max_cell_length, float radius, float alpha,
-                       float beta, int stride) {
-  using Functor = ComputeGradientFunctor<use_dot_weight>;
-  Functor functor;
-  iterate_particles_cells<Functor, false>(functor, results, cell_keys, cell_prefix_sum, density, offsets, normals,
-                                          particles, handles, cell_map, first_cell_map, grid_min, max_cell_length,
-                                          radius, alpha, beta, stride);
+void run_gradient_pass(std::vector<std::pair<int, float3>>& results, const CellIndex& cells, const NeighbourPass& pass,
+                       NormalAngles* angles) {
+  ComputeGradientFunctor<use_dot_weight> functor;
+  functor.angles = angles;
+  iterate_particles_cells<ComputeGradientFunctor<use_dot_weight>, false>(functor, results, cells, pass);
 }
 
 }  // namespace
 
-void update_particles(std::vector<float>& new_offsets, const std::vector<Particle>& particles,
-                      std::vector<float>& density, std::vector<float>& offsets, std::vector<float3>& normals,
-                      const std::vector<unsigned long long>& cell_keys, const std::vector<int>& cell_prefix_sum,
-                      const std::vector<unsigned int>& handles, const HashMap& cell_map,
-                      const HashMap& first_cell_map, float3 grid_min, int max_cell_length, float radius, float alpha,
-                      float beta, float omega, int stride) {
+void update_particles(std::vector<float>& new_offsets, const CellIndex& cells, const NeighbourPass& pass, float omega) {
   std::cout << "  updating particle positions" << std::endl;
-  if (use_normal_dot_weight)
-    run_exact_step<true>(new_offsets, particles, density, offsets, normals, cell_keys, cell_prefix_sum, handles,
-                         cell_map, first_cell_map, grid_min, max_cell_length, radius, alpha, beta, omega, stride);
+  if (pass.use_normal_dot_weight)
+    run_exact_step<true>(new_offsets, cells, pass, omega);
   else
-    run_exact_step<false>(new_offsets, particles, density, offsets, normals, cell_keys, cell_prefix_sum, handles,
-                          cell_map, first_cell_map, grid_min, max_cell_length, radius, alpha, beta, omega, stride);
+    run_exact_step<false>(new_offsets, cells, pass, omega);
 }
 
-void update_particles_gd(std::vector<float>& new_offsets, const std::vector<Particle>& particles,
-                         std::vector<float>& density, std::vector<float>& offsets, std::vector<float3>& normals,
-                         const std::vector<unsigned long long>& cell_keys, const std::vector<int>& cell_prefix_sum,
-                         const std::vector<unsigned int>& handles, const HashMap& cell_map,
-                         const HashMap& first_cell_map, float3 grid_min, int max_cell_length, float radius,
-                         float alpha, float beta, float /*unused*/, int stride, float timestep) {
+void update_particles_gd(std::vector<float>& new_offsets, std::vector<float3>& normals, const CellIndex& cells,
+                         const NeighbourPass& pass, float timestep) {
   std::cout << "  updating particle positions (gradient descent)" << std::endl;
   std::vector<std::pair<int, float3>> results;
-  std::vector<NormalAngles> angles(particles.size());
-  ComputeGradientFunctor<true>::angles = ComputeGradientFunctor<false>::angles = angles.data();
-  if (use_normal_dot_weight)
-    run_gradient_pass<true>(results, particles, density, offsets, normals, cell_keys, cell_prefix_sum, handles,
-                            cell_map, first_cell_map, grid_min, max_cell_length, radius, alpha, beta, stride);
+  std::vector<NormalAngles> angles(cells.handles.size());
+  if (pass.use_normal_dot_weight)
+    run_gradient_pass<true>(results, cells, pass, angles.data());
   else
-    run_gradient_pass<false>(results, particles, density, offsets, normals, cell_keys, cell_prefix_sum, handles,
-                             cell_map, first_cell_map, grid_min, max_cell_length, radius, alpha, beta, stride);
-
-  ComputeGradientFunctor<true>::angles = ComputeGradientFunctor<false>::angles = nullptr;
-  gradient_step(new_offsets, offsets, normals, particles, results, radius, timestep, angles.data());
+    run_gradient_pass<false>(results, cells, pass, angles.data());
+  gradient_step(new_offsets, normals, pass, results, timestep, angles.data());
 }
 
-void gradient_step(std::vector<float>& new_offsets, const std::vector<float>& offsets, std::vector<float3>& normals,
-                   const std::vector<Particle>& particles, const std::vector<std::pair<int, float3>>& results,
-                   float radius, float timestep, const NormalAngles* angles) {
+void gradient_step(std::vector<float>& new_offsets, std::vector<float3>& normals, const NeighbourPass& pass,
+                   const std::vector<std::pair<int, float3>>& results, float timestep, const NormalAngles* angles) {
+  const float radius = pass.radius;
   // Each result touches only its own particle's offset and normal.
   const long long count = static_cast<long long>(results.size());
 #pragma omp parallel for schedule(static)
@@ -266,9 +231,9 @@ void gradient_step(std::vector<float>& new_offsets, const std::vector<float>& of
     const float3 g = results[s].second;
     float step = -g.x * timestep;
     if (std::fabs(step) > radius) step = std::copysign(radius, step);  // NaN passes unclamped
-    new_offsets[i] = offsets[i] + step;
+    new_offsets[i] = pass.offsets[i] + step;
 
-    const float3 d = particles[i].dir;
+    const float3 d = pass.particles[i].dir;
     const RayFrame frame = ray_frame(d);
     // The slots of invalid particles all stand for particle 0 and turn its normal again each time,
     // so its angles are taken afresh.

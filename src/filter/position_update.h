@@ -5,13 +5,13 @@
 #include <vector>
 
 #include "device/vector_math.h"
-#include "src/spatial/hash_map.h"
-#include "src/spatial/iterate_particles_cells.h"
 #include "src/core/particle.h"
 #include "src/filter/normals.h"
 #include "src/filter/ray_frame.h"
 #include "src/filter/records_minimiser.h"
 #include "src/filter/sph_kernel.h"
+#include "src/spatial/cell_index.h"
+#include "src/spatial/iterate_particles_cells.h"
 
 // Energy of particle i in its own offset t, all others fixed:
 //   E_i(t) = alpha |t| + sum_j ( w_i / rho_i |a(t)| g(a) + w_j / rho_j |b(t)| g(b) )
@@ -75,13 +75,14 @@ void exact_step_records(const PositionPass& pass, bool use_dot_weight, const Pos
                         const CellBatch& batch, const NeighbourList& list, RecordLanes& records);
 
 // Exact step: the energy is piecewise linear and convex in t, its minimiser a weighted median of
-// the breakpoints. The result is relaxed towards the old t by the static `omega`.
+// the breakpoints. The result is relaxed towards the old t by `omega`.
 template <bool use_dot_weight>
 struct UpdateParticlePosFunctor : PositionPass {
   using Out_t = float;
   static constexpr bool with_self = false;
   static constexpr bool radius_bound = true;
-  static inline float omega = 1.0f;
+
+  float omega = 1.0f;  // 1 takes the minimiser, 0.5 the midpoint between it and the old t
 
   PositionLanes lanes;
   RecordLanes records;
@@ -125,8 +126,8 @@ struct ComputeGradientFunctor : PositionPass {
   static constexpr bool with_self = false;
   static constexpr bool radius_bound = true;
   static constexpr float eps = 1e-6f;
-  // Where set, each particle's normal angles are kept there for the gradient step.
-  static inline NormalAngles* angles = nullptr;
+
+  NormalAngles* angles = nullptr;  // where set, each particle's normal angles are kept there for the step
 
   PositionLanes lanes;
 
@@ -142,29 +143,21 @@ struct ComputeGradientFunctor : PositionPass {
   }
 };
 
-// Prints "  updating particle positions", runs the exact step with relaxation `omega` and writes the
-// new offsets to new_offsets; offsets stay as they were.
-void update_particles(std::vector<float>& new_offsets, const std::vector<Particle>& particles,
-                      std::vector<float>& density, std::vector<float>& offsets, std::vector<float3>& normals,
-                      const std::vector<unsigned long long>& cell_keys, const std::vector<int>& cell_prefix_sum,
-                      const std::vector<unsigned int>& handles, const HashMap& cell_map,
-                      const HashMap& first_cell_map, float3 grid_min, int max_cell_length, float radius, float alpha,
-                      float beta, float omega, int stride);
+// Prints "  updating particle positions", runs the exact step with relaxation `omega` on the state
+// of `pass` and writes the new offsets to new_offsets.
+void update_particles(std::vector<float>& new_offsets, const CellIndex& cells, const NeighbourPass& pass, float omega);
 
-// The gradient step for every result (i, g): t moves by -g.x * timestep, cut to `radius`, into
-// new_offsets[i]; the normal's angles move by -timestep * (g.y, g.z), and the turned normal is kept
-// only if it still faces the camera.
+// The gradient step for every result (i, g): t moves from pass.offsets[i] by -g.x * timestep, cut to
+// pass.radius, into new_offsets[i]; the normal's angles move by -timestep * (g.y, g.z), and the
+// turned normal is kept only if it still faces the camera.
 // `angles`, where given, holds each particle's normal angles as the gradient pass found them.
-void gradient_step(std::vector<float>& new_offsets, const std::vector<float>& offsets, std::vector<float3>& normals,
-                   const std::vector<Particle>& particles, const std::vector<std::pair<int, float3>>& results,
-                   float radius, float timestep, const NormalAngles* angles = nullptr);
+void gradient_step(std::vector<float>& new_offsets, std::vector<float3>& normals, const NeighbourPass& pass,
+                   const std::vector<std::pair<int, float3>>& results, float timestep,
+                   const NormalAngles* angles = nullptr);
 
 // Prints "  updating particle positions (gradient descent)" and takes one gradient step of length
-// `timestep`: new_offsets gets the offsets moved by at most `radius`, and normals turn in place
-// unless that would make them face away from their camera.
-void update_particles_gd(std::vector<float>& new_offsets, const std::vector<Particle>& particles,
-                         std::vector<float>& density, std::vector<float>& offsets, std::vector<float3>& normals,
-                         const std::vector<unsigned long long>& cell_keys, const std::vector<int>& cell_prefix_sum,
-                         const std::vector<unsigned int>& handles, const HashMap& cell_map,
-                         const HashMap& first_cell_map, float3 grid_min, int max_cell_length, float radius,
-                         float alpha, float beta, float unused, int stride, float timestep);
+// `timestep` from the state of `pass`: new_offsets gets the offsets moved by at most the radius, and
+// normals (the array pass.normals points into) turn in place unless that would make them face away
+// from their camera.
+void update_particles_gd(std::vector<float>& new_offsets, std::vector<float3>& normals, const CellIndex& cells,
+                         const NeighbourPass& pass, float timestep);

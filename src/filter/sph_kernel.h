@@ -2,7 +2,7 @@
 
 #include <cmath>
 
-#include "src/spatial/lanes.h"
+#include "src/core/simd_lanes.h"
 #include "src/spatial/neighbour_batch.h"
 
 // Poly6 smoothing kernel 315 / (64 pi h^9) * (h^2 - r^2)^3 for |r| <= h, 0 beyond, evaluated in
@@ -15,8 +15,12 @@ inline float W(float r, float h) {
   return 315.0f / (h * 201.06194f * (q * q)) * (d * d * d);
 }
 
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wpsabi"
+// Whether the kernel of radius h has weights a filter can work with: W(0, h) neither 0, subnormal,
+// infinite nor NaN, and its reciprocal (a density's) finite.
+inline bool kernel_computable(float h) {
+  const float w = W(0.0f, h);
+  return std::isnormal(w) && std::isfinite(1.0f / w);
+}
 
 // The same kernel with the factor that depends on h alone computed once per pass. Gives the bits of
 // W(r, h) for every r. `outside(r2)` tells from the squared distance, without a square root,
@@ -49,4 +53,3 @@ struct SphKernel {
   }
 };
 
-#pragma GCC diagnostic pop

@@ -25,7 +25,7 @@ void run_visibility_pass(RenderBuffer const& rb, Projection const& proj, Points 
 }  // namespace
 
 void _compute_depthmap_and_normals_from_points(ketra::Array<float, 2>& depth, ketra::Array<float, 3>& normals,
-                                               Projection proj, Points const& points, float ignored,
+                                               Projection proj, Points const& points, [[maybe_unused]] float ignored,
                                                float radius_scale) {
   ketra::set(depth, empty_depth);
   ketra::set(normals, 0.0f);
@@ -35,7 +35,7 @@ void _compute_depthmap_and_normals_from_points(ketra::Array<float, 2>& depth, ke
   rb.normal_sum = normals;
   run_visibility_pass(rb, proj, points, radius_scale);
   render_launch::for_each_point_batch(points, [&](LaunchShape shape, int block_offset) {
-    normal_pass_kernel(shape, rb, proj, points, radius_scale, ignored, block_offset);
+    normal_pass_kernel(shape, rb, proj, points, radius_scale, block_offset);
   });
 }
 
@@ -81,15 +81,15 @@ void compute_depthmap_and_normals_from_points(CMatrix<float>& depth, CMatrix<flo
   ketra::freeArray(sums4);
 }
 
-ketra::Array<int, 1> contributing_points(RenderBuffer& rb, Projection proj, Points const& points, float ignored,
-                                         float radius_scale) {
+ketra::Array<int, 1> contributing_points(RenderBuffer& rb, Projection proj, Points const& points,
+                                         [[maybe_unused]] float ignored, float radius_scale) {
   ketra::Array<int, 1> flags = allocate_pitched<int, 1>(points.positions.extents.x, 1, 1);
   // Cleared, so that a point the passes drop reads as not contributing.
   ketra::set(flags, 0);
   clearRenderBufferEmpty(rb);
   run_visibility_pass(rb, proj, points, radius_scale);
   render_launch::for_each_point_batch(points, [&](LaunchShape shape, int block_offset) {
-    contribution_pass_kernel(shape, flags, rb, proj, points, radius_scale, ignored, block_offset);
+    contribution_pass_kernel(shape, flags, rb, proj, points, radius_scale, block_offset);
   });
   return flags;
 }
@@ -106,14 +106,15 @@ std::vector<int> contributing_points(RenderBuffer& rb, Points const& points, Cam
 }
 
 void compute_min_camdistance(ketra::Array<float, 2>& min_distance, Projection proj, Points const& points,
-                             ketra::Array<float, 1> const& values, float ignored, float radius_scale) {
+                             ketra::Array<float, 1> const& values, [[maybe_unused]] float ignored,
+                             float radius_scale) {
   RenderBuffer rb{};
   rb.depth = allocate_pitched<float, 2>(static_cast<unsigned int>(proj.width), static_cast<unsigned int>(proj.height), 1);
   ketra::set(rb.depth, empty_depth);
   ketra::set(min_distance, empty_depth);
   run_visibility_pass(rb, proj, points, radius_scale);
   render_launch::for_each_point_batch(points, [&](LaunchShape shape, int block_offset) {
-    min_camdistance_pass_kernel(shape, min_distance, values, rb, proj, points, radius_scale, ignored, block_offset);
+    min_camdistance_pass_kernel(shape, min_distance, values, rb, proj, points, radius_scale, block_offset);
   });
   ketra::freeArray(rb.depth);
 }

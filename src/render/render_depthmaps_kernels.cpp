@@ -6,6 +6,7 @@
 #include "device/atomics.h"
 #include "device/vector_math.h"
 #include "ketra/access.h"
+#include "src/core/simd_lanes.h"
 
 device::Texture<uchar4, device::ReadMode::NormalizedFloat> tex_image;
 device::Texture<float> tex_depth;
@@ -58,9 +59,6 @@ HOST_DEVICE inline float splat_weight(float rho2) {
   return C * std::exp(-0.5f * rho2 / 0.09f);
 }
 
-constexpr int kColumnLanes = 8;
-typedef float ColumnLanes __attribute__((vector_size(4 * kColumnLanes)));
-
 enum class Cull {
   View,  // drop disks whose front does not face the ray to their centre: dot(pc, nc) >= 0
   Axis,  // drop disks whose normal does not point against the optical axis: nc.z >= 0
@@ -111,19 +109,19 @@ HOST_DEVICE Splat splat_disk(Projection const& proj, float3 pc, float3 nc, float
 
   // Columns are taken eight at a time: each lane computes exactly the expressions of one pixel, so
   // every bit is kept, while the divisions, most of the cost, run side by side.
-  const ColumnLanes first = ColumnLanes{0, 1, 2, 3, 4, 5, 6, 7} + static_cast<float>(x0);
+  const lane_float first = lane_float{0, 1, 2, 3, 4, 5, 6, 7} + static_cast<float>(x0);
   for (int y = y0; y <= y1; ++y) {
     const float dy = (static_cast<float>(y) - proj.cy) / proj.fy;
     // The parts of the three dot products that depend on the row only.
     const float row_w = Wv.y * dy + Wv.z, row_e = E.y * dy + E.z, row_f = F.y * dy + F.z;
     const int ty = proj.height - 1 - y;
-    for (int xc = x0; xc <= x1; xc += kColumnLanes) {
-      const ColumnLanes dx = (first + static_cast<float>(xc - x0) - proj.cx) / proj.fx;
-      const ColumnLanes den = Wv.x * dx + row_w;
-      const ColumnLanes s = (E.x * dx + row_e) / den;
-      const ColumnLanes q = (F.x * dx + row_f) / den;
-      const ColumnLanes rho2 = s * s + q * q;
-      const int n = x1 - xc + 1 < kColumnLanes ? x1 - xc + 1 : kColumnLanes;
+    for (int xc = x0; xc <= x1; xc += kLanes) {
+      const lane_float dx = (first + static_cast<float>(xc - x0) - proj.cx) / proj.fx;
+      const lane_float den = Wv.x * dx + row_w;
+      const lane_float s = (E.x * dx + row_e) / den;
+      const lane_float q = (F.x * dx + row_f) / den;
+      const lane_float rho2 = s * s + q * q;
+      const int n = x1 - xc + 1 < kLanes ? x1 - xc + 1 : kLanes;
       for (int j = 0; j < n; ++j) {
         if (rho2[j] > 1.0f) continue;
         if (action(proj.width - 1 - (xc + j), ty, k / den[j], rho2[j])) return Splat::Stopped;
@@ -179,27 +177,22 @@ HOST_DEVICE void visibility_pass(device::Index const& idx, RenderBuffer const& r
   });
 }
 
-HOST_DEVICE void attribute_pass(device::Index const& idx, RenderBuffer const& rb, Projection const& proj,
-                                Points const& points, float radius_scale, int block_offset) {
+// The attribute pass (colour, camera-frame normal and weight) or, with `world_normals`, the normal
+// pass (world normal alone): weighted sums where the disk lies less than its radius behind rb.depth.
+template <bool world_normals>
+HOST_DEVICE void weighted_pass(device::Index const& idx, RenderBuffer const& rb, Projection const& proj,
+                               Points const& points, float radius_scale, int block_offset) {
   const int i = point_index(idx, block_offset, points);
   if (i < 0) return;
   const PointSample s = load_point(points, proj, i);
-  const uchar4 c = element(points.colors, i);
-  splat_disk<Cull::Axis>(proj, s.pc, s.nc, s.r0 * radius_scale, [&](int tx, int ty, float z, float rho2) {
-    if (z - s.r0 >= element(rb.depth, tx, ty)) return false;
-    add_attributes(rb, tx, ty, c, s.nc, splat_weight(rho2));
-    return false;
-  });
-}
-
-HOST_DEVICE void normal_pass(device::Index const& idx, RenderBuffer const& rb, Projection const& proj,
-                             Points const& points, float radius_scale, int block_offset) {
-  const int i = point_index(idx, block_offset, points);
-  if (i < 0) return;
-  const PointSample s = load_point(points, proj, i);
+  const uchar4 c = world_normals ? uchar4{} : element(points.colors, i);
   splat_disk<Cull::Axis>(proj, s.pc, s.nc, s.r0 * radius_scale, [&](int tx, int ty, float z, float rho2) {
     if (z - s.r0 >= element(rb.depth, tx, ty)) return false;
     const float w = splat_weight(rho2);
+    if (!world_normals) {
+      add_attributes(rb, tx, ty, c, s.nc, w);
+      return false;
+    }
     device::atomicAdd(&element(rb.normal_sum, tx, ty, 0), s.n.x * w);
     device::atomicAdd(&element(rb.normal_sum, tx, ty, 1), s.n.y * w);
     device::atomicAdd(&element(rb.normal_sum, tx, ty, 2), s.n.z * w);
@@ -356,21 +349,21 @@ void visibility_pass_kernel(LaunchShape shape, RenderBuffer rb, Projection proj,
 }
 
 void attribute_pass_kernel(LaunchShape shape, RenderBuffer rb, Projection proj, Points points, float radius_scale,
-                           float, int block_offset) {
+                           int block_offset) {
   device::launch(shape.grid, shape.block, [=](device::Index const& idx) {
-    attribute_pass(idx, rb, proj, points, radius_scale, block_offset);
+    weighted_pass<false>(idx, rb, proj, points, radius_scale, block_offset);
   });
 }
 
-void normal_pass_kernel(LaunchShape shape, RenderBuffer rb, Projection proj, Points points, float radius_scale, float,
+void normal_pass_kernel(LaunchShape shape, RenderBuffer rb, Projection proj, Points points, float radius_scale,
                         int block_offset) {
   device::launch(shape.grid, shape.block, [=](device::Index const& idx) {
-    normal_pass(idx, rb, proj, points, radius_scale, block_offset);
+    weighted_pass<true>(idx, rb, proj, points, radius_scale, block_offset);
   });
 }
 
 void contribution_pass_kernel(LaunchShape shape, ketra::Array<int, 1> flags, RenderBuffer rb, Projection proj,
-                              Points points, float radius_scale, float, int block_offset) {
+                              Points points, float radius_scale, int block_offset) {
   device::launch(shape.grid, shape.block, [=](device::Index const& idx) {
     contribution_pass(idx, flags, rb, proj, points, radius_scale, block_offset);
   });
@@ -378,7 +371,7 @@ void contribution_pass_kernel(LaunchShape shape, ketra::Array<int, 1> flags, Ren
 
 void min_camdistance_pass_kernel(LaunchShape shape, ketra::Array<float, 2> min_distance,
                                  ketra::Array<float, 1> values, RenderBuffer rb, Projection proj, Points points,
-                                 float radius_scale, float, int block_offset) {
+                                 float radius_scale, int block_offset) {
   device::launch(shape.grid, shape.block, [=](device::Index const& idx) {
     min_camdistance_pass(idx, min_distance, values, rb, proj, points, radius_scale, block_offset);
   });

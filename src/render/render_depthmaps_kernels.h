@@ -24,7 +24,7 @@ struct LaunchShape {
 };
 
 // Point passes. The element of a thread is (block index + block_offset) * block width + thread
-// index; elements beyond the point count return at once. `ignored` is read by no kernel.
+// index; elements beyond the point count return at once.
 
 // Nearest depth: atomic minimum of the ray depth into rb.depth. Culls disks facing away from
 // the ray to their centre.
@@ -33,19 +33,19 @@ void visibility_pass_kernel(LaunchShape shape, RenderBuffer rb, Projection proj,
 // Weighted colour, camera-frame normal and weight sums of every disk less than its radius
 // behind rb.depth. Culls disks whose normal points away from the camera axis.
 void attribute_pass_kernel(LaunchShape shape, RenderBuffer rb, Projection proj, Points points, float radius_scale,
-                           float ignored, int block_offset);
+                           int block_offset);
 // As the attribute pass, but adds only the weighted world normal to rb.normal_sum.
 void normal_pass_kernel(LaunchShape shape, RenderBuffer rb, Projection proj, Points points, float radius_scale,
-                        float ignored, int block_offset);
+                        int block_offset);
 // flags[i] = 1 when disk i reaches the surface in rb.depth at some pixel, 0 when it reaches none;
 // a culled disk or one with an empty box writes nothing.
 void contribution_pass_kernel(LaunchShape shape, ketra::Array<int, 1> flags, RenderBuffer rb, Projection proj,
-                              Points points, float radius_scale, float ignored, int block_offset);
+                              Points points, float radius_scale, int block_offset);
 // Atomic minimum of values[i] + radius into min_distance at every pixel where disk i reaches the
 // surface in rb.depth. Culls as the visibility pass.
 void min_camdistance_pass_kernel(LaunchShape shape, ketra::Array<float, 2> min_distance,
                                  ketra::Array<float, 1> values, RenderBuffer rb, Projection proj, Points points,
-                                 float radius_scale, float ignored, int block_offset);
+                                 float radius_scale, int block_offset);
 
 // Pixel passes over rb.depth's extents; pixels with zero weight keep their clear colour.
 // Colour sums over the weight into rb.image.

@@ -7,7 +7,8 @@
 
 using namespace render_depthmaps_kernels;
 
-void render_points(RenderBuffer& rb, Projection proj, Points const& points, float ignored, float radius_scale) {
+void render_points(RenderBuffer& rb, Projection proj, Points const& points, [[maybe_unused]] float ignored,
+                   float radius_scale) {
   ketra::timer::start("rendering");
   clearRenderBufferEmpty(rb);
 
@@ -20,7 +21,7 @@ void render_points(RenderBuffer& rb, Projection proj, Points const& points, floa
 
   ketra::timer::start("attributes");
   render_launch::for_each_point_batch(points, [&](LaunchShape shape, int block_offset) {
-    attribute_pass_kernel(shape, rb, proj, points, radius_scale, ignored, block_offset);
+    attribute_pass_kernel(shape, rb, proj, points, radius_scale, block_offset);
   });
   ketra::timer::stop("attributes");
 

@@ -225,3 +225,25 @@ void reorder_in_place(std::vector<Particle>& particles, std::vector<float>& offs
     }
   }
 }
+
+CellIndex cell_grid(const std::vector<Particle>& particles, const std::vector<float>& offsets, float radius) {
+  CellIndex index;
+  float3 box_min;
+  particles_bounding_box(&box_min, nullptr, particles, offsets);
+  const float margin = 10.0f * radius;
+  index.grid_min = {box_min.x - margin, box_min.y - margin, box_min.z - margin};
+  index.inv_cell = 1.0f / radius;
+  const long long n = static_cast<long long>(particles.size());
+  index.handles.resize(n);
+#pragma omp parallel for schedule(static)
+  for (long long k = 0; k < n; ++k) index.handles[k] = static_cast<unsigned int>(k);
+  return index;
+}
+
+void rebuild_cell_index(CellIndex& index, const std::vector<Particle>& particles, const std::vector<float>& offsets) {
+  compute_cell_keys(index.keys, index.handles, particles, offsets, index.grid_min, index.inv_cell);
+  sort_particle_handles(index.handles, index.keys);
+  create_cell_start_index_table(index.cell_keys, index.cell_starts, index.keys);
+  create_cell_size_prefix_sum(index.cell_prefix_sum, index.cell_starts, static_cast<int>(particles.size()));
+  index.cell_map = create_hash_map(index.cell_keys, index.cell_starts, 0.8f);
+}

@@ -4,6 +4,7 @@
 
 #include "device/vector_types.h"
 #include "src/core/particle.h"
+#include "src/spatial/hash_map.h"
 
 // Uniform grid with cell edge h: particles are sorted by the Morton key of their cell, so that each
 // cell is a contiguous run of the sorted handles, and the distinct keys with the start of each run
@@ -53,3 +54,24 @@ void reorder_particles(std::vector<Particle>& particles, std::vector<float>& off
 // The same without a second copy of the particles: they move along the cycles of the permutation.
 void reorder_in_place(std::vector<Particle>& particles, std::vector<float>& offsets, std::vector<float3>& normals,
                       std::vector<unsigned int>& handles);
+
+// The cell index of a particle set as the neighbour passes walk it: the grid, the handles sorted by
+// the key of their particle's cell, and the tables of the occupied cells.
+struct CellIndex {
+  float3 grid_min{};                          // corner of the grid
+  float inv_cell = 0.0f;                      // 1 / cell edge
+  std::vector<unsigned int> handles;          // particle indices in cell order
+  std::vector<unsigned long long> keys;       // key of each handle's cell, ascending
+  std::vector<unsigned long long> cell_keys;  // key of each occupied cell, ascending
+  std::vector<unsigned int> cell_starts;      // position of each cell's first handle
+  std::vector<int> cell_prefix_sum;           // position behind each cell's last handle
+  HashMap cell_map;                           // cell key to the position of the cell's first handle
+};
+
+// An index with cell edge `radius` on a grid whose corner lies 10 radii below the set's bounding
+// box, with the handles in index order and no tables yet.
+CellIndex cell_grid(const std::vector<Particle>& particles, const std::vector<float>& offsets, float radius);
+
+// Sorts the handles, from the order they are in, by the cells of the current positions and builds
+// the tables of the occupied cells (hash map at load factor 0.8). The set must not be empty.
+void rebuild_cell_index(CellIndex& index, const std::vector<Particle>& particles, const std::vector<float>& offsets);

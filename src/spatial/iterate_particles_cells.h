@@ -11,22 +11,23 @@
 #include "device/vector_types.h"
 #include "src/core/particle.h"
 #include "src/core/particle_position.h"
+#include "src/core/simd_lanes.h"
 #include "src/spatial/cell_index.h"
 #include "src/spatial/hash_map.h"
-#include "src/spatial/lanes.h"
-#include "src/spatial/neighbour_batch.h"
 #include "src/spatial/morton.h"
+#include "src/spatial/neighbour_batch.h"
 
-// What a functor may read during a neighbour pass: the particle state before the pass.
+// A neighbour pass: the particle state before it, which the functors read, and its settings.
 struct NeighbourPass {
   const Particle* particles = nullptr;
   const float* offsets = nullptr;
   const float3* normals = nullptr;
-  const float* density = nullptr;  // may be null for passes that don't read it
-  float radius = 0.0f;
-  float alpha = 0.0f;
-  float beta = 0.0f;
-  int max_cell_length = 0;
+  const float* density = nullptr;     // may be null for passes that don't read it
+  float radius = 0.0f;                // kernel radius h, the cell edge of the index walked
+  int stride = 1;                     // every stride-th particle of a neighbour run is visited
+  float alpha = 0.0f;                 // strength of the data term
+  float beta = 0.0f;                  // strength of the collision term between particles facing apart
+  bool use_normal_dot_weight = true;  // pair weights scaled by the agreement of the two normals
 };
 
 // Functor protocol. A functor declares `Out_t` and `static constexpr bool with_self`, and on a copy
@@ -36,8 +37,9 @@ struct NeighbourPass {
 //   void run(const CellBatch&, const NeighbourList&, Out_t*);   out[l] for the lanes in use
 // `run` reduces, for each lane's particle i, the pairs (i, j) with j the list's entries in order.
 // An entry with j == i is the self pair: a functor with_self takes it, and takes (i, i) once at the
-// end where the lane's self is not listed; a functor without self skips it. Static members carry
-// settings of a pass.
+// end where the lane's self is not listed; a functor without self skips it. Settings of its own
+// (a relaxation factor, a level) are members of the functor handed to the pass, which every
+// thread copies.
 // A functor whose pairs from the particle's own view give nothing may declare
 //   static constexpr bool ignores_own_view = true;
 // the list's runs then carry their view, and runs made only of particles of that view can be
@@ -60,17 +62,16 @@ constexpr bool radius_bound() {
 }
 
 // Runs `functor` over the particles of the 27 cells around each particle and hands each result to
-// `sink(slot, i, value)`. The walk of iterate_particles_cells below; the index must be that of the
-// current positions, so that each cell's run of handles ends where cell_prefix_sum says.
+// `sink(slot, i, value)`. The walk of iterate_particles_cells below; `cells` must be the index of
+// the current positions, so that each cell's run of handles ends where cell_prefix_sum says.
 template <typename Functor, bool with_self, typename Sink>
-void walk_particles_cells(Functor& functor, Sink&& sink, const std::vector<unsigned long long>& cell_keys,
-                          const std::vector<int>& cell_prefix_sum, const std::vector<float>& density,
-                          const std::vector<float>& offsets, const std::vector<float3>& normals,
-                          const std::vector<Particle>& particles, const std::vector<unsigned int>& handles,
-                          const HashMap& cell_map, float3 grid_min, int max_cell_length, float radius, float alpha,
-                          float beta, int stride) {
+void walk_particles_cells(Functor& functor, Sink&& sink, const CellIndex& cells, const NeighbourPass& pass) {
   static_assert(Functor::with_self == with_self, "the functor serves the other self-pair mode");
-  const float inv_cell = 1.0f / radius;
+  const std::vector<unsigned int>& handles = cells.handles;
+  const std::vector<unsigned long long>& cell_keys = cells.cell_keys;
+  const std::vector<int>& cell_prefix_sum = cells.cell_prefix_sum;
+  const Particle* const particles = pass.particles;
+  const int stride = pass.stride;
   const long long n = static_cast<long long>(handles.size());
   const long long c = static_cast<long long>(cell_keys.size());
 
@@ -80,7 +81,7 @@ void walk_particles_cells(Functor& functor, Sink&& sink, const std::vector<unsig
 #pragma omp parallel for schedule(static)
   for (long long k = 0; k < n; ++k) {
     const unsigned int i = handles[k];
-    run_pos[k] = particle_position(particles[i], offsets[i]);
+    run_pos[k] = particle_position(particles[i], pass.offsets[i]);
   }
 
   // View of each cell's particles; -1 where views are mixed.
@@ -97,17 +98,7 @@ void walk_particles_cells(Functor& functor, Sink&& sink, const std::vector<unsig
     }
   }
 
-  NeighbourPass pass;
-  pass.particles = particles.data();
-  pass.offsets = offsets.data();
-  pass.normals = normals.data();
-  pass.density = density.empty() ? nullptr : density.data();
-  pass.radius = radius;
-  pass.alpha = alpha;
-  pass.beta = beta;
-  pass.max_cell_length = max_cell_length;
-
-  const float reach2 = squared_reach(radius);
+  const float reach2 = squared_reach(pass.radius);
   const int* const cell_end = cell_prefix_sum.data();
 
 #pragma omp parallel
@@ -122,7 +113,7 @@ void walk_particles_cells(Functor& functor, Sink&& sink, const std::vector<unsig
 #pragma omp for schedule(dynamic, 4)
     for (long long q = 0; q < c; ++q) {
       const unsigned long long key = cell_keys[q];
-      const unsigned int start = hash_map_find(cell_map, key);
+      const unsigned int start = hash_map_find(cells.cell_map, key);
       if (start == hash_map_not_found) {
         std::ostringstream message;
         message << "cell_start is invalid!  key " << key << "   value " << start << "\n";
@@ -137,7 +128,7 @@ void walk_particles_cells(Functor& functor, Sink&& sink, const std::vector<unsig
       list.clear();
       for (int m = 0; m < 27; ++m) {
         const long long dx = m % 3 - 1, dy = m / 3 % 3 - 1, dz = m / 9 - 1;
-        const unsigned int neighbour_start = hash_map_find_bounded(cell_map, encode(x + dx, y + dy, z + dz));
+        const unsigned int neighbour_start = hash_map_find_bounded(cells.cell_map, encode(x + dx, y + dy, z + dz));
         if (neighbour_start == hash_map_not_found) continue;
         const long long cell = std::upper_bound(cell_end, cell_end + c, static_cast<int>(neighbour_start)) - cell_end;
         const int begin = list.size();
@@ -151,7 +142,7 @@ void walk_particles_cells(Functor& functor, Sink&& sink, const std::vector<unsig
       local.gather(list);
 
       const long long length = cell_end[q] - start;
-      batch_order(&run_pos[start], length, grid_min, inv_cell, order);
+      batch_order(&run_pos[start], length, cells.grid_min, cells.inv_cell, order);
       const long long slot_base = q > 0 ? cell_prefix_sum[q - 1] : 0;
       for (long long k0 = 0; k0 < length; k0 += kLanes) {
         batch.count = static_cast<int>(std::min<long long>(kLanes, length - k0));
@@ -190,18 +181,10 @@ void walk_particles_cells(Functor& functor, Sink&& sink, const std::vector<unsig
 // walked the cells alone, so the results do not depend on the batching or the thread count.
 template <typename Functor, bool with_self>
 void iterate_particles_cells(Functor& functor, std::vector<std::pair<int, typename Functor::Out_t>>& results,
-                             const std::vector<unsigned long long>& cell_keys,
-                             const std::vector<int>& cell_prefix_sum, const std::vector<float>& density,
-                             const std::vector<float>& offsets, const std::vector<float3>& normals,
-                             const std::vector<Particle>& particles, const std::vector<unsigned int>& handles,
-                             const HashMap& cell_map, const HashMap& first_cell_map, float3 grid_min,
-                             int max_cell_length, float radius, float alpha, float beta, int stride) {
-  (void)first_cell_map;  // kept for the interface; no functor reads it
-  results.resize(cell_prefix_sum.back());
+                             const CellIndex& cells, const NeighbourPass& pass) {
+  results.resize(cells.cell_prefix_sum.back());
   auto sink = [&results](long long slot, int i, const typename Functor::Out_t& value) { results[slot] = {i, value}; };
-  walk_particles_cells<Functor, with_self>(functor, sink, cell_keys, cell_prefix_sum, density, offsets, normals,
-                                           particles, handles, cell_map, grid_min, max_cell_length, radius, alpha,
-                                           beta, stride);
+  walk_particles_cells<Functor, with_self>(functor, sink, cells, pass);
 }
 
 // The pass and the merge below in one, without the slots: target[i] gets the value of every
@@ -210,18 +193,11 @@ void iterate_particles_cells(Functor& functor, std::vector<std::pair<int, typena
 // the target.
 template <typename Functor, bool with_self>
 void iterate_particles_cells_into(Functor& functor, std::vector<typename Functor::Out_t>& target,
-                                  const std::vector<unsigned long long>& cell_keys,
-                                  const std::vector<int>& cell_prefix_sum, const std::vector<float>& density,
-                                  const std::vector<float>& offsets, const std::vector<float3>& normals,
-                                  const std::vector<Particle>& particles, const std::vector<unsigned int>& handles,
-                                  const HashMap& cell_map, float3 grid_min, int max_cell_length, float radius,
-                                  float alpha, float beta, int stride) {
+                                  const CellIndex& cells, const NeighbourPass& pass) {
   auto sink = [&target](long long, int i, const typename Functor::Out_t& value) { target[i] = value; };
-  walk_particles_cells<Functor, with_self>(functor, sink, cell_keys, cell_prefix_sum, density, offsets, normals,
-                                           particles, handles, cell_map, grid_min, max_cell_length, radius, alpha,
-                                           beta, stride);
+  walk_particles_cells<Functor, with_self>(functor, sink, cells, pass);
   unsigned int x, y, z;
-  decode(cell_keys.back(), x, y, z);
+  decode(cells.cell_keys.back(), x, y, z);
   if (x == 65535 && y == 65535 && z == 65535) target[0] = typename Functor::Out_t{};
 }
 

@@ -25,8 +25,6 @@ bool beyond(const float a_lo[3], const float a_hi[3], const float b_lo[3], const
   return gap2 > reach2 && span2 <= FLT_MAX;
 }
 
-#pragma GCC diagnostic ignored "-Wpsabi"
-
 // The point form of `beyond` for the entries [begin, end), eight at a time (the list has room to
 // read past its end), appending those not beyond to `out`.
 LANE_KERNEL int entries_not_beyond(const NeighbourList& list, int begin, int end, const float lo[3],

@@ -3,7 +3,7 @@
 #include <vector>
 
 #include "device/vector_types.h"
-#include "src/spatial/lanes.h"
+#include "src/core/simd_lanes.h"
 
 // The neighbours of one cell in the order they are delivered: the 27 cells in offset order, each
 // run sampled at every stride-th position. The same for every particle of the cell. The arrays

@@ -2,17 +2,10 @@
 
 #include <cfloat>
 #include <cmath>
-#include <cstring>
+
+#include "src/core/simd_lanes.h"
 
 namespace {
-
-// Eight labels side by side; each lane computes exactly what the scalar code computes.
-typedef float Lanes __attribute__((vector_size(32)));
-
-// Loads and stores through references: a returned 32-byte vector would depend on the target's ABI.
-inline void load(Lanes& v, const float* p) { std::memcpy(&v, p, sizeof(v)); }
-inline void store(float* p, Lanes const& v) { std::memcpy(p, &v, sizeof(v)); }
-inline void splat(Lanes& v, float x) { v = Lanes{x, x, x, x, x, x, x, x}; }
 
 inline float smaller(float a, float b) { return b < a ? b : a; }
 
@@ -33,19 +26,18 @@ inline float step_one(float* lr, const float* prev, const float* c, float* s, in
 
 }  // namespace
 
-__attribute__((target_clones("avx2", "default"))) float sgm_start_step(float* lr, const float* c, float* s, int L) {
+// Eight labels side by side; each lane computes exactly what the scalar code computes.
+LANE_KERNEL float sgm_start_step(float* lr, const float* c, float* s, int L) {
   float m = FLT_MAX;
   int l = 0;
-  Lanes vm, cv, sv;
-  splat(vm, FLT_MAX);
-  for (; l + 8 <= L; l += 8) {
-    load(cv, c + l);
-    load(sv, s + l);
-    store(lr + l, cv);
-    store(s + l, sv + cv);
+  lane_float vm = lane_splat(FLT_MAX);
+  for (; l + kLanes <= L; l += kLanes) {
+    const lane_float cv = lane_load(c + l), sv = lane_load(s + l);
+    lane_store(lr + l, cv);
+    lane_store(s + l, sv + cv);
     vm = cv < vm ? cv : vm;
   }
-  for (int k = 0; k < 8; ++k) m = smaller(m, vm[k]);
+  for (int k = 0; k < kLanes; ++k) m = smaller(m, vm[k]);
   for (; l < L; ++l) {
     lr[l] = c[l];
     s[l] += c[l];
@@ -54,26 +46,26 @@ __attribute__((target_clones("avx2", "default"))) float sgm_start_step(float* lr
   return m;
 }
 
-__attribute__((target_clones("avx2", "default"))) float sgm_path_step(float* lr, const float* prev, const float* c,
-                                                                       float* s, int L, float P1, float P2, float m) {
+LANE_KERNEL float sgm_path_step(float* lr, const float* prev, const float* c, float* s, int L, float P1, float P2,
+                                float m) {
   const float jump = m + P2;
   float new_m = step_one(lr, prev, c, s, L, 0, P1, jump, m);
   // Labels 1 .. L - 2 have both neighbours: eight at a time.
   int l = 1;
-  Lanes vm, below, here, above, cv, sv, vjump, vP1, vm_prev;
-  splat(vm, FLT_MAX), splat(vjump, jump), splat(vP1, P1), splat(vm_prev, m);
-  for (; l + 8 <= L - 1; l += 8) {
-    load(below, prev + l - 1), load(here, prev + l), load(above, prev + l + 1);
-    load(cv, c + l), load(sv, s + l);
-    const Lanes neighbour = (above < below ? above : below) + vP1;
-    Lanes t = vjump < here ? vjump : here;
+  lane_float vm = lane_splat(FLT_MAX);
+  const lane_float vjump = lane_splat(jump), vP1 = lane_splat(P1), vm_prev = lane_splat(m);
+  for (; l + kLanes <= L - 1; l += kLanes) {
+    const lane_float below = lane_load(prev + l - 1), here = lane_load(prev + l), above = lane_load(prev + l + 1);
+    const lane_float cv = lane_load(c + l), sv = lane_load(s + l);
+    const lane_float neighbour = (above < below ? above : below) + vP1;
+    lane_float t = vjump < here ? vjump : here;
     t = neighbour < t ? neighbour : t;
-    const Lanes v = cv + t - vm_prev;
-    store(lr + l, v);
-    store(s + l, sv + v);
+    const lane_float v = cv + t - vm_prev;
+    lane_store(lr + l, v);
+    lane_store(s + l, sv + v);
     vm = v < vm ? v : vm;
   }
-  for (int k = 0; k < 8; ++k) new_m = smaller(new_m, vm[k]);
+  for (int k = 0; k < kLanes; ++k) new_m = smaller(new_m, vm[k]);
   for (; l < L; ++l) new_m = smaller(new_m, step_one(lr, prev, c, s, L, l, P1, jump, m));
   return new_m;
 }

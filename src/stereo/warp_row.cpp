@@ -2,6 +2,8 @@
 
 #include <cstddef>
 
+#include "src/core/simd_lanes.h"
+
 namespace depthmap_estimation_kernels {
 
 namespace {
@@ -35,27 +37,24 @@ inline uchar4 bilinear_bytes(device::Texture<uchar4, device::ReadMode::Normalize
   return uchar4{rgb[0], rgb[1], rgb[2], 255};
 }
 
-constexpr int kLanes = 16;
-typedef float Lanes __attribute__((vector_size(4 * kLanes)));
-
 }  // namespace
 
-__attribute__((target_clones("avx512f", "avx2", "default"))) void warp_row(
+WIDE_LANE_KERNEL void warp_row(
     uchar4* out, int x0, int n, int y, float d, int W, int H, SweepCamera const& c, float fx_scale,
     device::Texture<uchar4, device::ReadMode::NormalizedFloat> const& image) {
   const float* m = c.P.m;
   const float Y = (static_cast<float>(H - 1 - y) - c.cy) * c.inv_fy * d;
   const float scale_numerator = d * c.inv_fx * fx_scale;
-  for (int k0 = 0; k0 < n; k0 += kLanes) {
-    Lanes col;
-    for (int k = 0; k < kLanes; ++k) col[k] = static_cast<float>(W - 1 - (x0 + k0 + k));
+  for (int k0 = 0; k0 < n; k0 += kWideLanes) {
+    wide_lane_float col;
+    for (int k = 0; k < kWideLanes; ++k) col[k] = static_cast<float>(W - 1 - (x0 + k0 + k));
     // reproject(), lane by lane.
-    const Lanes X = (col - c.cx) * c.inv_fx * d;
-    const Lanes u = m[0] * X + m[1] * Y + m[2] * d + m[3];
-    const Lanes v = m[4] * X + m[5] * Y + m[6] * d + m[7];
-    const Lanes w = m[8] * X + m[9] * Y + m[10] * d + m[11];
-    const Lanes px = u / w, py = v / w, s = scale_numerator / w;
-    for (int k = 0; k < kLanes && k0 + k < n; ++k) {
+    const wide_lane_float X = (col - c.cx) * c.inv_fx * d;
+    const wide_lane_float u = m[0] * X + m[1] * Y + m[2] * d + m[3];
+    const wide_lane_float v = m[4] * X + m[5] * Y + m[6] * d + m[7];
+    const wide_lane_float w = m[8] * X + m[9] * Y + m[10] * d + m[11];
+    const wide_lane_float px = u / w, py = v / w, s = scale_numerator / w;
+    for (int k = 0; k < kWideLanes && k0 + k < n; ++k) {
       const Reprojection r{px[k], py[k], w[k]};
       out[k0 + k] = inside(r, W, H) && !(s[k] < 0.5f || s[k] > 2.0f)
                         ? bilinear_bytes(image, ((static_cast<float>(W - 1) - r.px) + 0.5f) - 0.5f,

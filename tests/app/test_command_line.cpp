@@ -111,7 +111,8 @@ TEST(MyArg, NonEmptyTextAndNumbersReadCompletely) {
   }
 }
 
-// The success path, in process: the settings a later stage reads; the first --depth-avg wins.
+// The success path, in process: the settings a later stage reads (the first --depth-avg wins), the
+// output directory and the checked view files.
 TEST(SetUpRun, StoresSettingsAndViewFiles) {
   const std::string dir = std::string(QUILLARA_TEST_TMP) + "/set_up_run";
   boost::filesystem::remove_all(dir);
@@ -123,18 +124,22 @@ TEST(SetUpRun, StoresSettingsAndViewFiles) {
 
   std::vector<std::string> args = {"quillara", "-o", out, "--depth-avg", "2.5", "--depth-avg=3", "--alpha-sp", "0.3",
                                    "--beta", "2", "--min-support", "0", "--superpixels", "77", "--bogus",
-                                   "--", view_a, view_b};
+                                   "--visible-support", "0.25", "--", view_a, view_b};
   std::vector<char*> argv;
   for (std::string& a : args) argv.push_back(a.data());
-  std::vector<std::string> view_files = {"stale"};
 
-  EXPECT_EQ(set_up_run(static_cast<int>(argv.size()), argv.data(), view_files), std::nullopt);
+  const std::vector<std::string> view_files = parse_command_line(static_cast<int>(argv.size()), argv.data());
   EXPECT_EQ(view_files, (std::vector<std::string>{view_a, view_b}));
-  EXPECT_TRUE(boost::filesystem::is_directory(out));
   EXPECT_EQ(output_directory, out);
-  EXPECT_EQ(std::vector<float>({average_depth, alpha_sp, beta, min_support}), std::vector<float>({2.5f, 0.3f, 2, 0}));
+  EXPECT_EQ(std::vector<float>({average_depth, alpha_sp, beta, min_support, support_rule.share}),
+            std::vector<float>({2.5f, 0.3f, 2, 0, 0.25f}));
   EXPECT_EQ(superpixel_count, 77);
+  EXPECT_FALSE(boost::filesystem::exists(out));  // a step of its own
+  make_output_directory();
+  EXPECT_TRUE(boost::filesystem::is_directory(out));
+  check_view_files(view_files);
   EXPECT_EQ(n_keyframes, 2);
+  support_rule = SupportRule();
 }
 
 }  // namespace

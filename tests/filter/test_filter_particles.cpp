@@ -8,6 +8,7 @@
 #include <utility>
 #include <vector>
 
+#include "tests/support/check_verdict.h"
 #include "tests/support/particle_cloud.h"
 #include "ketra/timer.h"
 #include "src/filter/filter_particles.h"
@@ -17,9 +18,11 @@ namespace {
 
 // The printed lines of a run without the timer table, whose figures vary.
 std::string run_and_capture(cloud::ParticleSet& set, int exact, int gradient, float radius = 0.1f) {
+  FilterOptions options;
+  options.radius = radius;
+  options.schedule = {exact, gradient, 5};
   testing::internal::CaptureStdout();
-  filter_particles(set.particles, set.offsets, set.normals, 0.001f, 1.0f, radius, exact, gradient, 0.005f, 5,
-                   "particles");
+  filter_particles(set.particles, set.offsets, set.normals, options);
   ketra::timer::clear();  // the timer table is program-wide; release its events between runs
   std::istringstream lines(testing::internal::GetCapturedStdout());
   std::string kept, line;
@@ -142,4 +145,22 @@ TEST(FilterParticles, CloseOppositeSheetsStayApart) {
   EXPECT_GT(a - (b - gap), 0.7f * gap) << "sheets at " << a << " and " << b - gap;
   EXPECT_LT(a_rms, 0.5f * gap);
   EXPECT_LT(b_rms, 0.5f * gap);
+}
+
+// Each setting a run cannot work with is named; both zero iteration counts would leave the closing
+// step a density never computed.
+TEST(FilterParticles, OptionsCheckNamesWhatARunCannotWorkWith) {
+  FilterOptions fine;
+  fine.radius = 0.01f;
+  const auto with = [&](auto change) { return check_verdict(fine, change); };
+  const std::string problem = "FilterOptions: ";
+  EXPECT_EQ(with([](FilterOptions& o) { o.schedule = kSuperpixelSchedule; }), "accepted");
+  EXPECT_EQ(with([](FilterOptions& o) { o.alpha = -1.0f; }), problem + "alpha must be finite and not negative, got -1");
+  for (float radius : {0.0f, 1e7f})
+    EXPECT_TRUE(with([&](FilterOptions& o) { o.radius = radius; })
+                    .starts_with(problem + "radius must be one whose 32-bit kernel can be computed, got "));
+  EXPECT_EQ(with([](FilterOptions& o) { o.schedule = {0, 0, 5}; }),
+            problem + "exact_iterations + gradient_iterations must be above 0, got 0");
+  EXPECT_EQ(with([](FilterOptions& o) { o.schedule.cell_samples = 0; }),
+            problem + "cell_samples must be 1 or more, got 0");
 }

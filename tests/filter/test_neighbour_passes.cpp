@@ -6,53 +6,43 @@
 #include <map>
 #include <vector>
 
-#include "src/core/settings.h"
 #include "src/filter/density.h"
 #include "src/filter/normals.h"
 #include "src/filter/position_update.h"
 #include "src/spatial/cell_index.h"
-#include "src/spatial/hash_map.h"
 #include "src/spatial/iterate_particles_cells.h"
 #include "src/spatial/morton.h"
 #include "tests/support/particle_cloud.h"
 
 namespace {
 
-// The cell index of a particle set as a filter step builds it (handles in index order).
-struct Index {
-  std::vector<unsigned int> handles;
-  std::vector<unsigned long long> keys, cell_keys;
-  std::vector<unsigned int> cell_starts;
-  std::vector<int> prefix;
-  HashMap map;
-  float3 grid_min;
-};
-
-Index build_index(const cloud::ParticleSet& set, float radius) {
-  Index index;
-  float3 lo;
-  particles_bounding_box(&lo, nullptr, set.particles, set.offsets);
-  index.grid_min = {lo.x - 10.0f * radius, lo.y - 10.0f * radius, lo.z - 10.0f * radius};
-  index.handles.resize(set.size());
-  for (size_t k = 0; k < set.size(); ++k) index.handles[k] = static_cast<unsigned int>(k);
-  compute_cell_keys(index.keys, index.handles, set.particles, set.offsets, index.grid_min, 1.0f / radius);
-  sort_particle_handles(index.handles, index.keys);
-  create_cell_start_index_table(index.cell_keys, index.cell_starts, index.keys);
-  create_cell_size_prefix_sum(index.prefix, index.cell_starts, static_cast<int>(set.size()));
-  index.map = create_hash_map(index.cell_keys, index.cell_starts, 0.8f);
+// The cell index of a particle set as a filter step builds it (handles from index order).
+CellIndex build_index(const cloud::ParticleSet& set, float radius) {
+  CellIndex index = cell_grid(set.particles, set.offsets, radius);
+  rebuild_cell_index(index, set.particles, set.offsets);
   return index;
 }
 
-// A pass in the form that writes each value to its particle.
+NeighbourPass pass_of(const cloud::ParticleSet& set, const std::vector<float>& density, float radius, int stride = 1,
+                      float alpha = 0.01f, float beta = 0.5f) {
+  return {.particles = set.particles.data(),
+          .offsets = set.offsets.data(),
+          .normals = set.normals.data(),
+          .density = density.empty() ? nullptr : density.data(),
+          .radius = radius,
+          .stride = stride,
+          .alpha = alpha,
+          .beta = beta};
+}
+
+// A pass in the form that writes each value to its particle, with `functor` as every thread's copy.
 template <typename Functor, bool with_self>
-std::vector<typename Functor::Out_t> run_pass(const cloud::ParticleSet& set, const Index& index, float radius,
+std::vector<typename Functor::Out_t> run_pass(const cloud::ParticleSet& set, const CellIndex& index, float radius,
                                               const std::vector<float>& density, int stride, float alpha = 0.01f,
-                                              float beta = 0.5f) {
-  Functor functor;
+                                              float beta = 0.5f, Functor functor = {}) {
   std::vector<typename Functor::Out_t> out(set.size());
-  iterate_particles_cells_into<Functor, with_self>(functor, out, index.cell_keys, index.prefix, density, set.offsets,
-                                                   set.normals, set.particles, index.handles, index.map,
-                                                   index.grid_min, 16, radius, alpha, beta, stride);
+  iterate_particles_cells_into<Functor, with_self>(functor, out, index,
+                                                   pass_of(set, density, radius, stride, alpha, beta));
   return out;
 }
 
@@ -85,14 +75,11 @@ typename Functor::Out_t run_one(Functor& functor, const cloud::ParticleSet& set,
 // offset order, each in handle order, every stride-th, itself included where sampled), collected
 // from the handles by key, with each cell's view.
 template <typename Functor>
-std::vector<typename Functor::Out_t> run_reference(const cloud::ParticleSet& set, const Index& index, float radius,
-                                                   const std::vector<float>& density, int stride) {
+std::vector<typename Functor::Out_t> run_reference(const cloud::ParticleSet& set, const CellIndex& index, float radius,
+                                                   const std::vector<float>& density, int stride, Functor functor) {
   std::map<unsigned long long, std::vector<unsigned int>> cells;
   for (size_t k = 0; k < set.size(); ++k) cells[index.keys[k]].push_back(index.handles[k]);
-  const NeighbourPass pass{set.particles.data(), set.offsets.data(), set.normals.data(),
-                           density.empty() ? nullptr : density.data(), radius, 0.01f, 0.5f, 16};
-  Functor functor;
-  functor.setup(pass);
+  functor.setup(pass_of(set, density, radius, stride));
   std::vector<typename Functor::Out_t> out(set.size());
   for (size_t k = 0; k < set.size(); ++k) {
     const int i = static_cast<int>(index.handles[k]);
@@ -121,10 +108,10 @@ bool same_bits(float a, float b) { return std::memcmp(&a, &b, sizeof a) == 0; }
 bool same_bits(float3 a, float3 b) { return std::memcmp(&a, &b, sizeof a) == 0; }
 
 template <typename Functor, bool with_self>
-void expect_pass_as_reference(const cloud::ParticleSet& set, const Index& index, float radius,
-                              const std::vector<float>& density, int stride) {
-  const auto pass = run_pass<Functor, with_self>(set, index, radius, density, stride);
-  const auto reference = run_reference<Functor>(set, index, radius, density, stride);
+void expect_pass_as_reference(const cloud::ParticleSet& set, const CellIndex& index, float radius,
+                              const std::vector<float>& density, int stride, Functor functor = {}) {
+  const auto pass = run_pass<Functor, with_self>(set, index, radius, density, stride, 0.01f, 0.5f, functor);
+  const auto reference = run_reference<Functor>(set, index, radius, density, stride, functor);
   for (size_t k = 0; k < set.size(); ++k) ASSERT_TRUE(same_bits(pass[k], reference[k])) << "particle " << k;
 }
 
@@ -136,20 +123,21 @@ void expect_pass_as_reference(const cloud::ParticleSet& set, const Index& index,
 TEST(NeighbourPasses, MatchBruteForceForEveryFunctor) {
   for (auto [count, radius] : {std::pair{1200, 0.12f}, std::pair{2500, 0.3f}}) {
     const cloud::ParticleSet set = cloud::random_cloud(count, 1.0f, 7);
-    const Index index = build_index(set, radius);
+    const CellIndex index = build_index(set, radius);
+    ComputeParticleSupportFunctor support;
+    support.min_support = 1.5f;
+    UpdateParticlePosFunctor<true> relaxed;
+    relaxed.omega = 0.75f;
     for (int stride : {1, 3}) {
       SCOPED_TRACE(testing::Message() << count << " particles, stride " << stride);
       const auto density = run_pass<ComputeDensityFunctor, true>(set, index, radius, {}, stride);
       expect_pass_as_reference<ComputeDensityFunctor, true>(set, index, radius, {}, stride);
-      ComputeParticleSupportFunctor::min_support = 1.5f;
-      expect_pass_as_reference<ComputeParticleSupportFunctor, true>(set, index, radius, {}, stride);
+      expect_pass_as_reference<ComputeParticleSupportFunctor, true>(set, index, radius, {}, stride, support);
       expect_pass_as_reference<ComputeNormalsFunctor<true, false>, true>(set, index, radius, {}, stride);
       expect_pass_as_reference<ComputeNormalsFunctor<false, true>, true>(set, index, radius, {}, stride);
       expect_pass_as_reference<ComputeGradientFunctor<true>, false>(set, index, radius, density, stride);
       expect_pass_as_reference<ComputeGradientFunctor<false>, false>(set, index, radius, density, stride);
-      UpdateParticlePosFunctor<true>::omega = 0.75f;
-      expect_pass_as_reference<UpdateParticlePosFunctor<true>, false>(set, index, radius, density, stride);
-      UpdateParticlePosFunctor<true>::omega = 1.0f;
+      expect_pass_as_reference<UpdateParticlePosFunctor<true>, false>(set, index, radius, density, stride, relaxed);
       expect_pass_as_reference<UpdateParticlePosFunctor<false>, false>(set, index, radius, density, stride);
     }
   }
@@ -176,7 +164,7 @@ TEST(NeighbourPasses, SelfPairOnceForEveryStride) {
   cloud::ParticleSet set = cloud::random_cloud(5, 0.01f, 3);
   for (auto& p : set.particles) p.pos = {0.5f, 0.5f, 0.5f};
   for (auto& t : set.offsets) t = 0.0f;
-  const Index index = build_index(set, 0.12f);
+  const CellIndex index = build_index(set, 0.12f);
   const auto density = run_pass<ComputeDensityFunctor, true>(set, index, 0.12f, {}, 3);
   const float w0 = W(0.0f, 0.12f);
   for (size_t k = 0; k < 5; ++k)
@@ -188,12 +176,10 @@ TEST(NeighbourPasses, SelfPairOnceForEveryStride) {
 TEST(NeighbourPasses, InvalidParticlesKeepTheirSlotEmpty) {
   cloud::ParticleSet set = cloud::random_cloud(50, 1.0f, 5);
   set.offsets[7] = std::nanf("");
-  const Index index = build_index(set, 0.12f);
+  const CellIndex index = build_index(set, 0.12f);
   ComputeDensityFunctor functor;
   std::vector<std::pair<int, float>> results;
-  iterate_particles_cells<ComputeDensityFunctor, true>(functor, results, index.cell_keys, index.prefix, {}, set.offsets,
-                                                       set.normals, set.particles, index.handles, index.map,
-                                                       index.map, index.grid_min, 0, 0.12f, 0, 0, 1);
+  iterate_particles_cells<ComputeDensityFunctor, true>(functor, results, index, pass_of(set, {}, 0.12f));
   ASSERT_EQ(results.size(), 50u);
   EXPECT_EQ(results.back(), (std::pair<int, float>{0, 0.0f}));
   for (size_t s = 0; s + 1 < results.size(); ++s) EXPECT_NE(results[s].first, 7);
@@ -208,10 +194,10 @@ TEST(NeighbourPasses, InvalidParticlesKeepTheirSlotEmpty) {
 TEST(NeighbourPassesDeathTest, MissingCellEndsTheProcess) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
   const cloud::ParticleSet set = cloud::random_cloud(40, 1.0f, 9);
-  Index index = build_index(set, 0.12f);
+  CellIndex index = build_index(set, 0.12f);
   std::vector<unsigned long long> fewer(index.cell_keys.begin() + 1, index.cell_keys.end());
   std::vector<unsigned int> starts(index.cell_starts.begin() + 1, index.cell_starts.end());
-  index.map = create_hash_map(fewer, starts, 0.8f);
+  index.cell_map = create_hash_map(fewer, starts, 0.8f);
   const std::string expected = "cell_start is invalid!  key " + std::to_string(index.cell_keys[0]) + "   value 4294967295";
   EXPECT_DEATH((run_pass<ComputeDensityFunctor, true>(set, index, 0.12f, {}, 1)), expected);
 }
@@ -229,8 +215,9 @@ TEST(NeighbourPasses, SupportSkipsPilesOfOneViewWithoutChangingValues) {
     set.offsets.push_back(0.0f);
     set.normals.push_back(set.normals[k]);
   }
-  ComputeParticleSupportFunctor::min_support = 1.5f;
-  expect_pass_as_reference<ComputeParticleSupportFunctor, true>(set, build_index(set, 0.12f), 0.12f, {}, 1);
+  ComputeParticleSupportFunctor support;
+  support.min_support = 1.5f;
+  expect_pass_as_reference<ComputeParticleSupportFunctor, true>(set, build_index(set, 0.12f), 0.12f, {}, 1, support);
 }
 
 // ---- worked cases of the functors ----
@@ -257,10 +244,11 @@ cloud::ParticleSet two_particles(float3 second_pos, float3 second_normal) {
 
 // The value a pass with radius 1 gives particle 0, after a density pass.
 template <typename Functor>
-typename Functor::Out_t first_of_pass(const cloud::ParticleSet& set, float alpha, float beta = 0.5f) {
-  const Index index = build_index(set, 1.0f);
+typename Functor::Out_t first_of_pass(const cloud::ParticleSet& set, float alpha, float beta = 0.5f,
+                                      Functor functor = {}) {
+  const CellIndex index = build_index(set, 1.0f);
   const auto density = run_pass<ComputeDensityFunctor, true>(set, index, 1.0f, {}, 1);
-  return run_pass<Functor, false>(set, index, 1.0f, density, 1, alpha, beta)[0];
+  return run_pass<Functor, false>(set, index, 1.0f, density, 1, alpha, beta, functor)[0];
 }
 
 }  // namespace
@@ -278,9 +266,10 @@ TEST(ParticleFunctors, KernelValues) {
 // passes the level asked for.
 TEST(ParticleFunctors, SupportByViewsNormalsAndFootprint) {
   std::vector<float> support;
+  bool weight = false;
   auto support_of_i = [&](float3 pos_j, float3 normal_j) {
     cloud::ParticleSet set = two_particles(pos_j, normal_j);
-    compute_particle_support(support, set.particles, set.offsets, set.normals, 0.1f, 10.0f);
+    compute_particle_support(support, set.particles, set.offsets, set.normals, 0.1f, 10.0f, weight);
     return support[0];
   };
   cloud::ParticleSet pile;  // seven particles at one place, 0 and 6 of one view
@@ -289,19 +278,18 @@ TEST(ParticleFunctors, SupportByViewsNormalsAndFootprint) {
     pile.offsets.push_back(0.0f);
     pile.normals.push_back({0, 0, 1});
   }
-  for (bool weight : {false, true}) {
-    use_normal_dot_weight = weight;
+  for (bool dot_weight : {false, true}) {
+    weight = dot_weight;
     // j at a right angle: 1 minus the plane distance without the weight, nothing with it.
     EXPECT_EQ(support_of_i({0.01f, 0, 0}, {0, 1, 0}), weight ? 0.0f : 1.0f);
     EXPECT_EQ(support_of_i({0.01f, 0, 0}, {0, 0, -1}), 0.0f);          // anti-parallel
     EXPECT_EQ(support_of_i({0.06f, 0, 0}, {0, 0, 1}), 0.0f);           // beyond j's footprint of 0.05
     EXPECT_FLOAT_EQ(support_of_i({0.03f, 0, 0.01f}, {0, 0, 1}), 0.8f);  // 0.2 footprints off j's plane
-    compute_particle_support(support, pile.particles, pile.offsets, pile.normals, 0.1f, 3.0f);
+    compute_particle_support(support, pile.particles, pile.offsets, pile.normals, 0.1f, 3.0f, weight);
     EXPECT_EQ(support, std::vector<float>(7, 4.0f));
-    compute_particle_support(support, pile.particles, pile.offsets, pile.normals, 0.1f, 100.0f);
+    compute_particle_support(support, pile.particles, pile.offsets, pile.normals, 0.1f, 100.0f, weight);
     EXPECT_EQ(support, (std::vector<float>{5, 6, 6, 6, 6, 6, 5}));
   }
-  use_normal_dot_weight = true;
 }
 
 TEST(ParticleFunctors, NormalsNeedEightVisitsAndFaceTheCamera) {
@@ -315,7 +303,7 @@ TEST(ParticleFunctors, NormalsNeedEightVisitsAndFaceTheCamera) {
       set.offsets.push_back(0.0f);
       set.normals.push_back(k == 4 ? float3{0, 0, 1} : float3{0, 0, -1});
     }
-    const Index index = build_index(set, 0.5f);
+    const CellIndex index = build_index(set, 0.5f);
     const auto normals = run_pass<ComputeNormalsFunctor<true, false>, true>(set, index, 0.5f, {}, 1);
     for (int k = 0; k < count; ++k) {
       if (count < 8) {
@@ -417,10 +405,10 @@ TEST(ParticleFunctors, ExactStepOnACommonPlane) {
   // j lies 0.2 above i's tangent plane and both face the camera along +z: both terms put i at 0.2.
   cloud::ParticleSet set = two_particles({0.3f, 0, 0.2f}, {0, 0, 1});
   for (float omega : {1.0f, 0.5f}) {
-    UpdateParticlePosFunctor<true>::omega = omega;
-    EXPECT_EQ(first_of_pass<UpdateParticlePosFunctor<true>>(set, 0.001f), 0.2f * omega);
+    UpdateParticlePosFunctor<true> exact;
+    exact.omega = omega;
+    EXPECT_EQ(first_of_pass(set, 0.001f, 0.5f, exact), 0.2f * omega);
   }
-  UpdateParticlePosFunctor<true>::omega = 1.0f;
   // A strong data term keeps the particle on its measurement.
   EXPECT_EQ(first_of_pass<UpdateParticlePosFunctor<true>>(set, 100.0f), 0.0f);
   // With beta 0, opposite normals give weightless records, and only the data term is left.
@@ -438,9 +426,7 @@ namespace {
 // Runs one functor for particle 0 of a two-particle set against particle 1 alone.
 template <typename Functor>
 typename Functor::Out_t one_pair(Functor& functor, const cloud::ParticleSet& set, const std::vector<float>& density) {
-  const NeighbourPass pass{set.particles.data(), set.offsets.data(), set.normals.data(), density.data(),
-                           1.0f, 0.0f, 1.0f, 4};
-  functor.setup(pass);
+  functor.setup(pass_of(set, density, 1.0f, 1, 0.0f, 1.0f));
   NeighbourList list;
   list.push(1, set.particles[1].pos);
   list.runs[list.run_count++] = {0, 1, -1};
@@ -485,7 +471,8 @@ TEST(ParticleFunctors, GradientStepIsClampedAndNormalsKeepFacingTheCamera) {
   std::vector<float3> normals = {d, d};
   // Particle 0: a huge step, cut to the radius; a small turn. Particle 1: a turn past the right angle.
   std::vector<std::pair<int, float3>> results = {{0, {-1000.0f, 0.0f, 20.0f}}, {1, {1.0f, 0.0f, -400.0f}}};
-  gradient_step(new_offsets, offsets, normals, particles, results, 0.1f, 0.01f);
+  const NeighbourPass pass{.particles = particles.data(), .offsets = offsets.data(), .radius = 0.1f};
+  gradient_step(new_offsets, normals, pass, results, 0.01f);
   EXPECT_EQ(new_offsets[0], 0.5f + 0.1f);
   EXPECT_EQ(new_offsets[1], 0.5f - 0.01f);
   EXPECT_NEAR(dot(normals[0], d), std::cos(0.2f), 1e-5f);  // turned by 0.2 rad about the ray frame

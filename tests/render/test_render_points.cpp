@@ -38,9 +38,12 @@ TEST_F(RenderPointsTest, ParticlesRenderBackIntoTheirOwnCamera) {
   for (int y = 0; y < v.camera.height; ++y)
     for (int x = 0; x < W; ++x) {
       const int i = y * W + x;
-      if (v.depth(x, y) > 0) ASSERT_LT(r.depth[i], empty_depth) << "hole at " << x << ", " << y;
-      if (!near_surface(v, x, y))
+      if (v.depth(x, y) > 0) {
+        ASSERT_LT(r.depth[i], empty_depth) << "hole at " << x << ", " << y;
+      }
+      if (!near_surface(v, x, y)) {
         ASSERT_TRUE(r.depth[i] == empty_depth && r.weight[i] == 0.0f && r.image[i].w == 0) << x << ", " << y;
+      }
       if (!interior(v, x, y)) continue;
       ++checked;
       ASSERT_NEAR(r.depth[i], v.depth(x, y), 0.01f * footprint(v, x, y)) << x << ", " << y;

@@ -22,19 +22,25 @@ struct SupportRule {
   bool visible() const { return share > 0.0f; }
 };
 
-// The data term's strength of the fine model with the visible share, unless --alpha sets it: the
-// particles' own measurements are then planes fitted to the measured depths, which hold less noise.
-inline constexpr float kVisibleSupportAlpha = 0.01f;
-
-// The rule the command line set.
-extern SupportRule support_rule;
-
-// What one view seeing a point head-on can give on each level, in the units of the fixed levels: a
-// particle's footprint is one pixel on the pixel level, so about pi of one view's particles lie
-// within it; on the superpixel level it is the disc of its superpixel's area, which holds about one
-// superpixel particle of a view.
+// What one view seeing a point head-on gives on each level: a particle's footprint is one pixel
+// on the pixel level, so about pi of one view's particles lie within it; on the superpixel level
+// it is the disc of its superpixel's area, which holds about one superpixel particle of a view.
 inline constexpr float kPixelSupportPerView = std::numbers::pi_v<float>;
 inline constexpr float kSuperpixelSupportPerView = 1.0f;
+
+// The settings of one support filter.
+struct SupportFilterOptions {
+  float radius = 0.0f;       // cell size of the support pass: one particle footprint at the average depth
+  float min_support = 3.0f;  // the fixed level a point's support must reach
+  float per_view = kPixelSupportPerView;  // what a view facing a point gives, for the visible share
+  SupportRule rule;                       // the fixed level or the visible share
+  bool use_normal_dot_weight = true;      // a neighbour gives less the more its normal turns away
+
+  // Throws std::runtime_error naming the first setting a filter cannot work with: a radius that
+  // is not positive and finite, a level or per_view that is negative or not finite, a share
+  // outside [0, 1], a negative floor or a facing limit outside [0, 90] degrees.
+  void Check() const;
+};
 
 // The margin by which each point passes the visible share: support[i] (what the agreeing views
 // give) minus the larger of share * expected[i] (what the seeing views could give) and the floor.
@@ -42,10 +48,9 @@ inline constexpr float kSuperpixelSupportPerView = 1.0f;
 std::vector<float> visible_support_margin(const std::vector<float>& support, const std::vector<float>& expected,
                                           const SupportRule& rule);
 
-// Removes the particles whose support from other views falls short: below the fixed `level` (the
-// support pass, with `radius` as its cell size, reorders the three arrays), or, with the visible
-// share on, short of the rule by the verdicts of the views in `cameras` at `per_view` per head-on
-// view (and then prints how many stayed).
+// Removes the particles whose support from other views falls short: below the fixed level (the
+// support pass reorders the three arrays), or, with the visible share on, short of the rule by the
+// verdicts of the views in `cameras` at `per_view` per head-on view (and then prints how many
+// stayed).
 void support_filter(std::vector<Particle>& particles, std::vector<float>& offsets, std::vector<float3>& normals,
-                    const std::vector<Camera*>& cameras, float radius, float level, float per_view,
-                    const SupportRule& rule);
+                    const std::vector<Camera*>& cameras, const SupportFilterOptions& options);

@@ -1,4 +1,4 @@
-#include "src/app/backface_removal.h"
+#include "src/visibility/backface_removal.h"
 
 #include <iostream>
 
