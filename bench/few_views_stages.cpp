@@ -59,6 +59,7 @@ struct PixelTruth {
   int shape = -1;
   scene::Vec3 point;
   int views = 0;
+  double incidence = 0;  // degrees between the true normal and the pixel's ray
 };
 
 using Key = std::pair<int, int>;  // camera index, pixel index
@@ -76,6 +77,9 @@ std::vector<std::vector<PixelTruth>> pixel_truth(const scene::Scene& world,
         if (!hit.found) continue;
         truth[v][y * c.width + x].shape = hit.shape;
         truth[v][y * c.width + x].point = hit.point;
+        const scene::Vec3 ray = scene::pixel_direction(c, x, y);
+        truth[v][y * c.width + x].incidence =
+            std::acos(std::min(1.0, std::fabs(scene::dot(hit.normal, ray)) / scene::length(ray))) * 180.0 / M_PI;
         samples[y * c.width + x].point = hit.point;
       }
     const std::vector<int> views = scene::views_seeing(world, cameras, samples);
@@ -143,8 +147,12 @@ int main(int argc, char* argv[]) {
   std::vector<std::string> view_files;
   try {
     view_files = parse_command_line(argc, argv);
+    check_view_files(view_files);
   } catch (const CommandLineExit& e) {
     return e.status;
+  } catch (const RunError& e) {
+    std::cerr << e.what() << "\n";
+    return 1;
   }
   std::vector<Camera> cameras;
   std::vector<Camera*> camera_ptrs;
@@ -232,6 +240,35 @@ int main(int argc, char* argv[]) {
   for (const Particle& p : particles)
     if (auto it = fate.find({p.camera_index, p.pixel_index}); it != fate.end())
       it->second = on_surface[{p.camera_index, p.pixel_index}] ? kKept : kKeptOff;
+
+  // Where the kept particles lie along their rays: the share within 5 mm of their own pixel's true
+  // point (not only of its surface), and the median angle of incidence of each row's pixels.
+  {
+    std::map<std::string, std::array<double, 3>> near;  // kept, kept within 5 mm of the point, pixels
+    std::map<std::string, std::vector<double>> angles;
+    for (const auto& [key, f] : fate) {
+      const PixelTruth& t = truth[key.first][key.second];
+      if (t.shape < 0) continue;
+      const std::string row = std::to_string(std::min(t.views, 5)) + " views";
+      angles[row].push_back(t.incidence);
+      near[row][2] += 1;
+    }
+    for (size_t k = 0; k < particles.size(); ++k) {
+      const PixelTruth& t = truth[particles[k].camera_index][particles[k].pixel_index];
+      if (t.shape < 0) continue;
+      const float3 q = particle_position(particles[k], offsets[k]);
+      const std::string row = std::to_string(std::min(t.views, 5)) + " views";
+      near[row][0] += 1;
+      near[row][1] += scene::length(scene::Vec3{q.x, q.y, q.z} - t.point) <= 0.005;
+    }
+    std::cout << "\nkept points near their own true point:\nviews     kept %  within 5 mm of own point %  median incidence\n";
+    for (auto& [row, a] : near) {
+      std::vector<double>& g = angles[row];
+      std::nth_element(g.begin(), g.begin() + g.size() / 2, g.end());
+      std::cout << std::left << std::setw(9) << row << std::right << std::setw(8) << 100.0 * a[0] / a[2] << std::setw(20)
+                << 100.0 * a[1] / std::max(1.0, a[0]) << std::setw(18) << g[g.size() / 2] << "\n";
+    }
+  }
 
   // Pictures of the fates: per view, pixels seen by 1 or 2 views (and rods) coloured by their fate,
   // the rest grey by fate.

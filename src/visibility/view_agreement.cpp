@@ -32,7 +32,9 @@ float camera_depth(const Camera& camera, float3 p) {
 }
 
 Verdict judge(const Camera& camera, const ViewCover& cover, const std::vector<Particle>& particles,
-              const std::vector<float>& offsets, const std::vector<float3>& normals, std::size_t i, float3 p) {
+              const std::vector<float>& offsets, const std::vector<float3>& normals, std::size_t i, float3 p,
+              float cos_limit) {
+  const float3 eye = make_float3(camera.center[0], camera.center[1], camera.center[2]);
   const ViewPoint at = project(camera, p);
   // Off the image (also NaN, and before rounding, which could overflow).
   if (!(at.depth > 0.0f && at.x >= -0.5f && at.x < static_cast<float>(cover.width) - 0.5f && at.y >= -0.5f &&
@@ -48,7 +50,12 @@ Verdict judge(const Camera& camera, const ViewCover& cover, const std::vector<Pa
       const float3 q = particle_position(particles[k], offsets[k]);
       const float footprint = particles[k].radius;
       const float3 d = p - q;
-      if (std::fabs(dot(normals[k], d)) <= footprint && dot(d, d) <= 4.0f * footprint * footprint &&
+      // The view's particles lie one footprint apart across its image, farther apart along a surface
+      // it sees obliquely: the reach grows with the slant, up to that of the facing limit.
+      const float3 ray = eye - q;
+      const float slant = std::max(std::fabs(dot(normals[k], ray)) / length(ray), cos_limit);
+      const float reach = 2.0f * footprint / slant;
+      if (std::fabs(dot(normals[k], d)) <= footprint && dot(d, d) <= reach * reach &&
           dot(normals[i], normals[k]) >= 0.0f)
         return Verdict::agrees;
       if (!(at.depth < camera_depth(camera, q) - footprint)) in_front = false;
@@ -126,7 +133,7 @@ ViewVerdicts judge_by_views(const std::vector<Particle>& particles, const std::v
       if (!(distance > 0.0f)) continue;
       const float cosine = dot(normals[i], towards) / distance;
       if (!(cosine >= cos_limit)) continue;  // too oblique, or NaN
-      const Verdict verdict = judge(camera, covers[c], particles, offsets, normals, i, p);
+      const Verdict verdict = judge(camera, covers[c], particles, offsets, normals, i, p, cos_limit);
       if (verdict == Verdict::silent) continue;
       verdicts.seeing[i] += per_view * cosine;
       ++verdicts.seeing_views[i];

@@ -14,8 +14,10 @@
 // surface, as measured and filtered. A particle projected into another view lands on pixels covered by
 // that view's particles, and one of three things holds there:
 //  - it lies on their surface: within one footprint of the tangent plane of one of the particles
-//    covering the 3 x 3 pixels around it and within two footprints of that particle, with normals
-//    not facing apart: the view agrees;
+//    covering the 3 x 3 pixels around it and within two footprints of that particle divided by the
+//    cosine at which the view sees that particle's surface (the view's samples lie that much farther
+//    apart along a slanted surface; the cosine counts at least that of the facing limit), with
+//    normals not facing apart: the view agrees;
 //  - it lies in front of all of them by more than their footprint: the view sees through the
 //    place where the particle is, and contradicts it;
 //  - otherwise it is hidden behind that view's surface, or the view has no surface there: the

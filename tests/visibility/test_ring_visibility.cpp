@@ -199,6 +199,54 @@ TEST(ViewAgreement, ParticlesCoverTheirFootprintsInTheirOwnView) {
   EXPECT_EQ(owner(2, 12), -1);  // another view's particle
 }
 
+// A view that sees a surface at 78 degrees samples it about five footprints apart along the slant:
+// a point on the surface between two of its pixels still meets the view's surface there, while a
+// point ten footprints in front of it (farther than the view's neighbouring pixels reach) is seen
+// through, and one behind it is hidden.
+TEST(ViewAgreement, ObliqueViewAgreesBetweenItsPixelsAndStillSeesThroughPointsInFront) {
+  constexpr int W = 40, H = 30;
+  constexpr float f = 200.0f;  // a narrow view, so that the plane stays in front of it
+  Camera camera = pinhole(W, H, f);
+  camera.index = 1;
+  std::vector<Camera*> cameras = {&camera};
+  const float slant = 78.0f * kPi / 180.0f;
+  const float3 n = make_float3(std::sin(slant), 0.0f, -std::cos(slant));  // faces the camera at the centre
+  const float3 anchor = make_float3(0.0f, 0.0f, 2.0f);
+  // The point of the plane on the ray through array pixel coordinates (x, y), mirrored as the views are.
+  const auto on_plane = [&](float x, float y) {
+    const float3 ray = make_float3((W - 1 - x - camera.K[6]) / f, (H - 1 - y - camera.K[7]) / f, 1.0f);
+    return (dot(n, anchor) / dot(n, ray)) * ray;
+  };
+  std::vector<Particle> particles;
+  std::vector<float3> normals;
+  const auto add = [&](float3 position, int view) {
+    Particle p{};
+    p.pos = position;
+    p.dir = -1.0f * position / length(position);
+    p.radius = position.z / f;
+    p.camera_index = view;
+    particles.push_back(p);
+    normals.push_back(n);
+  };
+  for (int y = 0; y < H; ++y)
+    for (int x = 0; x < W; ++x) add(on_plane(x, y), 1);
+  const float3 between = on_plane(20.5f, 15.0f);
+  const float footprint = between.z / f;
+  add(between, 0);
+  const float3 towards_camera = particles.back().dir;
+  add(between + 10.0f * footprint * towards_camera, 0);
+  add(between - 10.0f * footprint * towards_camera, 0);
+  const std::vector<float> offsets(particles.size(), 0.0f);
+  const ViewVerdicts v = judge_by_views(particles, offsets, normals, cameras, view_covers(particles, offsets, cameras),
+                                        kPi, std::cos(80.0f * kPi / 180.0f));
+  const std::size_t on = W * H, in_front = on + 1, behind = on + 2;
+  EXPECT_EQ(v.agreeing_views[on], 1);
+  EXPECT_NEAR(v.agreeing[on], kPi * std::cos(slant), 0.05f);
+  EXPECT_EQ(v.seeing_views[in_front], 1);
+  EXPECT_EQ(v.agreeing_views[in_front], 0);
+  EXPECT_EQ(v.seeing_views[behind], 0);
+}
+
 TEST(BackfaceVisibility, RemovesPointsFloatingInFrontAndFacingAwayKeepsTheSurfaces) {
   Ring m = ring();
   const std::size_t true_count = m.set.particles.size(), planted = plant_back_faces(m.set);
