@@ -115,8 +115,7 @@ void run(int argc, char* argv[]) {
   std::vector<Camera*> camera_ptrs;
   std::vector<CMatrix<float>> depthmaps;
   std::vector<std::string> depth_paths;  // as the view files name them, for the refined views
-  read_views(view_files, cameras, camera_ptrs, depthmaps, /*average_depth_given=*/true,  // --depth-avg is required
-             &depth_paths);
+  read_views(view_files, cameras, camera_ptrs, depthmaps, &depth_paths);
   const StageOptions stages = make_stage_options(cameras[0]);
   const InputDepths input = measure_input_depths(depthmaps);
   if (const std::string warning = depth_avg_warning(average_depth, input); !warning.empty())

@@ -45,25 +45,6 @@ float median_of(const std::vector<CMatrix<float>>& depthmaps, float (*per_view)(
   return middle_element(values);
 }
 
-// Median of the central windows of all depth maps, the window taken from the first map's size.
-// Pixels that a smaller map does not have are left out.
-float central_median_depth(const std::vector<CMatrix<float>>& depthmaps) {
-  const int x0 = static_cast<int>(0.33 * depthmaps[0].xSize);
-  const int x1 = static_cast<int>(0.66 * depthmaps[0].xSize);
-  const int y0 = static_cast<int>(0.33 * depthmaps[0].ySize);
-  const int y1 = static_cast<int>(0.66 * depthmaps[0].ySize);
-  std::vector<float> values;
-  values.reserve(depthmaps.size() * static_cast<std::size_t>(x1 - x0 + 1) * static_cast<std::size_t>(y1 - y0 + 1));
-  float result = average_depth;
-  for (const CMatrix<float>& m : depthmaps) {
-    for (int y = y0; y <= y1; ++y)
-      for (int x = x0; x <= x1; ++x)
-        if (x < m.xSize && y < m.ySize) values.push_back(m(x, y));
-    if (!values.empty()) result = middle_element(values);
-  }
-  return result;
-}
-
 // The colour image must have the stated size, or a size of the same shape (the intrinsics are
 // then scaled to it), and the depth map the colour image's size: every later stage indexes the
 // colour image by depth-map pixel.
@@ -100,7 +81,7 @@ void read_view(const std::string& file, int index, Camera& camera, CMatrix<float
 
 void read_views(const std::vector<std::string>& files, std::vector<Camera>& cameras,
                 std::vector<Camera*>& camera_ptrs, std::vector<CMatrix<float>>& depthmaps,
-                bool average_depth_given, std::vector<std::string>* depth_paths) {
+                std::vector<std::string>* depth_paths) {
   if (depth_paths != nullptr) depth_paths->assign(files.size(), std::string());
   cameras.assign(files.size(), Camera());
   camera_ptrs.assign(files.size(), nullptr);
@@ -120,10 +101,6 @@ void read_views(const std::vector<std::string>& files, std::vector<Camera>& came
   if (!kMaximumDepthGiven) {
     depth_range_max = median_of(depthmaps, largest_pixel);
     std::cout << "maximum depth = " << static_cast<double>(depth_range_max) << std::endl;
-  }
-  if (!average_depth_given) {
-    average_depth = central_median_depth(depthmaps);
-    std::cout << "average depth = " << static_cast<double>(average_depth) << std::endl;
   }
 }
 

@@ -9,13 +9,12 @@
 
 // Reads every view file in order into the three parallel containers (resized to the number of
 // files): cameras, pointers to them, and the input depth maps in the scene's length unit. Then
-// derives the depth statistics into depth_range_min, depth_range_max and, when no average depth
-// was given on the command line, average_depth. Prints progress and statistics on standard
+// derives the depth statistics into depth_range_min and depth_range_max. Prints progress and statistics on standard
 // output. Throws ViewFileError at the first view that cannot be used. depth_paths, when given,
 // receives the depth map path of each view as its file names it.
 void read_views(const std::vector<std::string>& files, std::vector<Camera>& cameras,
                 std::vector<Camera*>& camera_ptrs, std::vector<CMatrix<float>>& depthmaps,
-                bool average_depth_given, std::vector<std::string>* depth_paths = nullptr);
+                std::vector<std::string>* depth_paths = nullptr);
 
 // Reads one view file into camera (index and the pose, intrinsics, sizes and paths) and its
 // depth PNG into depthmap, then loads the colour image. Throws ViewFileError when the file is

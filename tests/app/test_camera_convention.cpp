@@ -33,7 +33,7 @@ TEST(CameraConvention, ParticlesFromGeneratedDepthLieOnTheTrueSurfaces) {
   std::vector<Camera*> camera_ptrs;
   std::vector<CMatrix<float>> depthmaps;
   testing::internal::CaptureStdout();
-  read_views(files, cameras, camera_ptrs, depthmaps, true);
+  read_views(files, cameras, camera_ptrs, depthmaps);
   testing::internal::GetCapturedStdout();
 
   for (int v = 0; v < options.views; ++v) {

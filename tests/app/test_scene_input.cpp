@@ -48,9 +48,9 @@ class SceneInput : public testing::Test {
   }
 
   // Reads the views and returns what was printed.
-  std::string read(const std::vector<std::string>& files, bool average_given) {
+  std::string read(const std::vector<std::string>& files) {
     testing::internal::CaptureStdout();
-    read_views(files, cameras_, camera_ptrs_, depthmaps_, average_given);
+    read_views(files, cameras_, camera_ptrs_, depthmaps_);
     return testing::internal::GetCapturedStdout();
   }
 
@@ -93,7 +93,7 @@ TEST_F(SceneInput, ReadsPoseIntrinsicsDepthAndImage) {
 TEST_F(SceneInput, ImageOfTheSameShapeScalesIntrinsics) {
   const std::string depth_png = scratch_path("depth_8x6.png");
   write_depth_png(depth_png, 8, 6, std::vector<unsigned short>(48, 1000));
-  read({make_view("big", {}, 8, 6, depth_png)}, true);
+  read({make_view("big", {}, 8, 6, depth_png)});
   const Camera& c = cameras_[0];
   EXPECT_EQ(std::vector<float>({c.K[0], c.K[4], c.K[6], c.K[7]}),
             std::vector<float>({1000.0f, 1020.0f, 2.0f * (3.0f - 1.5f), 2.0f * (2.0f - 0.75f)}));
@@ -108,13 +108,13 @@ TEST_F(SceneInput, MaximumDepthIsTheUpperMedianOfTheViewMaxima) {
   a[5] = 500;
   const std::string v0 = make_view("a", a), v1 = make_view("b", constant(2000));
   average_depth = 7.5f;
-  EXPECT_EQ(read({v0, v1}, true), "Reading file " + v0 + "\nReading file " + v1 + "\nmaximum depth = 2\n");
+  EXPECT_EQ(read({v0, v1}), "Reading file " + v0 + "\nReading file " + v1 + "\nmaximum depth = 2\n");
   EXPECT_EQ(depth_range_max, 2.0f);
   EXPECT_EQ(depth_range_min, -1.0f);  // the minimum statistic never runs
   EXPECT_EQ(average_depth, 7.5f);     // given on the command line
-  read({make_view("a", constant(3000)), make_view("b", constant(1000)), make_view("c", constant(2000))}, true);
+  read({make_view("a", constant(3000)), make_view("b", constant(1000)), make_view("c", constant(2000))});
   EXPECT_EQ(depth_range_max, 2.0f);
-  read({make_view("z0", constant(0)), make_view("b", constant(1000)), make_view("z1", constant(0))}, true);
+  read({make_view("z0", constant(0)), make_view("b", constant(1000)), make_view("z1", constant(0))});
   EXPECT_EQ(depth_range_max, 0.0f);
 }
 
@@ -122,7 +122,7 @@ TEST_F(SceneInput, EightBitDepthIsThousandths) {
   const std::string depth_png = scratch_path("depth8.png");
   io_test::write_raw_png(depth_png, 4, 3, PNG_COLOR_TYPE_GRAY, 8, std::vector<unsigned char>(12, 255));
   const std::string view = make_view("v", {}, 4, 3, depth_png);
-  EXPECT_EQ(read({view}, true), "Reading file " + view + "\nmaximum depth = 0.255\n");
+  EXPECT_EQ(read({view}), "Reading file " + view + "\nmaximum depth = 0.255\n");
   EXPECT_EQ(depthmaps_[0](3, 2), 0.255f);
 }
 
