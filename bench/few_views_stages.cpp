@@ -157,7 +157,7 @@ int main(int argc, char* argv[]) {
   std::vector<Camera> cameras;
   std::vector<Camera*> camera_ptrs;
   std::vector<CMatrix<float>> depthmaps;
-  read_views(view_files, cameras, camera_ptrs, depthmaps, true);
+  read_views(view_files, cameras, camera_ptrs, depthmaps);
   const StageOptions stages = make_stage_options(cameras[0]);
   stage_time("reading");
   const std::string scene_dir = std::filesystem::path(view_files[0]).parent_path().string();
