@@ -8,12 +8,13 @@
 #include <sstream>
 
 #include "formats/depth_png.h"
+#include "formats/text_file.h"
 #include "tests/support/io_test_support.h"
 #include "tests/support/run_process.h"
 #include "tools/scene/completeness_breakdown.h"
 #include "tools/scene/evaluation.h"
-#include "tools/scene/plant_outliers.h"
 #include "tools/cli/arguments.h"
+#include "tools/scene/plant_outliers.h"
 #include "tools/scene/scene_arguments.h"
 #include "tools/scene/scene_files.h"
 #include "tools/scene/scene_kinds.h"
