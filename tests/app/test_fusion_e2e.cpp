@@ -236,7 +236,9 @@ TEST(FewViews, TheVisibleShareKeepsTheSurfaceAndRemovesOutliers) {
     EXPECT_GT(e.sheet.facing_own_side[side], e.sheet.points[side] / 2);
   }
   EXPECT_GT(e.planted_outliers, 1000u);
-  EXPECT_GE(e.outliers_removed, 0.99);
+  // At 160 x 120 a footprint is four times that at 640 x 480, and an oblique view's reach along the
+  // surface with it: a few more planted points meet a surface there (at 640 x 480 over 99.5 % go).
+  EXPECT_GE(e.outliers_removed, 0.98);
 
   EXPECT_GT(no_floor.model.size(), visible.model.size());
   EXPECT_LT(no_floor.evaluation.outliers_removed, e.outliers_removed);
