@@ -171,7 +171,7 @@ void write_png(const char* filename, const char* who, int width, int height, int
   const std::size_t rowbytes = static_cast<std::size_t>(width) * static_cast<std::size_t>(channels);
   if (interleaved.size() != rowbytes * static_cast<std::size_t>(height))
     fail(who, std::string("the samples do not fill the image of ") + filename);
-  write_rows_to(filename, who, width, height, 8, channels == 4 ? PNG_COLOR_TYPE_RGBA : PNG_COLOR_TYPE_RGB,
+  write_rows_to(filename, who, width, height, 8, channels == 4 ? PNG_COLOR_TYPE_RGBA : (channels == 1 ? PNG_COLOR_TYPE_GRAY : PNG_COLOR_TYPE_RGB),
                 interleaved.data(), rowbytes);
 }
 

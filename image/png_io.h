@@ -24,7 +24,7 @@ enum class Accept { Rgb8OrRgba8, Grey8Or16 };
 // Reads a whole PNG. With Accept::Grey8Or16, 16-bit samples arrive in the machine's byte order.
 PngRows read_png(const char* filename, const char* who, Accept accept, const char* refusal);
 
-// Writes an 8-bit RGB (channels 3) or RGBA (channels 4) PNG from interleaved rows.
+// Writes an 8-bit grey (channels 1), RGB (channels 3) or RGBA (channels 4) PNG from interleaved rows.
 void write_png(const char* filename, const char* who, int width, int height, int channels,
                const std::vector<unsigned char>& interleaved);
 

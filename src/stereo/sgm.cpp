@@ -15,6 +15,7 @@
 #include "src/render/point_batches.h"
 #include "src/stereo/depthmap_estimation_kernels.h"
 #include "src/stereo/labels_to_depth.h"
+#include "src/stereo/sgm_minima.h"
 
 using namespace depthmap_estimation_kernels;
 
@@ -84,10 +85,9 @@ void check_size(char const* what, ketra::Array<float, 2> const& a, ketra::Array<
                              " does not fit the cost volume " + ketra::internal::str_extents(costs.extents));
 }
 
-}  // namespace
-
-void sgm(ketra::Array<float, 2>& labels, ketra::Array<float, 3>& costs, float P1, float P2,
-         ketra::Array<float, 2> const& P2_map, int num_paths, bool single_stream) {
+// The matching, with the path-cost minima of every pixel when minima is given.
+void run_sgm(ketra::Array<float, 2>& labels, ketra::Array<float, 3>& costs, float P1, float P2,
+             ketra::Array<float, 2> const& P2_map, int num_paths, bool single_stream, ketra::Array<float, 3>* minima) {
   const bool has_map = P2_map.data != nullptr;
   check_size("labels", labels, costs);
   if (has_map) check_size("P2_map", P2_map, costs);
@@ -131,6 +131,19 @@ void sgm(ketra::Array<float, 2>& labels, ketra::Array<float, 3>& costs, float P1
   sgm_extract_labels<4>(render_launch::pixel_shape(W, H), labels, S);
   _CHECK_CUDA_ERROR(__FILE__, __LINE__);
   if (debug_depthmap) dump_path_costs(S);
+  if (minima) sgm_path_minima(*minima, S);
   ketra::freeArray(C);
   ketra::freeArray(S);
+}
+
+}  // namespace
+
+void sgm(ketra::Array<float, 2>& labels, ketra::Array<float, 3>& costs, float P1, float P2,
+         ketra::Array<float, 2> const& P2_map, int num_paths, bool single_stream) {
+  run_sgm(labels, costs, P1, P2, P2_map, num_paths, single_stream, nullptr);
+}
+
+void sgm(ketra::Array<float, 2>& labels, ketra::Array<float, 3>& costs, float P1, float P2,
+         ketra::Array<float, 2> const& P2_map, int num_paths, bool single_stream, ketra::Array<float, 3>& minima) {
+  run_sgm(labels, costs, P1, P2, P2_map, num_paths, single_stream, &minima);
 }

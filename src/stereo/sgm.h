@@ -19,3 +19,8 @@
 // Throws std::runtime_error when labels or P2_map differ in size from the volume's images.
 void sgm(ketra::Array<float, 2>& labels, ketra::Array<float, 3>& costs, float P1, float P2,
          ketra::Array<float, 2> const& P2_map, int num_paths, bool single_stream);
+
+// sgm as above, and how distinct each pixel's best label is: the path-cost sums' smallest value
+// and their second valley, as sgm_path_minima writes them into minima (W x H x 2, device).
+void sgm(ketra::Array<float, 2>& labels, ketra::Array<float, 3>& costs, float P1, float P2,
+         ketra::Array<float, 2> const& P2_map, int num_paths, bool single_stream, ketra::Array<float, 3>& minima);

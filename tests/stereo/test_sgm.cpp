@@ -11,6 +11,7 @@
 
 #include "src/stereo/depthmap_estimation_kernels.h"
 #include "src/stereo/sgm.h"
+#include "src/stereo/sgm_minima.h"
 #include "tests/stereo/stereo_test_support.h"
 
 using namespace depthmap_estimation_kernels;
@@ -155,6 +156,31 @@ TEST_F(SgmTest, ExtractionPrefersTheLowerLaneAndRefinesByAParabola) {
   EXPECT_NEAR(got[2], 33.0f, 1e-3f);
   EXPECT_NEAR(got[3], 10.3f, 1e-3f);
   EXPECT_NEAR(got[4], 20.0f + (4.0f - 2.0f) / (2.0f * (4.0f - 4.0f + 2.0f)), 1e-3f);  // 20.5
+}
+
+// How distinct the best label is: the smallest sum and the lowest other valley at least two labels
+// from it. The best label's shoulders and a monotone curve have no second valley; a valley at an
+// end of the curve counts, and of several (a flat stretch is one at every label) the lowest wins.
+TEST_F(SgmTest, PathMinimaGiveTheBestAndTheSecondValley) {
+  constexpr int L = 12, W = 4;
+  std::vector<float> S(L * W);
+  auto at = [&](int x, int l) -> float& { return S[x * L + l]; };
+  for (int l = 0; l < L; ++l) {
+    at(0, l) = std::fabs(l - 3.0f) + (l > 7 ? 10.0f - 2.0f * (l - 7) : 0.0f);  // valleys at 3 and at 11
+    at(1, l) = static_cast<float>(l);                                          // best at 0, no other
+    at(2, l) = std::fabs(l - 6.0f);                                            // one valley
+    at(3, l) = l == 5 ? 1.0f : (l == 4 || l == 6 ? 1.5f : 4.0f);               // shoulders, then flat
+  }
+  at(3, 0) = 3.0f;  // a valley at the start, below the flat stretch
+  ketra::Array<float, 3> s = cube(L, W, 1, S);
+  ketra::Array<float, 3> minima = array<float, 3>(W, 1, 2);
+  sgm_path_minima(minima, s);
+  const std::vector<float> got = download(minima);  // (x, 0, k) at k * W + x
+  EXPECT_EQ(std::vector<float>(got.begin(), got.begin() + W), (std::vector<float>{0.0f, 0.0f, 0.0f, 1.0f}));
+  EXPECT_EQ(got[W + 0], at(0, 11));
+  EXPECT_EQ(got[W + 1], FLT_MAX);
+  EXPECT_EQ(got[W + 2], FLT_MAX);
+  EXPECT_EQ(got[W + 3], 3.0f);
 }
 
 class SgmOperatorTest : public SgmTest {

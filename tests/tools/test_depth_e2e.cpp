@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <string>
 #include <vector>
@@ -10,7 +11,6 @@
 #include "tests/support/io_test_support.h"
 #include "tests/support/run_process.h"
 #include "tools/scene/depth_truth.h"
-#include "tools/scene/evaluation.h"
 #include "tools/scene/model_file.h"
 #include "tools/scene/scene_camera.h"
 #include "tools/scene/scene_files.h"
@@ -47,10 +47,12 @@ std::vector<std::string> view_files(const std::string& dir) {
 
 }  // namespace
 
-// Floors that matching without paths (single pixels, penalties 0: median error 14 %, 22 % within
-// 1 %, 2.6 % of the surface fused within two footprints) or a broken sweep cannot reach. At 160 x 120
-// a label spans about a pixel, so the figures stay well below those of full-size views.
-TEST(DepthProgram, DepthMapsMatchTheRayCastDepthAndFuse) {
+// What the tool keeps is right: at 160 x 120 with views 45 degrees apart few depths survive the
+// confidence and consistency steps (about 4 % of the pixels two views see), but those lie within
+// 1 % of the ray-cast depth (89 %, median 0.24 %) and no background pixel gets one. A broken sweep,
+// a consistency check that confirms anything, or no confidence at all (half the background
+// filled) fails here. The view files written fuse.
+TEST(DepthProgram, KeptDepthsMatchTheRayCastDepthAndFuse) {
   const std::string root = io_test::fresh_scratch_dir();
   const std::string scene_dir = images_only_scene(root);
   std::vector<std::string> args = {"-o", "depth", "--depth-range", "1.5,7", "--"};
@@ -62,16 +64,14 @@ TEST(DepthProgram, DepthMapsMatchTheRayCastDepthAndFuse) {
 
   const scene::DepthTruthFigures f = scene::compare_with_truth(scene_dir, root + "/depth");
   std::cout << scene::format_depth_truth(f);
-  EXPECT_GT(f.estimated, f.seen * 9 / 10);
-  EXPECT_LT(f.median_error, 0.05);
-  EXPECT_GT(f.within_1_percent, 0.28);
+  EXPECT_GT(f.estimated, f.seen / 50);
+  EXPECT_LT(f.median_error, 0.005);
+  EXPECT_GT(f.kept_within_1_percent, 0.8);
+  EXPECT_LT(f.background_estimated, f.background / 200);
 
-  // The true depth maps fuse to 67 % within two footprints at this size.
   const e2e::Result fusion = e2e::fuse(root + "/model", e2e::average_depth(scene_dir), view_files(root + "/depth"));
   ASSERT_EQ(fusion.status, 0) << fusion.err;
-  const scene::Evaluation fused = scene::evaluate_model(scene_dir, scene::read_model_ply(root + "/model/model.ply"));
-  std::cout << scene::format_evaluation(fused);
-  EXPECT_GT(fused.completeness_2, 0.035);
+  EXPECT_GT(scene::read_model_ply(root + "/model/model.ply").size(), 0u);
 }
 
 // Views whose depth maps do not exist need a range; problems are one line and exit status 1.
@@ -93,4 +93,67 @@ TEST(DepthProgram, ProblemsAreOneLineAndExitStatusOne) {
                          "quillara-depth: --labels needs an integer from 2 to 1024, got '1' (see quillara-depth "
                          "--help)\n",
                          1}));
+}
+
+// Runs that cannot give a depth anywhere, and outputs that cannot be written, end with one line
+// and exit status 1, leaving no file of theirs behind.
+TEST(DepthProgram, RunsWithoutAnyDepthOrWritableOutputLeaveNothing) {
+  const std::string root = io_test::fresh_scratch_dir();
+  images_only_scene(root);
+  const std::vector<std::string> pair = {"images/view_00.txt", "images/view_01.txt"};
+  const auto run = [&](std::vector<std::string> options, std::vector<std::string> files) {
+    options.push_back("--");
+    options.insert(options.end(), files.begin(), files.end());
+    return e2e::run(QUILLARA_DEPTH_BIN, root, options, {}, e2e::Limits{120.0});
+  };
+  const std::string no_match = "quillara-depth: no view got a depth: no pixel matched with a distinct depth inside the range";
+  const std::string no_neighbour =
+      "quillara-depth: no view got a depth: no view has a neighbouring view (optical axes within 60 degrees, a "
+      "baseline that subtends at least 1 degree at the depths tried)";
+  struct Case {
+    std::vector<std::string> options, files;
+    std::string out_dir, message;
+  } cases[] = {
+      {{"-o", "out", "--depth-range", "1.5,7"}, {"images/view_00.txt", "images/view_04.txt"}, "out", no_neighbour},
+      {{"-o", "out", "--depth-range", "1.5,7", "--labels", "2"}, pair, "out", no_match},
+      {{"-o", "out", "--depth-range", "1000,2000"}, pair, "out", no_neighbour},
+      {{"-o", "out", "--depth-range", "0.01,0.02"}, pair, "out", no_match},
+      {{"-o", "out put", "--depth-range", "1.5,7"}, pair, "out put",
+       "quillara-depth: out put: its path \"" + root +
+           "/out put\" holds white space, which the view files written there cannot hold; choose another -o DIR"},
+  };
+  for (const Case& c : cases) {
+    const e2e::Result r = run(c.options, c.files);
+    EXPECT_EQ(r.status, 1) << r;
+    EXPECT_EQ(r.err.substr(0, c.message.size()), c.message) << r;
+    EXPECT_EQ(std::count(r.err.begin(), r.err.end(), '\n'), 1) << r;
+    EXPECT_FALSE(fs::exists(root + "/" + c.out_dir)) << c.out_dir;
+  }
+
+  // The fourth view's depth map cannot be written: the files of the first three go again, and the
+  // message gives the system's reason.
+  fs::create_directories(root + "/kept/view_03_depth.png");
+  const e2e::Result blocked = run({"-o", "kept", "--depth-range", "1.5,7"}, view_files("images"));
+  EXPECT_EQ(blocked.status, 1) << blocked;
+  EXPECT_NE(blocked.err.find("/kept/view_03_depth.png: cannot be written: Is a directory"), std::string::npos) << blocked;
+  EXPECT_EQ(std::distance(fs::directory_iterator(root + "/kept"), fs::directory_iterator()), 1);
+}
+
+// The command printed at the end runs as shown whatever the folder is called.
+TEST(DepthProgram, TheNextCommandQuotesItsPaths) {
+  const std::string root = io_test::fresh_scratch_dir();
+  images_only_scene(root, 8);
+  const std::string dir = "o/d$(mkdir${IFS}X)'q";
+  std::vector<std::string> args = {"-o", dir, "--depth-range", "1.5,7", "--consistent", "1", "--"};
+  for (const std::string& f : view_files("images")) args.push_back(f);
+  const e2e::Result r = e2e::run(QUILLARA_DEPTH_BIN, root, args, {}, e2e::Limits{300.0});
+  ASSERT_EQ(r.status, 0) << r;
+  const std::string next = r.out.substr(r.out.find("next: quillara ") + 6);
+  // The shell's own reading of the printed words, as a paste would do.
+  const e2e::Result words = e2e::run("/bin/sh", root, {"-c", "printf '%s\\n' " + next.substr(9, next.find(" -- ") - 9)});
+  EXPECT_EQ(words.out.substr(0, words.out.find('\n', 11) + 1), "--out-dir\n" + dir + "/model\n") << next;
+  const e2e::Result files = e2e::run("/bin/sh", root, {"-c", "printf '%s\\n' " + next.substr(next.find(" -- ") + 4)});
+  EXPECT_NE(files.out.find(dir + "/view_07.txt\n"), std::string::npos) << files;
+  EXPECT_FALSE(fs::exists(root + "/X")) << next;
+  EXPECT_TRUE(fs::exists(root + "/" + dir + "/view_07_agreeing.png"));
 }

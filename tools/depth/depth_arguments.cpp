@@ -39,10 +39,18 @@ std::string depth_usage() {
          "  --p1 X                penalty of a change by one label (default 0.1)\n"
          "  --p2 X                penalty of a larger change in flat regions (default 1)\n"
          "  --p2-edge X           the same across strong colour edges (default 0.2)\n"
+         "  --consistent K        keep a depth only where at least K other views' depth maps agree\n"
+         "                        (within one pixel and 1 % of the depth; default 2, 0 keeps all);\n"
+         "                        the count goes to DIR/NAME without extension + \"_agreeing.png\",\n"
+         "                        51 grey levels per agreeing view, white from 5 on\n"
          "  --help                print this text; --version prints the version\n"
          "\n"
          "Neighbours are the views nearest by baseline among those whose optical axis lies within\n"
-         "60 degrees and whose baseline sees the scene under at least 1 degree.\n";
+         "60 degrees and whose baseline sees the scene under at least 1 degree. A pixel keeps no depth\n"
+         "where its image has too little texture, where the matching finds no distinct best depth or\n"
+         "one at an end of the range, or where too few other views confirm it. Neighbours of another\n"
+         "exposure are brought to the view's own first, and depths are refined on windows that\n"
+         "follow the surface's slant.\n";
 }
 
 DepthOptions parse_depth_arguments(const std::vector<std::string>& args) {
@@ -72,7 +80,8 @@ DepthOptions parse_depth_arguments(const std::vector<std::string>& args) {
         }},
        {"--p1", "", cli::store_number(o.P1, 0.0f, most, "a number of at least 0")},
        {"--p2", "", cli::store_number(o.P2, 0.0f, most, "a number of at least 0")},
-       {"--p2-edge", "", cli::store_number(o.P2_edge, 0.0f, most, "a number of at least 0")}},
+       {"--p2-edge", "", cli::store_number(o.P2_edge, 0.0f, most, "a number of at least 0")},
+       {"--consistent", "", cli::store_number(o.consistent, 0, 255, "an integer from 0 to 255")}},
       true);
   cli::expect_no_words(line, "; view files go behind '--'");
   if (o.out_dir.empty()) throw cli::UsageError("-o DIR is required");

@@ -26,6 +26,16 @@ struct DepthOptions {
   float P1 = 0.1f;      // penalty of a change by one label
   float P2 = 1.0f;      // penalty of a larger change in flat image regions
   float P2_edge = 0.2f; // the same across strong colour edges
+  int texture_radius = 4;      // window of the texture measure: (2 r + 1)^2 pixels
+  float min_texture = 3.0f;    // grey levels of local spread a pixel needs to be matched
+  float max_ambiguity = 0.9f;  // best over second-best path-cost valley above which a depth is dropped
+  bool refine = true;          // move depths to the best slanted window
+  int refine_radius = 3;
+  float refine_range = 1.5f;
+  int refine_steps = 7;
+  float min_score = 0.0f;      // mean correlation of the refined window a depth needs
+  bool align = true;           // align each neighbour's exposure to the reference first
+  int consistent = 2;          // other views whose depth maps must agree
 };
 
 // Reads the arguments behind the program name: options (value as the next argument or after

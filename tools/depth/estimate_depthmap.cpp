@@ -55,7 +55,7 @@ void add_neighbours(ketra::Array<float, 4>& costs, ketra::Array<uchar4, 2> const
 }  // namespace
 
 DepthEstimate estimate_depthmap(const Camera& reference, const std::vector<const Camera*>& neighbours, float near,
-                                float far, const DepthOptions& options) {
+                                float far, const CMatrix<float>& texture, const DepthOptions& options) {
   const unsigned int W = reference.width, H = reference.height, L = options.labels;
   DepthEstimate result;
   auto start = std::chrono::steady_clock::now();
@@ -74,19 +74,31 @@ DepthEstimate estimate_depthmap(const Camera& reference, const std::vector<const
   compute_edge_map(penalties, ref_image);
   compute_P2_costs(penalties, options.P2_edge, kEdgeDecay, kEdgeExponent, options.P2);
   ketra::Array<float, 2> labels = allocate_pitched<float, 2>(W, H, 1);
-  sgm(labels, sums, options.P1, options.P2, penalties, options.paths, true);
+  ketra::Array<float, 3> minima = allocate_pitched<float, 3>(W, H, 2);
+  sgm(labels, sums, options.P1, options.P2, penalties, options.paths, true, minima);
   result.sgm_seconds = seconds_since(start);
   const std::size_t plane = static_cast<std::size_t>(W) * H;
   std::vector<float> host_labels(plane);
   ketra::Array<float, 2> host_label_array = ketra::arrayFromHostMemory(host_labels.data(), W, H);
   ketra::arrayCopy(host_label_array, labels);
 
-  // No depth where the best label has no view's cost or lies at an end of the range.
+  std::vector<float> host_minima(2 * plane);
+  ketra::Array<float, 3> host_minima_array = ketra::arrayFromHostMemory(host_minima.data(), W, H, 2);
+  ketra::arrayCopy(host_minima_array, minima);
+
+  // No depth where the best label has no view's cost or lies at an end of the range, where the
+  // image has too little texture to match, or where another depth is nearly as good.
   std::vector<bool> valid(plane);
   for (std::size_t p = 0; p < plane; ++p) {
     const float l = host_labels[p];
     const long nearest = std::lround(std::fmin(std::fmax(l, 0.0f), static_cast<float>(L - 1)));
     valid[p] = l > 0.0f && l < static_cast<float>(L - 1) && host_counts[nearest * plane + p] > 0.0f;
+    if (!valid[p]) continue;
+    if (texture.data[p] < options.min_texture) {
+      valid[p] = false, ++result.weak;
+    } else if (host_minima[p] > options.max_ambiguity * host_minima[plane + p]) {
+      valid[p] = false, ++result.ambiguous;
+    }
   }
   convert_labels_to_depth(labels, static_cast<int>(L), near, far);
   result.depth.setSize(static_cast<int>(W), static_cast<int>(H));
@@ -106,6 +118,7 @@ DepthEstimate estimate_depthmap(const Camera& reference, const std::vector<const
   ketra::freeArray(costs);
   ketra::freeArray(penalties);
   ketra::freeArray(labels);
+  ketra::freeArray(minima);
   return result;
 }
 

@@ -53,7 +53,11 @@ DepthTruthFigures compare_with_truth(const std::string& scene_dir, const std::st
     for (int y = 0; y < t.depth.ySize; ++y)
       for (int x = 0; x < t.depth.xSize; ++x) {
         const double d = t.at(x, y);
-        if (d <= 0) continue;
+        if (d <= 0) {
+          ++f.background;
+          f.background_estimated += estimate(x, y) > 0;
+          continue;
+        }
         const Vec3 p = back_project(t.file, x, y, d);
         bool seen = false;
         for (size_t j = 0; j < truth.size() && !seen; ++j) seen = j != i && sees(truth[j], p);
@@ -71,17 +75,24 @@ DepthTruthFigures compare_with_truth(const std::string& scene_dir, const std::st
     f.median_error = errors[errors.size() / 2];
   }
   f.within_1_percent = f.seen > 0 ? static_cast<double>(within) / static_cast<double>(f.seen) : 0;
+  f.kept_within_1_percent = f.estimated > 0 ? static_cast<double>(within) / static_cast<double>(f.estimated) : 0;
   return f;
 }
 
 std::string format_depth_truth(const DepthTruthFigures& f) {
+  const auto percent = [](long part, long whole) {
+    return whole > 0 ? 100.0 * static_cast<double>(part) / static_cast<double>(whole) : 0.0;
+  };
   std::ostringstream out;
   out.precision(4);
   out << "views: " << f.views << "\n"
       << "pixels seen by two views: " << f.seen << ", with an estimate: " << f.estimated << " ("
-      << (f.seen > 0 ? 100.0 * static_cast<double>(f.estimated) / static_cast<double>(f.seen) : 0.0) << " %)\n"
+      << percent(f.estimated, f.seen) << " %)\n"
       << "median relative error: " << 100.0 * f.median_error << " %\n"
-      << "within 1 % of the truth: " << 100.0 * f.within_1_percent << " % of the seen pixels\n";
+      << "within 1 % of the truth: " << 100.0 * f.within_1_percent << " % of the seen pixels, "
+      << 100.0 * f.kept_within_1_percent << " % of the estimated ones\n"
+      << "background pixels (no surface): " << f.background << ", with an estimate: " << f.background_estimated
+      << " (" << percent(f.background_estimated, f.background) << " %)\n";
   return out.str();
 }
 

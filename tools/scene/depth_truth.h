@@ -13,6 +13,9 @@ struct DepthTruthFigures {
   long estimated = 0;             // of them, those with an estimated depth
   double median_error = 0;        // median of |estimate - truth| / truth over the estimated ones
   double within_1_percent = 0;    // share of the seen pixels estimated within 1 %
+  double kept_within_1_percent = 0;  // share of the estimated ones within 1 %
+  long background = 0;            // pixels where no surface is (true depth 0), all views
+  long background_estimated = 0;  // of them, those given a depth
 };
 
 // Reads SCENE_DIR/view_NN.txt and the depth maps they name (the truth) and, for every view,

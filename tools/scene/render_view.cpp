@@ -29,7 +29,7 @@ void write_colour_png(const std::string& path, const RenderedView& view) {
 }
 
 RenderedView render_view(const Scene& scene, const SceneCamera& camera, int view_index,
-                         double noise, uint64_t seed) {
+                         double noise, uint64_t seed, Appearance appearance) {
   RenderedView v;
   v.width = camera.width;
   v.height = camera.height;
@@ -53,9 +53,9 @@ RenderedView render_view(const Scene& scene, const SceneCamera& camera, int view
         v.measured[i] = std::max(z + depth_noise(noise, seed, view_index, i, z), 0.001);
         v.depth_mm[i] = depth_to_thousandths(v.measured[i]);
         v.shape[i] = hit.shape;
-        colour = surface_colour(scene.shapes[hit.shape], hit);
+        colour = appearance_surface_colour(appearance, scene.shapes[hit.shape], hit);
       } else {
-        colour = background_colour(dir);
+        colour = appearance_background_colour(appearance, dir);
       }
       const double c[3] = {colour.x, colour.y, colour.z};
       for (int k = 0; k < 3; ++k)

@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "tools/scene/appearance.h"
 #include "tools/scene/ray_cast.h"
 #include "tools/scene/scene_camera.h"
 
@@ -27,8 +28,9 @@ double depth_noise(double noise, uint64_t seed, int view, int pixel, double dept
 // Standard normal deviate from a counter (Box-Muller on two hashed uniforms).
 double normal_deviate(uint64_t counter);
 
+// Colours as the appearance gives them, before any per-view imaging.
 RenderedView render_view(const Scene& scene, const SceneCamera& camera, int view_index,
-                         double noise, uint64_t seed);
+                         double noise, uint64_t seed, Appearance appearance = Appearance::standard);
 
 // Writes the colour image as an 8-bit RGB PNG; throws std::runtime_error naming the file.
 void write_colour_png(const std::string& path, const RenderedView& view);

@@ -41,6 +41,10 @@ std::string scene_usage() {
          "                 depth maps stay those of the true poses, which go to true_view_NN.txt\n"
          "  --kind K       the scene: standard, mixed (more and thinner rods) or thin (mostly rods\n"
          "                 and sheets) (default standard)\n"
+         "  --appearance A standard, photograph (texture at several scales with weak patches, a dark\n"
+         "                 background, gain, offset, sensor noise and blur differing per view) or\n"
+         "                 checks-stripes (8 cm flat checks and smooth stripes); the depth maps are\n"
+         "                 the same in all (default standard)\n"
          "  --help         print this text; --version prints the version\n"
          "\n"
          "Files: view_NN.txt, image_NN.png (8-bit RGB), depth_NN.png (16-bit, thousandths of the\n"
@@ -70,6 +74,9 @@ SceneOptions parse_scene_arguments(const std::vector<std::string>& args) {
         }},
        {"--kind", "", [&](const cli::OptionValue& v) {
           if (!parse_scene_kind(v.text, o.kind)) v.refuse("standard, mixed or thin");
+        }},
+       {"--appearance", "", [&](const cli::OptionValue& v) {
+          if (!parse_appearance(v.text, o.appearance)) v.refuse("standard, photograph or checks-stripes");
         }}});
   cli::expect_no_words(line);
   if (o.out_dir.empty()) throw cli::UsageError("--out DIR is required");

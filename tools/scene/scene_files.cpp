@@ -10,6 +10,7 @@
 #include "formats/depth_png.h"
 #include "formats/text_file.h"
 #include "tools/scene/little_endian.h"
+#include "tools/scene/photograph_imaging.h"
 #include "tools/scene/plant_outliers.h"
 #include "tools/scene/ray_cast.h"
 #include "tools/scene/render_view.h"
@@ -103,7 +104,8 @@ SceneSummary write_scene(const Scene& scene, const SceneOptions& options) {
   double depth_sum = 0;
   std::vector<SurfaceSample> outliers;
   for (int i = 0; i < options.views; ++i) {
-    RenderedView view = render_view(scene, cameras[i], i, options.noise, options.seed);
+    RenderedView view = render_view(scene, cameras[i], i, options.noise, options.seed, options.appearance);
+    if (options.appearance == Appearance::photograph) develop_photograph(view, options.seed, i);
     for (const Vec3& p : plant_outliers(view, cameras[i], options.outliers, options.seed, i))
       outliers.push_back({p, Vec3{}});
     const std::string image = summary.out_dir + "/" + image_file_name(i);
@@ -146,6 +148,7 @@ std::string format_summary(const SceneSummary& s, const SceneOptions& o) {
   if (o.perturbation.active())
     out << "  pose error: " << o.perturbation.degrees << " degrees, " << o.perturbation.footprints
         << " pixel footprints (true poses in true_view_NN.txt)\n";
+  if (o.appearance != Appearance::standard) out << "  appearance: " << appearance_name(o.appearance) << "\n";
   if (o.outliers > 0) out << "  outliers: " << s.outlier_pixels << " pixels with a wrong depth (outliers.ply)\n";
   return out.str();
 }

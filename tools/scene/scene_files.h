@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "tools/scene/appearance.h"
 #include "tools/scene/pose_perturbation.h"
 #include "tools/scene/scene.h"
 #include "tools/scene/scene_camera.h"
@@ -28,6 +29,7 @@ struct SceneOptions {
   PosePerturbation perturbation;
   double outliers = 0.0;  // share of each view's surface pixels given a wrong depth (see plant_outliers)
   SceneKind kind = SceneKind::standard;  // named in scene_kind.txt unless standard
+  Appearance appearance = Appearance::standard;  // how the colour images look
 };
 
 struct SurfaceSample {

@@ -18,12 +18,12 @@ double lerp(double a, double b, double f) { return a + (b - a) * f; }
 
 int parity(double v) { return static_cast<int>(std::floor(v)) & 1; }
 
-// Pattern choice in local coordinates, 0 for colour a and 1 for colour b.
-int pattern_choice(const Shape& s, const Hit& hit) {
+}  // namespace
+
+int pattern_choice(const Shape& s, const Hit& hit, Pattern pattern, double scale) {
   const Vec3 q = to_local(s, hit.point);
   const Vec3 n = hit.local_normal;
-  const double scale = s.material.scale;
-  switch (s.material.pattern) {
+  switch (pattern) {
     case Pattern::checker: {
       // Checker over the two coordinates that run along the face, so that a face lying exactly
       // on a cell border does not flicker.
@@ -38,8 +38,6 @@ int pattern_choice(const Shape& s, const Hit& hit) {
   }
   return 0;
 }
-
-}  // namespace
 
 uint64_t hash64(uint64_t key) {
   key += 0x9E3779B97F4A7C15ull;
@@ -61,12 +59,16 @@ double value_noise(Vec3 p) {
   return lerp(plane[0], plane[1], wz);
 }
 
-Vec3 surface_colour(const Shape& s, const Hit& hit) {
-  const Vec3 base = pattern_choice(s, hit) ? s.material.colour_b : s.material.colour_a;
-  const double grain = 0.65 * value_noise(8.0 * hit.point) + 0.35 * value_noise(29.0 * hit.point);
+double diffuse_shade(Vec3 normal) {
   const Vec3 light = normalize({0.4, 0.3, 1.0});
-  const double shade = 0.4 + 0.6 * std::abs(dot(hit.normal, light));
-  const double k = (0.6 + 0.8 * grain) * shade;
+  return 0.4 + 0.6 * std::abs(dot(normal, light));
+}
+
+Vec3 surface_colour(const Shape& s, const Hit& hit) {
+  const Material& m = s.material;
+  const Vec3 base = pattern_choice(s, hit, m.pattern, m.scale) ? m.colour_b : m.colour_a;
+  const double grain = 0.65 * value_noise(8.0 * hit.point) + 0.35 * value_noise(29.0 * hit.point);
+  const double k = (0.6 + 0.8 * grain) * diffuse_shade(hit.normal);
   return {std::min(1.0, k * base.x), std::min(1.0, k * base.y), std::min(1.0, k * base.z)};
 }
 
