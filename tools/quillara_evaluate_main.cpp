@@ -6,15 +6,15 @@
 
 #include "tools/cli/arguments.h"
 #include "tools/cli/tool_main.h"
+#include "tools/scene/completeness_breakdown.h"
 #include "tools/scene/depth_truth.h"
 #include "tools/scene/evaluation.h"
-#include "tools/scene/pose_truth.h"
 #include "tools/scene/pose_truth.h"
 
 namespace {
 
 const char* const kUsage =
-    "Usage: quillara-evaluate SCENE_DIR MODEL.ply [--within MM[,MM...]]\n"
+    "Usage: quillara-evaluate SCENE_DIR MODEL.ply [--within MM[,MM...]] [--breakdown]\n"
     "       quillara-evaluate SCENE_DIR --depth-maps DIR   (DIR holding view_NN.txt)\n"
     "       quillara-evaluate SCENE_DIR --poses DIR        (DIR holding view_NN.txt)\n"
     "       quillara-evaluate SCENE_DIR MODEL.ply --against OTHER.ply\n"
@@ -24,6 +24,8 @@ const char* const kUsage =
     "  --within     also measure completeness and accuracy within these distances, in millimetres\n"
     "  --against    the share of each model's points that have a point of the other within 0.1 and 1\n"
     "               pixel footprint (tiled against untiled runs, say)\n"
+    "  --breakdown  completeness per kind of surface and by the number of views that see the\n"
+    "               surface, at those distances (default one and two pixel footprints), and F-scores\n"
     "  --help       print this text; --version prints the version\n";
 
 // "2,5" in millimetres to distances in length units.
@@ -42,27 +44,39 @@ std::vector<double> millimetres(const cli::OptionValue& v) {
 void evaluate(const std::vector<std::string>& args) {
   std::vector<double> distances;
   std::string depth_dir, poses_dir, other;
+  bool breakdown = false;
   const cli::CommandLine line =
       cli::parse_command_line(args, {{"--within", "", [&](const cli::OptionValue& v) { distances = millimetres(v); }},
                                      {"--depth-maps", "", cli::store_text(depth_dir, "a folder")},
                                      {"--poses", "", cli::store_text(poses_dir, "a folder")},
-                                     {"--against", "", cli::store_text(other, "a model file")}});
-  const bool model = depth_dir.empty() && poses_dir.empty();
-  const int modes = !depth_dir.empty() + !poses_dir.empty() + !other.empty() + !distances.empty();
-  if (line.words.size() != (model ? 2u : 1u) || modes > 1)
+                                     {"--against", "", cli::store_text(other, "a model file")},
+                                     {"--breakdown", "", [&](const cli::OptionValue&) { breakdown = true; }, true}});
+  const bool reads_model = depth_dir.empty() && poses_dir.empty();
+  const bool measures_model = !distances.empty() || breakdown;
+  const int modes = !depth_dir.empty() + !poses_dir.empty() + !other.empty() + measures_model;
+  if (line.words.size() != (reads_model ? 2u : 1u) || modes > 1)
     throw cli::UsageError(
-        "expected SCENE_DIR MODEL.ply [--within MM[,MM...] | --against OTHER.ply], SCENE_DIR --depth-maps DIR or "
-        "SCENE_DIR --poses DIR");
-  if (!poses_dir.empty())
+        "expected SCENE_DIR MODEL.ply [--within MM[,MM...]] [--breakdown], SCENE_DIR MODEL.ply --against OTHER.ply, "
+        "SCENE_DIR --depth-maps DIR or SCENE_DIR --poses DIR");
+  if (!poses_dir.empty()) {
     std::cout << scene::format_pose_truth(scene::compare_poses_with_truth(line.words[0], poses_dir));
-  else if (!other.empty())
+    return;
+  }
+  if (!other.empty()) {
     std::cout << scene::format_agreement(scene::measure_agreement(
         line.words[0], scene::read_model_ply(line.words[1]), scene::read_model_ply(other)));
-  else if (!depth_dir.empty())
+    return;
+  }
+  if (!depth_dir.empty()) {
     std::cout << scene::format_depth_truth(scene::compare_with_truth(line.words[0], depth_dir));
-  else
-    std::cout << scene::format_evaluation(
-        scene::evaluate_model(line.words[0], scene::read_model_ply(line.words[1]), distances));
+    return;
+  }
+  const std::vector<scene::ModelPoint> model = scene::read_model_ply(line.words[1]);
+  const scene::Evaluation e = scene::evaluate_model(line.words[0], model, distances);
+  std::cout << scene::format_evaluation(e);
+  if (!breakdown) return;
+  if (distances.empty()) distances = {e.footprint, 2 * e.footprint};
+  std::cout << scene::format_breakdown(scene::break_down_scene(line.words[0], model, distances));
 }
 
 }  // namespace

@@ -48,9 +48,10 @@ const option::Descriptor usage[] = {
      "      --preview \tAfter the run, write DIR/preview/view_NN.png per view: the input image, the rendered "
      "model and its shaded normals side by side."},
     {VISIBLE_SUPPORT, 0, "", "visible-support", MyArg::Share,
-     "      --visible-support \tInstead of the fixed minimum support levels, keep a point when its support reaches "
-     "this share (above 0, at most 1) of what the other views that see it could give; suits few views. Off by "
-     "default; 0.3 is a good start."},
+     "      --visible-support \tInstead of the fixed minimum support levels, keep a point when the other views "
+     "that agree with it give this share (above 0, at most 1) of what the views that see it could give; the fine "
+     "points then start on planes fitted to their own measurements, with no superpixel model, and --alpha "
+     "defaults to 0.01. Suits few views. Off by default; 0.3 is a good start."},
     {VISIBLE_FLOOR, 0, "", "visible-floor", MyArg::NonNegativeDouble,
      "      --visible-floor \tWith --visible-support, the support every point needs at least; 0 keeps points that "
      "no other view can see. Default is 0.5"},
@@ -73,6 +74,7 @@ const option::Descriptor usage[] = {
 const unsigned required_options[] = {DEPTH_AVG, OUT_DIR, 0};
 
 SupportRule support_rule;
+bool alpha_given = false;
 
 namespace {
 
@@ -133,6 +135,7 @@ std::vector<std::string> parse_command_line(int argc, char* argv[]) {
                                    &beta,          &min_support_sp, &min_support};
   for (unsigned index = DEPTH_AVG; index <= MIN_SUPPORT; ++index)
     if (options[index]) *float_settings[index - DEPTH_AVG] = static_cast<float>(MyArg::value<double>(options[index]));
+  alpha_given = static_cast<bool>(options[ALPHA]);
   if (options[SUPERPIXELS]) superpixel_count = MyArg::value<int>(options[SUPERPIXELS]);
   write_preview = static_cast<bool>(options[PREVIEW]);
   if (options[MAX_MEMORY]) max_memory = *parse_memory_size(options[MAX_MEMORY].arg);

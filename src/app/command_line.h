@@ -38,6 +38,8 @@ extern const unsigned required_options[];
 
 // The rule the support filters follow, as --visible-support and --visible-floor set it.
 extern SupportRule support_rule;
+// Whether --alpha was given: with the visible share the fine filter has a default of its own.
+extern bool alpha_given;
 
 // Parses the command line into the run-level settings (and support_rule, the preview switch and the
 // model colour names) and returns the view files named behind the first "--". Options with values

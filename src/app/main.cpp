@@ -27,6 +27,7 @@
 #include "src/particles/particles_from_depthmap.h"
 #include "src/seed/create_particles_from_superpixels.h"
 #include "src/seed/create_superpixels.h"
+#include "src/seed/measured_planes.h"
 #include "src/seed/particles_to_images.h"
 #include "src/seed/superpixel.h"
 #include "src/tiles/run_plan.h"
@@ -48,13 +49,32 @@ void write_model(const std::vector<Particle>& particles, const std::vector<float
   writeParticlesToPLY(particles, offsets, normals, output_directory + name, model_color_names);
 }
 
+// Few views: each fine particle starts on a plane fitted to its own pixel's measured
+// neighbourhood; no superpixel model is made, as its planes straddle thin objects and their
+// background and disagree with the measurements on curved surfaces. The plane stands for the
+// measurement too, so that the data term pulls towards it rather than towards the noise.
+void start_on_measured_planes(std::vector<Particle>& particles, std::vector<float>& offsets,
+                              std::vector<float3>& normals, const std::vector<Camera*>& cameras,
+                              const std::vector<CMatrix<float>>& depthmaps) {
+  for (int i = 0; i < n_keyframes; ++i) {
+    const Camera& cam = *cameras[i];
+    CMatrix<float> depth;
+    CMatrix<float3> normal_map;
+    measured_planes(depth, normal_map, depthmaps[i], cam, kMeasuredPlaneFootprints, kMeasuredPlaneWindow,
+                    depth_range_min, depth_range_max);
+    create_particles_from_depthmap(particles, offsets, normals, depth, normal_map, depth, cam.image, cam,
+                                   depth_range_min, depth_range_max);
+  }
+}
+
 // With --improve-cameras the pose step needs the device BLAS; the device reports its memory first.
 void start_device() {
   if (improve_cameras) throw_if(start_pose_device());
 }
 
-// Parse, prepare the output, read the views, build the superpixel-level model and on its scaffold
-// the fine model, filter, remove what no other view supports, write, summarise.
+// Parse, prepare the output, read the views, start the fine model (on the scaffold of the
+// superpixel-level model, or with the visible share on planes fitted to the measurements), filter,
+// remove what no other view supports, write, summarise.
 void run(int argc, char* argv[]) {
   const auto start = std::chrono::steady_clock::now();
   const std::vector<std::string> view_files = parse_command_line(argc, argv);
@@ -82,8 +102,11 @@ void run(int argc, char* argv[]) {
   if (const std::string warning = depth_avg_warning(average_depth, input); !warning.empty())
     std::cerr << warning << std::endl;
 
-  std::vector<std::vector<Superpixel>> superpixels(n_keyframes);
-  for (int i = 0; i < n_keyframes; ++i)
+  // Where the fine particles start: on the scaffold of the superpixel-level model, or with the
+  // visible share on planes fitted to each pixel's own measurements (no superpixel model then).
+  const bool scaffold = stages.fine_start == FineStart::superpixel_scaffold;
+  std::vector<std::vector<Superpixel>> superpixels(scaffold ? n_keyframes : 0);
+  for (std::size_t i = 0; i < superpixels.size(); ++i)
     create_superpixels(superpixels[i], depthmaps[i], camera_ptrs[i]->image, *camera_ptrs[i], average_depth,
                        superpixel_count);
   std::vector<Particle> sp_particles, particles;
@@ -98,37 +121,45 @@ void run(int argc, char* argv[]) {
     filter_stage(sp_particles, sp_offsets, sp_normals, stages.superpixel_filter);
     support_filter(sp_particles, sp_offsets, sp_normals, camera_ptrs, stages.superpixel_support);
   };
-  // Fine model: one particle per pixel on the scaffold of the superpixel-level model, which goes,
+  // Fine model: one particle per pixel, on the scaffold (which goes) or on the measured planes,
   // then filtered.
   const float backface_tolerance = stages.radii.pixel;
   const auto fine_model = [&] {
     particles.clear();
     offsets.clear();
     normals.clear();
-    for (int i = 0; i < n_keyframes; ++i) {
-      const Camera& cam = *camera_ptrs[i];
-      CMatrix<float> depth;
-      CMatrix<float3> normal_map;
-      particles_to_images(depth, normal_map, sp_particles, sp_offsets, sp_normals, superpixels[i], cam,
-                          depth_range_min, depth_range_max);
-      create_particles_from_depthmap(particles, offsets, normals, depth, normal_map, depthmaps[i], cam.image, cam,
-                                     depth_range_min, depth_range_max);
+    if (scaffold) {
+      for (int i = 0; i < n_keyframes; ++i) {
+        const Camera& cam = *camera_ptrs[i];
+        CMatrix<float> depth;
+        CMatrix<float3> normal_map;
+        particles_to_images(depth, normal_map, sp_particles, sp_offsets, sp_normals, superpixels[i], cam,
+                            depth_range_min, depth_range_max);
+        create_particles_from_depthmap(particles, offsets, normals, depth, normal_map, depthmaps[i], cam.image, cam,
+                                       depth_range_min, depth_range_max);
+      }
+      sp_particles.clear();
+      sp_offsets.clear();
+      sp_normals.clear();
+    } else {
+      start_on_measured_planes(particles, offsets, normals, camera_ptrs, depthmaps);
     }
-    sp_particles.clear();
-    sp_offsets.clear();
-    sp_normals.clear();
     if (use_backface_visibility_test)
       remove_backfacing_particles(particles, offsets, normals, camera_ptrs, backface_tolerance, 1);
-    // Before the fine filter each view's particles still lie on its own superpixels' planes, which
-    // disagree on curved and creased surfaces; the visible share judges the fine model once, after.
-    if (!support_rule.visible()) support_filter(particles, offsets, normals, camera_ptrs, stages.pixel_support);
+    // The visible share judges the fine model once, after its filter, when the views' particles
+    // have met on common surfaces.
+    if (!stages.pixel_support.rule.visible())
+      support_filter(particles, offsets, normals, camera_ptrs, stages.pixel_support);
     filter_stage(particles, offsets, normals, stages.pixel_filter);
   };
 
-  superpixel_model();
-  sendParticlesToLumvik(sp_particles, sp_offsets, {}, "particles", debug_lumvik_particle_iteration++);
-  write_model(sp_particles, sp_offsets, sp_normals, kSuperpixelModelName);
-  const std::size_t superpixel_points = sp_particles.size();
+  std::size_t superpixel_points = 0;
+  if (scaffold) {
+    superpixel_model();
+    sendParticlesToLumvik(sp_particles, sp_offsets, {}, "particles", debug_lumvik_particle_iteration++);
+    write_model(sp_particles, sp_offsets, sp_normals, kSuperpixelModelName);
+    superpixel_points = sp_particles.size();
+  }
   fine_model();
   int pass = 0;
   if (improve_cameras) {
@@ -136,7 +167,7 @@ void run(int argc, char* argv[]) {
     // three times.
     run_improvement_passes(particles, offsets, normals, camera_ptrs, depthmaps,
                            [&] {
-                             superpixel_model();
+                             if (scaffold) superpixel_model();
                              fine_model();
                            },
                            pass);
@@ -164,6 +195,7 @@ void run(int argc, char* argv[]) {
   }
   device::reset();
 
+  summary.superpixel_model = scaffold;
   summary.superpixel_points = superpixel_points;
   summary.points = particles.size();
   summary.input_pixels = input.pixels;

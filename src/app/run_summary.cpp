@@ -45,8 +45,9 @@ std::string format_summary(const RunSummary& run) {
   const double share = run.input_pixels > 0 ? static_cast<double>(run.points) / run.input_pixels : 0.0;
   std::ostringstream s;
   s << "Finished in " << std::fixed << std::setprecision(1) << run.seconds << " s.\n";
-  s << "  superpixel model: " << run.superpixel_points << " points in " << run.output_directory
-    << kSuperpixelModelName << "\n";
+  if (run.superpixel_model)
+    s << "  superpixel model: " << run.superpixel_points << " points in " << run.output_directory
+      << kSuperpixelModelName << "\n";
   s << "  model:            " << run.points << " points in " << run.output_directory << kModelName << ", "
     << std::setprecision(share < 0.1 ? 2 : 1) << 100.0 * share << " % of the " << run.input_pixels
     << " input depth pixels\n";

@@ -5,6 +5,7 @@
 
 // What a finished run tells its user.
 struct RunSummary {
+  bool superpixel_model = true;       // a superpixel-level model was made (not with --visible-support)
   std::size_t superpixel_points = 0;  // in the superpixel-level model
   std::size_t points = 0;             // in the model
   std::size_t input_pixels = 0;       // input depth pixels with a depth

@@ -45,15 +45,18 @@ StageOptions make_stage_options(const Camera& first_view) {
   const RunRadii r = run_radii(average_depth, fx, s);
   check_radii(r, fx);
   const bool dot = use_normal_dot_weight;
+  const bool visible = support_rule.visible();
+  const float pixel_alpha = visible && !alpha_given ? kVisibleSupportAlpha : alpha;
   const StageOptions stages = {
       .radii = r,
+      .fine_start = visible ? FineStart::measured_planes : FineStart::superpixel_scaffold,
       .superpixel_filter = {.alpha = alpha_sp, .beta = beta_sp, .radius = r.superpixel_filter,
                             .timestep = gradient_descent_timestep_sp, .schedule = kSuperpixelSchedule,
                             .use_normal_dot_weight = dot},
       .superpixel_support = {.radius = r.superpixel, .min_support = min_support_sp,
                              .per_view = kSuperpixelSupportPerView, .rule = support_rule, .use_normal_dot_weight = dot},
-      .pixel_filter = {.alpha = alpha, .beta = beta, .radius = r.pixel_filter, .timestep = gradient_descent_timestep,
-                       .schedule = kPixelSchedule, .use_normal_dot_weight = dot},
+      .pixel_filter = {.alpha = pixel_alpha, .beta = beta, .radius = r.pixel_filter,
+                       .timestep = gradient_descent_timestep, .schedule = kPixelSchedule, .use_normal_dot_weight = dot},
       .pixel_support = {.radius = r.pixel, .min_support = min_support, .per_view = kPixelSupportPerView,
                         .rule = support_rule, .use_normal_dot_weight = dot}};
   stages.superpixel_filter.Check();

@@ -5,10 +5,20 @@
 #include "src/filter/filter_particles.h"
 #include "src/visibility/support_filter.h"
 
+// Where the fine particles start: on the scaffold of the filtered superpixel-level model, or, with
+// the visible share, on planes fitted to each pixel's own measured neighbourhood (no superpixel
+// model is made).
+enum class FineStart { superpixel_scaffold, measured_planes };
+
+// The fine filter's data term with the visible share, unless --alpha sets it: the particles' own
+// measurements are then fitted planes, which hold less noise than the depths.
+inline constexpr float kVisibleSupportAlpha = 0.01f;
+
 // What every stage of a run is given, made once from the run-level settings, the support rule of
 // the command line and the first view.
 struct StageOptions {
   RunRadii radii;
+  FineStart fine_start = FineStart::superpixel_scaffold;
   FilterOptions superpixel_filter;
   SupportFilterOptions superpixel_support;
   FilterOptions pixel_filter;

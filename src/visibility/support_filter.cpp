@@ -8,7 +8,7 @@
 #include "src/core/check_setting.h"
 #include "src/filter/density.h"
 #include "src/particles/threshold_particles.h"
-#include "src/visibility/visible_support.h"
+#include "src/visibility/view_agreement.h"
 
 void SupportFilterOptions::Check() const {
   const auto require = [](bool ok, const char* setting, const char* rule, float value) {
@@ -34,22 +34,20 @@ std::vector<float> visible_support_margin(const std::vector<float>& support, con
 void support_filter(std::vector<Particle>& particles, std::vector<float>& offsets, std::vector<float3>& normals,
                     const std::vector<Camera*>& cameras, const SupportFilterOptions& options) {
   const SupportRule& rule = options.rule;
-  std::vector<float> support;
   if (!rule.visible()) {
+    std::vector<float> support;
     compute_particle_support(support, particles, offsets, normals, options.radius, options.min_support,
                              options.use_normal_dot_weight);
     threshold_particles<float>(support, particles, offsets, normals, options.min_support, FLT_MAX);
     return;
   }
-  // The whole sum, without the early stop at a level: the share needs the true total. The support
-  // pass reorders the set, so the views are found afterwards, in the new order.
-  compute_particle_support(support, particles, offsets, normals, options.radius, FLT_MAX,
-                           options.use_normal_dot_weight);
+  // Each other view judges by its own surface whether it sees the point and agrees with it: the
+  // support is what the agreeing views give, the expectation what all views that see it could.
   const float cos_limit = std::cos(rule.facing_limit_degrees * std::numbers::pi_v<float> / 180.0f);
-  const VisibleViews visible =
-      find_visible_views(particles, offsets, normals, cameras, options.per_view, cos_limit);
+  const ViewVerdicts verdicts = judge_by_views(particles, offsets, normals, cameras,
+                                               view_covers(particles, offsets, cameras), options.per_view, cos_limit);
+  std::vector<float> margin = visible_support_margin(verdicts.agreeing, verdicts.seeing, rule);
   const std::size_t before = particles.size();
-  std::vector<float> margin = visible_support_margin(support, visible.expected, rule);
   threshold_particles<float>(margin, particles, offsets, normals, 0.0f, FLT_MAX);
   std::cout << "  visible support:  kept " << particles.size() << " of " << before << " points\n";
 }

@@ -9,13 +9,16 @@
 
 // How the support filters decide. With share 0 (the default) a point stays when its support
 // reaches the fixed level of its model (--min-support-sp, --min-support). With a share above 0
-// (--visible-support) it stays when its support reaches that share of what the other views that
-// see it could give, and at least `floor` (--visible-floor), so that a point no other
-// view can see needs a floor of 0 to stay.
+// (--visible-support) each other view judges by its own surface (see view_agreement.h): a point
+// stays when what the views that agree with it give reaches that share of what the views that see
+// it could give, and at least `floor` (--visible-floor), so that a point no other view can see
+// needs a floor of 0 to stay.
 struct SupportRule {
   float share = 0.0f;
   float floor = 0.5f;
-  float facing_limit_degrees = 75.0f;  // views seeing the surface more obliquely don't count
+  // Views seeing the surface more obliquely take no part; one agreeing view at this angle still
+  // gives pi * cos(80 degrees), about 0.55, above the default floor.
+  float facing_limit_degrees = 80.0f;
   bool visible() const { return share > 0.0f; }
 };
 
@@ -39,13 +42,15 @@ struct SupportFilterOptions {
   void Check() const;
 };
 
-// The margin by which each point passes the visible share: support[i] minus the larger of
-// share * expected[i] and the floor. A point stays when it is 0 or more.
+// The margin by which each point passes the visible share: support[i] (what the agreeing views
+// give) minus the larger of share * expected[i] (what the seeing views could give) and the floor.
+// A point stays when it is 0 or more.
 std::vector<float> visible_support_margin(const std::vector<float>& support, const std::vector<float>& expected,
                                           const SupportRule& rule);
 
-// Removes the particles whose support from other views falls short: below the fixed level, or,
-// with the visible share on, short of the rule against what the views in `cameras` could give
-// (and then prints how many stayed). Reorders the three arrays.
+// Removes the particles whose support from other views falls short: below the fixed level (the
+// support pass reorders the three arrays), or, with the visible share on, short of the rule by the
+// verdicts of the views in `cameras` at `per_view` per head-on view (and then prints how many
+// stayed).
 void support_filter(std::vector<Particle>& particles, std::vector<float>& offsets, std::vector<float3>& normals,
                     const std::vector<Camera*>& cameras, const SupportFilterOptions& options);

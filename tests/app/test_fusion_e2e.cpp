@@ -223,9 +223,10 @@ TEST(FewViews, TheVisibleShareKeepsTheSurfaceAndRemovesOutliers) {
       << advice;
   EXPECT_EQ(e2e::occurrences(fixed.run.out, "  visible support:"), 0u);
 
-  // Judged on the superpixel level and once on the fine level, after its filter.
-  EXPECT_EQ(e2e::occurrences(visible.run.out, "  visible support:  kept "), 2u) << visible.run.out;
-  EXPECT_EQ(summary_lines(visible.run), 3) << visible.run.out;  // no advice
+  // Judged once, after the fine filter; no superpixel model.
+  EXPECT_EQ(e2e::occurrences(visible.run.out, "  visible support:  kept "), 1u) << visible.run.out;
+  EXPECT_EQ(summary_lines(visible.run), 2) << visible.run.out;  // no advice
+  EXPECT_FALSE(fs::exists(visible.out_dir + "/model_superpixel.ply"));
   const scene::Evaluation& e = visible.evaluation;
   EXPECT_GT(e.completeness_2, 0.6);
   EXPECT_LT(e.accuracy.median, 0.25 * e.footprint);
@@ -235,14 +236,15 @@ TEST(FewViews, TheVisibleShareKeepsTheSurfaceAndRemovesOutliers) {
     EXPECT_GT(e.sheet.facing_own_side[side], e.sheet.points[side] / 2);
   }
   EXPECT_GT(e.planted_outliers, 1000u);
-  EXPECT_GE(e.outliers_removed, 0.99);
+  // At 160 x 120 a footprint is four times that at 640 x 480, and an oblique view's reach along the
+  // surface with it: a few more planted points meet a surface there (at 640 x 480 over 99.5 % go).
+  EXPECT_GE(e.outliers_removed, 0.98);
 
   EXPECT_GT(no_floor.model.size(), visible.model.size());
   EXPECT_LT(no_floor.evaluation.outliers_removed, e.outliers_removed);
 
   const std::string colours = "property uchar red\nproperty uchar green\nproperty uchar blue\n";
   EXPECT_NE(io_test::read_bytes(visible.out_dir + "/model.ply").find(colours), std::string::npos);
-  EXPECT_NE(io_test::read_bytes(visible.out_dir + "/model_superpixel.ply").find(colours), std::string::npos);
   EXPECT_NE(io_test::read_bytes(fixed.out_dir + "/model.ply").find("property uchar diffuse_red\n"), std::string::npos);
 }
 

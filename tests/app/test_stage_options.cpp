@@ -65,3 +65,28 @@ TEST(StageOptions, RadiiOutOfTheKernelsRange) {
             std::string::npos);
   superpixel_count = 5000;
 }
+
+// The visible share starts the fine model on measured planes and gives the fine filter its own data
+// term, which an explicit --alpha overrides; without the share both stay as they were.
+TEST(StageOptions, VisibleShareChangesTheStartAndTheDefaultAlpha) {
+  average_depth = 2.75f;
+  superpixel_count = 5000;
+  alpha = 0.001f;
+  alpha_given = false;
+  const Camera view = first_view(500.0f, 640, 480);
+  StageOptions stages = make_stage_options(view);
+  EXPECT_EQ(stages.fine_start, FineStart::superpixel_scaffold);
+  EXPECT_EQ(stages.pixel_filter.alpha, 0.001f);
+
+  support_rule.share = 0.3f;
+  stages = make_stage_options(view);
+  EXPECT_EQ(stages.fine_start, FineStart::measured_planes);
+  EXPECT_EQ(stages.pixel_filter.alpha, kVisibleSupportAlpha);
+  EXPECT_EQ(stages.superpixel_filter.alpha, alpha_sp);
+  EXPECT_EQ(stages.pixel_support.rule.share, 0.3f);
+
+  alpha_given = true;
+  EXPECT_EQ(make_stage_options(view).pixel_filter.alpha, 0.001f);
+  alpha_given = false;
+  support_rule = SupportRule();
+}

@@ -11,6 +11,7 @@
 #include "src/core/particle_position.h"
 #include "src/seed/create_particles_from_superpixels.h"
 #include "src/seed/create_superpixels.h"
+#include "src/seed/measured_planes.h"
 #include "src/seed/particles_to_images.h"
 #include "src/seed/robust_plane_fit.h"
 #include "tests/render/render_test_support.h"
@@ -276,4 +277,45 @@ TEST(SuperpixelRoundTrip, PlaneParticlesDrawBackTheMeasuredDepth) {
       EXPECT_NEAR(drawn(x, y), truth(x, y), 2e-5 * truth(x, y));
       expect_near(normal_map(x, y), facing(camera, plane), 1e-4);
     }
+}
+
+// Planes fitted to each pixel's measured neighbourhood, the start of the fine particles with few
+// views: a tilted plane comes back exact through the turned camera with its mirrored principal
+// point, normals facing the camera; a rod one pixel wide keeps its depth and its background keeps
+// its own; a lone wrong depth keeps its measurement and pulls no neighbour; no depth, no start.
+TEST(MeasuredPlanes, FitEachPixelsOwnSurface) {
+  const Camera camera = turned_camera(24, 20);
+  const Plane plane = plane_at(camera, {0.2, -1.0, 0.3}, 2.5);
+  CMatrix<float> measured = plane_depth_map(camera, plane);
+  CMatrix<float> depth;
+  CMatrix<float3> normals;
+  measured_planes(depth, normals, measured, camera, kMeasuredPlaneFootprints, kMeasuredPlaneWindow, 0.0f, 100.0f);
+  ASSERT_EQ(depth.xSize, 24);
+  ASSERT_EQ(normals.ySize, 20);
+  const D3 n = facing(camera, plane);
+  for (int y = 0; y < 20; ++y)
+    for (int x = 0; x < 24; ++x) {
+      EXPECT_NEAR(depth(x, y), measured(x, y), 1e-3f * measured(x, y)) << x << ", " << y;
+      EXPECT_GT(dot(to_d3(normals(x, y)), n), 0.999) << x << ", " << y;
+    }
+
+  // Background at depth 3 seen head-on, a vertical rod at depth 1 in column 10, a lone depth of 1.5
+  // at (4, 4), and no depth at (18, 15).
+  const Camera head_on = pinhole(24, 20, 40.0f);
+  for (int y = 0; y < 20; ++y)
+    for (int x = 0; x < 24; ++x) measured(x, y) = x == 10 ? 1.0f : 3.0f;
+  measured(4, 4) = 1.5f;
+  measured(18, 15) = 0.0f;
+  measured_planes(depth, normals, measured, head_on, kMeasuredPlaneFootprints, kMeasuredPlaneWindow, 0.0f, 100.0f);
+  for (int y = 0; y < 20; ++y)
+    for (int x = 0; x < 24; ++x) {
+      if (x == 18 && y == 15) continue;
+      EXPECT_NEAR(depth(x, y), measured(x, y), 1e-4f) << x << ", " << y;
+      // Planes facing the camera at the origin, which looks along +z.
+      if (x != 4 || y != 4) EXPECT_LT(normals(x, y).z, -0.999f) << x << ", " << y;
+    }
+  EXPECT_EQ(depth(18, 15), 0.0f);
+  // The lone depth has no plane: its normal points at the camera along its own ray.
+  const float3 towards = normals(4, 4);
+  EXPECT_NEAR(towards.x / towards.z, (23.0f - 4.0f - head_on.K[6]) / 40.0f, 1e-5f);
 }

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <filesystem>
 #include <iterator>
@@ -7,11 +8,16 @@
 #include <sstream>
 
 #include "formats/depth_png.h"
+#include "formats/text_file.h"
 #include "tests/support/io_test_support.h"
 #include "tests/support/run_process.h"
+#include "tools/scene/completeness_breakdown.h"
 #include "tools/scene/evaluation.h"
+#include "tools/cli/arguments.h"
 #include "tools/scene/plant_outliers.h"
+#include "tools/scene/scene_arguments.h"
 #include "tools/scene/scene_files.h"
+#include "tools/scene/scene_kinds.h"
 #include "tools/scene/surface_distance.h"
 
 namespace fs = std::filesystem;
@@ -190,4 +196,97 @@ TEST(PlantedOutliers, EvaluatorMeasuresTheShareRemoved) {
   EXPECT_NE(format_evaluation(kept).find("outliers:     0.00 % of " + std::to_string(kept.planted_outliers) +
                                          " planted points removed"),
             std::string::npos);
+}
+
+// The kinds of scene: names both ways, the mixed scene is the standard one with six more rods, the
+// thin one mostly rods and two sheets; every kind but the standard one is named in the directory,
+// so that the evaluator measures against the right shapes.
+TEST(SceneKinds, ShapesNamesAndTheKindFile) {
+  for (const SceneKind kind : {SceneKind::standard, SceneKind::mixed, SceneKind::thin}) {
+    SceneKind parsed = SceneKind::standard;
+    EXPECT_TRUE(parse_scene_kind(scene_kind_name(kind), parsed));
+    EXPECT_EQ(parsed, kind);
+  }
+  SceneKind untouched = SceneKind::thin;
+  EXPECT_FALSE(parse_scene_kind("Thin", untouched));
+  EXPECT_EQ(untouched, SceneKind::thin);
+  try {
+    parse_scene_arguments({"--out", "x", "--kind", "round"});
+    ADD_FAILURE() << "a kind of no name was taken";
+  } catch (const cli::UsageError& e) {
+    EXPECT_STREQ(e.what(), "--kind needs standard, mixed or thin, got 'round'");
+  }
+  EXPECT_EQ(parse_scene_arguments({"--out", "x", "--kind=thin"}).kind, SceneKind::thin);
+
+  const auto rods = [](const Scene& s) {
+    return std::count_if(s.shapes.begin(), s.shapes.end(), [](const Shape& shape) { return shape.name.starts_with("rod"); });
+  };
+  const Scene standard = make_scene(SceneKind::standard), mixed = make_scene(SceneKind::mixed),
+              thin = make_scene(SceneKind::thin);
+  EXPECT_EQ(standard.shapes.size(), make_default_scene().shapes.size());
+  EXPECT_EQ(mixed.shapes.size(), standard.shapes.size() + 6);
+  EXPECT_EQ(rods(mixed), rods(standard) + 6);
+  EXPECT_GE(rods(thin), 20);
+  EXPECT_GE(find_shape(thin, "sheet"), 0);
+  EXPECT_GE(find_shape(thin, "sheet_thin"), 0);
+  EXPECT_LT(find_shape(thin, "box"), 0);
+
+  const std::string dir = scratch_path("kind_thin");
+  fs::remove_all(dir);
+  fs::create_directories(dir);
+  EXPECT_EQ(read_scene_kind(dir), SceneKind::standard);
+  write_scene_kind(dir, SceneKind::standard);
+  EXPECT_FALSE(fs::exists(dir + "/scene_kind.txt"));
+  write_scene_kind(dir, SceneKind::thin);
+  EXPECT_EQ(read_bytes(dir + "/scene_kind.txt"), "thin\n");
+  EXPECT_EQ(read_scene_kind(dir), SceneKind::thin);
+  write_text(dir + "/scene_kind.txt", "round\n");
+  EXPECT_THROW(read_scene_kind(dir), std::runtime_error);
+}
+
+// The breakdown of completeness: the true samples themselves cover every surface and every view
+// count; without the rods' points the rods are uncovered however close the ground's points lie;
+// one face of a sheet does not cover the other 2 mm behind it; and every sample is seen at least
+// by the view it was cast from.
+TEST(CompletenessBreakdown, BySurfaceAndByViews) {
+  const Scene thin = make_scene(SceneKind::thin);
+  SceneOptions o = small_options("breakdown", 160, 120, 4);
+  const std::vector<SceneCamera> cameras = make_cameras(thin, camera_ring(o));
+  const std::vector<SurfaceSample> truth = ground_truth_samples(thin, cameras, 2);
+  const std::vector<int> seen = views_seeing(thin, cameras, truth);
+  ASSERT_EQ(seen.size(), truth.size());
+  EXPECT_EQ(*std::min_element(seen.begin(), seen.end()), 1);
+  EXPECT_EQ(*std::max_element(seen.begin(), seen.end()), 4);
+
+  std::vector<ModelPoint> all, without_rods, one_face;
+  for (const SurfaceSample& s : truth) {
+    const SurfacePoint nearest = closest_surface(thin, s.point);
+    const std::string group = surface_group(thin.shapes[nearest.shape], s.point);
+    all.push_back({s.point, s.normal});
+    if (group != "rods") without_rods.push_back({s.point, s.normal});
+    if (group != "sheet face 2") one_face.push_back({s.point, s.normal});
+  }
+  const auto completeness = [&](const CompletenessBreakdown& b, const std::string& name) {
+    for (const CompletenessGroup& g : b.surfaces)
+      if (g.name == name) return g.completeness[0];
+    ADD_FAILURE() << "no group " << name;
+    return -1.0;
+  };
+  const CompletenessBreakdown full = break_down_completeness(thin, cameras, truth, all, {0.005});
+  ASSERT_EQ(full.surfaces.size(), 5u);  // ground, sphere, two sheet faces, rods
+  for (const CompletenessGroup& g : full.surfaces) {
+    EXPECT_EQ(g.completeness[0], 1.0) << g.name;
+    EXPECT_LT(g.median_distance, 1e-9) << g.name;
+  }
+  for (const CompletenessGroup& g : full.by_views)
+    if (g.samples > 0) EXPECT_EQ(g.completeness[0], 1.0) << g.name;
+  EXPECT_EQ(full.f_scores[0], 1.0);
+
+  const CompletenessBreakdown holes = break_down_completeness(thin, cameras, truth, without_rods, {0.005});
+  EXPECT_EQ(completeness(holes, "rods"), 0.0);
+  EXPECT_EQ(completeness(holes, "ground"), 1.0);
+  const CompletenessBreakdown faces = break_down_completeness(thin, cameras, truth, one_face, {0.005});
+  EXPECT_EQ(completeness(faces, "sheet face 2"), 0.0);
+  EXPECT_EQ(completeness(faces, "sheet face 1"), 1.0);
+  EXPECT_NE(format_breakdown(faces).find("  sheet face 2 "), std::string::npos);
 }

@@ -22,7 +22,7 @@ struct Taken {
   std::vector<cli::Option> options() {
     const auto note = [this](const cli::OptionValue& v) { text += v.option + "=" + v.text + " "; };
     const auto count = [this](const cli::OptionValue& v) { text += std::to_string(v.number(1, 9, "1 to 9")) + " "; };
-    return {{"--out", "-o", note}, {"--count", "", count}};
+    return {{"--out", "-o", note}, {"--count", "", count}, {"--all", "", note, true}};
   }
 };
 
@@ -61,6 +61,9 @@ TEST(ToolCommandLine, OptionsWordsFilesHelpAndFailures) {
   EXPECT_EQ(tool({"-x"}), "[tool: unknown option '-x'" + hint);
   EXPECT_EQ(tool({"--bogus=1"}), "[tool: unknown option '--bogus=1'" + hint);
   EXPECT_EQ(tool({"a", "--out"}), "[tool: option --out needs a value" + hint);
+  // A flag takes no value: the next argument stays a word.
+  EXPECT_EQ(tool({"--all", "a"}), "--all= | a | [] 0");
+  EXPECT_EQ(tool({"--all=1"}), "[tool: option --all takes no value" + hint);
   EXPECT_EQ(tool({}, "f: cannot be read"), "[tool: f: cannot be read\n] 1");
 }
 

@@ -35,7 +35,9 @@ CommandLine parse_command_line(const std::vector<std::string>& args, const std::
     for (const Option& o : options)
       if (value.option == o.name || (!o.alias.empty() && value.option == o.alias)) option = &o;
     if (option == nullptr) throw UsageError("unknown option '" + arg + "'");
-    if (eq != std::string::npos) {
+    if (option->flag) {
+      if (eq != std::string::npos) throw UsageError("option " + value.option + " takes no value");
+    } else if (eq != std::string::npos) {
       value.text = arg.substr(eq + 1);
     } else {
       if (i + 1 == args.size()) throw UsageError("option " + value.option + " needs a value");

@@ -42,6 +42,7 @@ struct Option {
   std::string name;   // "--labels"
   std::string alias;  // "-o", or empty
   Take take;          // takes the value, in command-line order; throws UsageError for one it cannot use
+  bool flag = false;  // takes no value: the option alone switches something on (take gets an empty text)
 };
 
 // Takes for the common options: a text that must not be empty, a number from low to high.
@@ -58,10 +59,10 @@ struct CommandLine {
 };
 
 // Reads the arguments behind the program's name. An argument that starts with '-' is an option:
-// "NAME VALUE", "--NAME=VALUE" or "ALIAS VALUE"; a value is taken whatever it looks like. With
+// "NAME VALUE", "--NAME=VALUE" or "ALIAS VALUE", a flag alone; a value is taken whatever it looks like. With
 // files_behind_dashes, everything behind the first "--" is a file; without, "--" is refused as an
-// unknown option. Throws UsageError: "unknown option 'ARG'", "option NAME needs a value", or what
-// an option's take throws.
+// unknown option. Throws UsageError: "unknown option 'ARG'", "option NAME needs a value", "option
+// NAME takes no value", or what an option's take throws.
 CommandLine parse_command_line(const std::vector<std::string>& args, const std::vector<Option>& options,
                                bool files_behind_dashes = false);
 

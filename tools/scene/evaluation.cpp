@@ -10,6 +10,7 @@
 #include "tools/scene/scene.h"
 #include "tools/scene/scene_camera.h"
 #include "tools/scene/scene_files.h"
+#include "tools/scene/scene_kinds.h"
 #include "tools/scene/surface_distance.h"
 
 namespace scene {

@@ -3,15 +3,12 @@
 #include <numbers>
 
 namespace scene {
-namespace {
 
-// Axes turned by `angle` radians about the world z axis.
 Mat3 yaw_axes(double angle) {
   const double c = std::cos(angle), s = std::sin(angle);
   return from_columns({c, s, 0}, {-s, c, 0}, {0, 0, 1});
 }
 
-// Axes whose local z runs along `axis`; the other two complete a right-handed frame.
 Mat3 axes_along(Vec3 axis) {
   const Vec3 w = normalize(axis);
   const Vec3 helper = std::abs(w.z) < 0.9 ? Vec3{0, 0, 1} : Vec3{1, 0, 0};
@@ -19,15 +16,12 @@ Mat3 axes_along(Vec3 axis) {
   return from_columns(u, cross(w, u), w);
 }
 
-Shape rod(const std::string& name, Vec3 from, Vec3 to, const Material& material) {
-  const double radius = 0.0075;
+Shape rod(const std::string& name, Vec3 from, Vec3 to, const Material& material, double radius) {
   return {name, ShapeKind::cylinder, 0.5 * (from + to), axes_along(to - from),
           {radius, radius, 0.5 * length(to - from)}, material};
 }
 
 double degrees(double d) { return d * std::numbers::pi / 180.0; }
-
-}  // namespace
 
 Scene make_default_scene() {
   Scene s;

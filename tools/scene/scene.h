@@ -46,6 +46,14 @@ struct Scene {
 // rods of 1.5 cm diameter, all within about 2 m of the origin. It does not depend on any seed.
 Scene make_default_scene();
 
+// Axes turned by `angle` radians about the world z axis.
+Mat3 yaw_axes(double angle);
+// Axes whose local z runs along `axis`; the other two complete a right-handed frame.
+Mat3 axes_along(Vec3 axis);
+// A capped cylinder from `from` to `to`; the sample scene's rods are 1.5 cm thick.
+Shape rod(const std::string& name, Vec3 from, Vec3 to, const Material& material, double radius = 0.0075);
+double degrees(double d);
+
 // Index of the shape with this name, or -1.
 int find_shape(const Scene& scene, const std::string& name);
 

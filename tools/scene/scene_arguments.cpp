@@ -47,6 +47,8 @@ std::string scene_usage() {
          "  --arrangement A\n"
          "                 ring (cameras round the sample scene) or street (a long street of objects\n"
          "                 with cameras along it, each seeing a few metres; for scale) (default ring)\n"
+         "  --kind K       the scene: standard, mixed (more and thinner rods) or thin (mostly rods\n"
+         "                 and sheets) (default standard)\n"
          "  --appearance A standard, photograph (texture at several scales with weak patches, a dark\n"
          "                 background, gain, offset, sensor noise and blur differing per view) or\n"
          "                 checks-stripes (8 cm flat checks and smooth stripes); the depth maps are\n"
@@ -55,7 +57,7 @@ std::string scene_usage() {
          "\n"
          "Files: view_NN.txt, image_NN.png (8-bit RGB), depth_NN.png (16-bit, thousandths of the\n"
          "length unit, 0 = no surface), ground_truth.ply, average_depth.txt, and with --outliers\n"
-         "outliers.ply (the planted points).\n";
+         "outliers.ply (the planted points), and for another kind than standard scene_kind.txt.\n";
 }
 
 SceneOptions parse_scene_arguments(const std::vector<std::string>& args) {
@@ -88,6 +90,9 @@ SceneOptions parse_scene_arguments(const std::vector<std::string>& args) {
         }},
        {"--layout", "", [&](const cli::OptionValue& v) {
           if (!parse_layout(v.text, o.layout)) v.refuse("colmap-text, colmap-bin, tum or log");
+        }},
+       {"--kind", "", [&](const cli::OptionValue& v) {
+          if (!parse_scene_kind(v.text, o.kind)) v.refuse("standard, mixed or thin");
         }},
        {"--appearance", "", [&](const cli::OptionValue& v) {
           if (!parse_appearance(v.text, o.appearance)) v.refuse("standard, photograph or checks-stripes");

@@ -52,7 +52,7 @@ CameraRing camera_ring(const SceneOptions& o) {
 }
 
 Scene make_scene(const SceneOptions& o) {
-  return o.arrangement == Arrangement::street ? make_street_scene(o.views) : make_default_scene();
+  return o.arrangement == Arrangement::street ? make_street_scene(o.views) : make_scene(o.kind);
 }
 
 std::vector<SceneCamera> make_scene_cameras(const Scene& scene, const SceneOptions& o) {
@@ -146,6 +146,7 @@ SceneSummary write_scene(const Scene& scene, const SceneOptions& options) {
       }
   }
   write_layout_index(options.layout, summary.out_dir, written);
+  write_scene_kind(summary.out_dir, options.kind);
   if (options.outliers > 0) write_ground_truth_ply(summary.out_dir + "/outliers.ply", outliers);
   summary.outlier_pixels = outliers.size();
   summary.average_depth = summary.surface_pixels ? depth_sum / static_cast<double>(summary.surface_pixels) : 0.0;

@@ -9,6 +9,7 @@
 #include "tools/scene/pose_perturbation.h"
 #include "tools/scene/scene.h"
 #include "tools/scene/scene_camera.h"
+#include "tools/scene/scene_kinds.h"
 #include "tools/scene/scene_layouts.h"
 #include "tools/scene/street.h"
 
@@ -36,6 +37,7 @@ struct SceneOptions {
   bool write_true_poses = false;
   double outliers = 0.0;  // share of each view's surface pixels given a wrong depth (see plant_outliers)
   Arrangement arrangement = Arrangement::ring;  // cameras on a ring round the sample scene, or along a street
+  SceneKind kind = SceneKind::standard;  // named in scene_kind.txt unless standard
   Appearance appearance = Appearance::standard;  // how the colour images look
 };
 

@@ -6,6 +6,8 @@
 #include <numbers>
 #include <stdexcept>
 
+#include "tools/scene/scene_kinds.h"
+
 namespace scene {
 namespace {
 
@@ -148,7 +150,7 @@ void limit_depth_range(RenderedView& view, double range) {
 
 Scene scene_of_directory(const std::string& scene_dir) {
   const std::string marker = scene_dir + "/" + kStreetFileName;
-  if (!std::filesystem::exists(marker)) return make_default_scene();
+  if (!std::filesystem::exists(marker)) return make_scene(read_scene_kind(scene_dir));
   std::ifstream in(marker);
   std::string word;
   int views = 0;

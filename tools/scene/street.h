@@ -46,7 +46,7 @@ void limit_depth_range(RenderedView& view, double range);
 inline constexpr const char* kStreetFileName = "street.txt";
 
 // The analytic scene a generated scene directory was made from: the street its marker names, or
-// else the fixed sample scene.
+// else the sample scene of the kind it names (see read_scene_kind).
 Scene scene_of_directory(const std::string& scene_dir);
 
 }  // namespace scene

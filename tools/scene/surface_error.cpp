@@ -50,17 +50,19 @@ Accuracy measure_accuracy(const Scene& scene, const std::vector<Vec3>& points, d
   return a;
 }
 
-double measure_completeness(const std::vector<SurfaceSample>& truth, const std::vector<Vec3>& points,
-                            double tolerance) {
+std::vector<char> covered_samples(const std::vector<Vec3>& samples, const std::vector<Vec3>& points, double tolerance,
+                                  const std::vector<int>& sample_labels, const std::vector<int>& point_labels) {
   if (!(tolerance > 0)) throw std::runtime_error("measure_completeness: the tolerance must be positive");
-  if (truth.empty()) return 0.0;
+  const bool labelled = !sample_labels.empty();
   // Points bucketed in cells of the tolerance's size: any point within the tolerance of a sample
   // lies in the sample's cell or one of its 26 neighbours.
   std::unordered_map<Cell, std::vector<size_t>, CellHash> grid;
   for (size_t i = 0; i < points.size(); ++i) grid[cell_of(points[i], tolerance)].push_back(i);
-  size_t covered = 0;
-  for (const SurfaceSample& s : truth) {
-    const Cell c = cell_of(s.point, tolerance);
+  std::vector<char> covered(samples.size(), 0);
+#pragma omp parallel for schedule(dynamic, 1024)
+  for (size_t k = 0; k < samples.size(); ++k) {
+    const Vec3 s = samples[k];
+    const Cell c = cell_of(s, tolerance);
     bool found = false;
     for (int64_t dx = -1; dx <= 1 && !found; ++dx)
       for (int64_t dy = -1; dy <= 1 && !found; ++dy)
@@ -68,14 +70,25 @@ double measure_completeness(const std::vector<SurfaceSample>& truth, const std::
           const auto it = grid.find({c.x + dx, c.y + dy, c.z + dz});
           if (it == grid.end()) continue;
           for (size_t i : it->second)
-            if (length(points[i] - s.point) < tolerance) {
+            if (length(points[i] - s) < tolerance && (!labelled || point_labels[i] == sample_labels[k])) {
               found = true;
               break;
             }
         }
-    covered += found;
+    covered[k] = found;
   }
-  return static_cast<double>(covered) / truth.size();
+  return covered;
+}
+
+double measure_completeness(const std::vector<SurfaceSample>& truth, const std::vector<Vec3>& points,
+                            double tolerance) {
+  if (!(tolerance > 0)) throw std::runtime_error("measure_completeness: the tolerance must be positive");
+  if (truth.empty()) return 0.0;
+  std::vector<Vec3> samples;
+  samples.reserve(truth.size());
+  for (const SurfaceSample& s : truth) samples.push_back(s.point);
+  const std::vector<char> covered = covered_samples(samples, points, tolerance);
+  return static_cast<double>(std::count(covered.begin(), covered.end(), 1)) / truth.size();
 }
 
 }  // namespace scene

@@ -1,0 +1,313 @@
+// few_views_stages: runs the fusion of a generated scene stage by stage and says at which stage each
+// input depth pixel leaves the model, per kind of surface and by how many views see the pixel's
+// surface. Takes quillara's command line; the views must come from quillara-scene (their directory
+// holds the scene's kind and cameras). Writes into the output directory the models of the stages
+// (stage_scaffold.ply: the fine particles where they start, stage_filtered.ply: after the fine
+// filter, model.ply) for quillara-evaluate, and prints the table.
+#include <algorithm>
+#include <array>
+#include <cfloat>
+#include <ctime>
+#include <cstdlib>
+#include <cmath>
+#include <filesystem>
+#include <iomanip>
+#include <iostream>
+#include <map>
+
+#include "image/CMatrix.h"
+#include "src/app/command_line.h"
+#include "src/app/run_error.h"
+#include "src/app/scene_input.h"
+#include "src/app/stage_options.h"
+#include "src/core/particle_position.h"
+#include "src/core/settings.h"
+#include "src/filter/density.h"
+#include "src/filter/filter_particles.h"
+#include "src/visibility/support_filter.h"
+#include "src/visibility/view_agreement.h"
+#include "src/io/model_output.h"
+#include "src/seed/measured_planes.h"
+#include "src/particles/particles_from_depthmap.h"
+#include "src/seed/create_particles_from_superpixels.h"
+#include "src/seed/create_superpixels.h"
+#include "src/seed/particles_to_images.h"
+#include "tools/scene/completeness_breakdown.h"
+#include "image/png_io.h"
+#include "tools/scene/ray_cast.h"
+#include "tools/scene/scene_kinds.h"
+#include "tools/scene/surface_distance.h"
+
+namespace {
+
+// The first stage at which a pixel's particle is lost or off its surface, in run order.
+enum Fate {
+  kNoSuperpixel,     // its superpixel had too few depths for a plane
+  kCoarseRemoved,    // its superpixel's particle fell to the coarse support filter
+  kNoScaffold,       // the scaffold has no depth there (plane seen too obliquely, or out of range)
+  kScaffoldOff,      // the scaffold lies farther than the fine radius from the pixel's surface
+  kFilteredOff,      // after the fine filter, more than 5 mm off its surface
+  kSupportRemoved,   // removed by the last support filter although on its surface
+  kKept,             // in the model, within 5 mm
+  kKeptOff,          // in the model, off its surface (kept from an earlier failure)
+  kFates
+};
+const char* const kFateNames[kFates] = {"no sp", "sp gone", "no scaff", "scaff off", "filt off", "supp gone",
+                                        "kept", "kept off"};
+
+struct PixelTruth {
+  int shape = -1;
+  scene::Vec3 point;
+  int views = 0;
+  double incidence = 0;  // degrees between the true normal and the pixel's ray
+};
+
+using Key = std::pair<int, int>;  // camera index, pixel index
+
+std::vector<std::vector<PixelTruth>> pixel_truth(const scene::Scene& world,
+                                                 const std::vector<scene::SceneCamera>& cameras) {
+  std::vector<std::vector<PixelTruth>> truth(cameras.size());
+  for (size_t v = 0; v < cameras.size(); ++v) {
+    const scene::SceneCamera& c = cameras[v];
+    std::vector<scene::SurfaceSample> samples(static_cast<size_t>(c.width) * c.height);
+    truth[v].resize(samples.size());
+    for (int y = 0; y < c.height; ++y)
+      for (int x = 0; x < c.width; ++x) {
+        const scene::Hit hit = scene::cast_ray(world, c.center, scene::pixel_direction(c, x, y));
+        if (!hit.found) continue;
+        truth[v][y * c.width + x].shape = hit.shape;
+        truth[v][y * c.width + x].point = hit.point;
+        const scene::Vec3 ray = scene::pixel_direction(c, x, y);
+        truth[v][y * c.width + x].incidence =
+            std::acos(std::min(1.0, std::fabs(scene::dot(hit.normal, ray)) / scene::length(ray))) * 180.0 / M_PI;
+        samples[y * c.width + x].point = hit.point;
+      }
+    const std::vector<int> views = scene::views_seeing(world, cameras, samples);
+    for (size_t i = 0; i < samples.size(); ++i) truth[v][i].views = truth[v][i].shape < 0 ? 0 : views[i];
+  }
+  return truth;
+}
+
+double distance_to_own_surface(const scene::Scene& world, int shape, const Particle& p, float offset) {
+  const float3 q = particle_position(p, offset);
+  return scene::shape_distance(world.shapes[shape], {q.x, q.y, q.z});
+}
+
+// Why the last support filter removes points: per surface group and view count, the share that
+// fails the visible share, the share no other view sees (by the views' verdicts) and the share no
+// other view agrees with.
+void print_support_diagnosis(const std::vector<Particle>& particles, const std::vector<float>& offsets,
+                             const std::vector<float3>& normals, const std::vector<Camera*>& cameras,
+                             const std::vector<std::vector<PixelTruth>>& truth, const scene::Scene& world) {
+  const float cos_limit = std::cos(support_rule.facing_limit_degrees * 3.14159265f / 180.0f);
+  const ViewVerdicts verdicts = judge_by_views(particles, offsets, normals, cameras,
+                                               view_covers(particles, offsets, cameras), kPixelSupportPerView, cos_limit);
+  const std::vector<float> margin = visible_support_margin(verdicts.agreeing, verdicts.seeing, support_rule);
+  struct Row {
+    long n = 0, fail = 0, unseen = 0, unconfirmed = 0;
+  };
+  std::map<std::string, Row> rows;
+  for (size_t k = 0; k < particles.size(); ++k) {
+    const PixelTruth& t = truth[particles[k].camera_index][particles[k].pixel_index];
+    if (t.shape < 0) continue;
+    const float3 m = particles[k].pos;
+    const bool outlier = scene::length(scene::Vec3{m.x, m.y, m.z} - t.point) > 0.1;
+    std::vector<std::string> names = {"a " + scene::surface_group(world.shapes[t.shape], t.point),
+                                      "b " + std::to_string(std::min(t.views, 5)) + " views"};
+    if (outlier) names = {"c planted outliers"};
+    for (const std::string& name : names) {
+      Row& r = rows[name];
+      ++r.n;
+      r.fail += margin[k] < 0;
+      r.unseen += verdicts.seeing_views[k] == 0;
+      r.unconfirmed += verdicts.agreeing_views[k] == 0;
+    }
+  }
+  std::cout << "\nlast support filter (% of each row's points):\n"
+            << "surface            points   removed    unseen  no agree\n"
+            << std::fixed << std::setprecision(1);
+  for (const auto& [name, r] : rows)
+    std::cout << std::left << std::setw(16) << name.substr(2) << std::right << std::setw(9) << r.n << std::setw(10)
+              << 100.0 * r.fail / r.n << std::setw(10) << 100.0 * r.unseen / r.n << std::setw(10)
+              << 100.0 * r.unconfirmed / r.n << "\n";
+}
+
+// Processor time of the stage that ends here, on standard error.
+void stage_time(const char* stage) {
+  static std::clock_t last = std::clock();
+  const std::clock_t now = std::clock();
+  std::cerr << "cpu " << stage << ": " << static_cast<double>(now - last) / CLOCKS_PER_SEC << " s\n";
+  last = now;
+}
+
+}  // namespace
+
+int main(int argc, char* argv[]) {
+  stage_time("start");
+  std::vector<std::string> view_files;
+  try {
+    view_files = parse_command_line(argc, argv);
+    check_view_files(view_files);
+  } catch (const CommandLineExit& e) {
+    return e.status;
+  } catch (const RunError& e) {
+    std::cerr << e.what() << "\n";
+    return 1;
+  }
+  std::vector<Camera> cameras;
+  std::vector<Camera*> camera_ptrs;
+  std::vector<CMatrix<float>> depthmaps;
+  read_views(view_files, cameras, camera_ptrs, depthmaps);
+  const StageOptions stages = make_stage_options(cameras[0]);
+  stage_time("reading");
+  const std::string scene_dir = std::filesystem::path(view_files[0]).parent_path().string();
+  const scene::Scene world = scene::make_scene(scene::read_scene_kind(scene_dir));
+  const auto truth = pixel_truth(world, scene::read_scene_cameras(scene_dir));
+  stage_time("truth (ray casting)");
+
+  std::vector<std::vector<Superpixel>> superpixels(n_keyframes);
+  std::vector<Particle> sp_particles, particles;
+  std::vector<float> sp_offsets, offsets;
+  std::vector<float3> sp_normals, normals;
+  std::map<Key, int> fate;  // per input pixel with a depth
+  for (int i = 0; i < n_keyframes; ++i)
+    for (int y = 0; y < cameras[i].height; ++y)
+      for (int x = 0; x < cameras[i].width; ++x)
+        if (usable_depth(depthmaps[i](x, y), depth_range_min, depth_range_max)) fate[{i, y * cameras[i].width + x}] = kNoSuperpixel;
+  if (stages.fine_start == FineStart::measured_planes) {
+    // As quillara does: particles on planes fitted to each pixel's measured neighbourhood.
+    for (int i = 0; i < n_keyframes; ++i) {
+      CMatrix<float> depth;
+      CMatrix<float3> normal_map;
+      measured_planes(depth, normal_map, depthmaps[i], cameras[i], kMeasuredPlaneFootprints,
+                      kMeasuredPlaneWindow, depth_range_min, depth_range_max);
+      create_particles_from_depthmap(particles, offsets, normals, depth, normal_map, depth, cameras[i].image,
+                                     cameras[i], depth_range_min, depth_range_max);
+    }
+  } else {
+    for (int i = 0; i < n_keyframes; ++i) {
+      create_superpixels(superpixels[i], depthmaps[i], cameras[i].image, cameras[i], average_depth, superpixel_count);
+      create_particles_from_superpixels(sp_particles, sp_offsets, sp_normals, superpixels[i], CMatrix<float>(),
+                                        CMatrix<float3>(), depthmaps[i], cameras[i]);
+    }
+    const auto mark_superpixels = [&](Fate f) {
+      for (const Particle& p : sp_particles)
+        for (const auto& [x, y] : superpixels[p.camera_index][p.pixel_index].pixels)
+          if (auto it = fate.find({p.camera_index, y * cameras[p.camera_index].width + x}); it != fate.end())
+            it->second = f;
+    };
+    mark_superpixels(kCoarseRemoved);
+    filter_particles(sp_particles, sp_offsets, sp_normals, stages.superpixel_filter);
+    stage_time("superpixels and coarse filter");
+    support_filter(sp_particles, sp_offsets, sp_normals, camera_ptrs, stages.superpixel_support);
+    stage_time("coarse support filter");
+    mark_superpixels(kNoScaffold);
+    for (int i = 0; i < n_keyframes; ++i) {
+      CMatrix<float> depth;
+      CMatrix<float3> normal_map;
+      particles_to_images(depth, normal_map, sp_particles, sp_offsets, sp_normals, superpixels[i], cameras[i],
+                          depth_range_min, depth_range_max);
+      create_particles_from_depthmap(particles, offsets, normals, depth, normal_map, depthmaps[i], cameras[i].image,
+                                     cameras[i], depth_range_min, depth_range_max);
+    }
+  }
+  const float r5 = stages.radii.pixel_filter;
+  const auto own_distance = [&](size_t k) {
+    const int shape = truth[particles[k].camera_index][particles[k].pixel_index].shape;
+    return shape < 0 ? 1e9 : distance_to_own_surface(world, shape, particles[k], offsets[k]);
+  };
+  for (size_t k = 0; k < particles.size(); ++k)
+    if (auto it = fate.find({particles[k].camera_index, particles[k].pixel_index}); it != fate.end())
+      it->second = own_distance(k) > r5 ? kScaffoldOff : kFilteredOff;
+  writeParticlesToPLY(particles, offsets, normals, output_directory + "/stage_scaffold.ply");
+  stage_time("fine particles");
+  if (!support_rule.visible()) support_filter(particles, offsets, normals, camera_ptrs, stages.pixel_support);
+  filter_particles(particles, offsets, normals, stages.pixel_filter);
+  stage_time("fine filter");
+  writeParticlesToPLY(particles, offsets, normals, output_directory + "/stage_filtered.ply");
+  std::map<Key, bool> on_surface;
+  for (size_t k = 0; k < particles.size(); ++k) {
+    const Key key{particles[k].camera_index, particles[k].pixel_index};
+    on_surface[key] = own_distance(k) <= 0.005;
+    if (auto it = fate.find(key); it != fate.end() && it->second == kFilteredOff)
+      it->second = on_surface[key] ? kSupportRemoved : kFilteredOff;
+  }
+  if (support_rule.visible()) print_support_diagnosis(particles, offsets, normals, camera_ptrs, truth, world);
+  stage_time("diagnosis");
+  support_filter(particles, offsets, normals, camera_ptrs, stages.pixel_support);
+  stage_time("last support filter");
+  writeParticlesToPLY(particles, offsets, normals, output_directory + "/model.ply");
+  for (const Particle& p : particles)
+    if (auto it = fate.find({p.camera_index, p.pixel_index}); it != fate.end())
+      it->second = on_surface[{p.camera_index, p.pixel_index}] ? kKept : kKeptOff;
+
+  // Where the kept particles lie along their rays: the share within 5 mm of their own pixel's true
+  // point (not only of its surface), and the median angle of incidence of each row's pixels.
+  {
+    std::map<std::string, std::array<double, 3>> near;  // kept, kept within 5 mm of the point, pixels
+    std::map<std::string, std::vector<double>> angles;
+    for (const auto& [key, f] : fate) {
+      const PixelTruth& t = truth[key.first][key.second];
+      if (t.shape < 0) continue;
+      const std::string row = std::to_string(std::min(t.views, 5)) + " views";
+      angles[row].push_back(t.incidence);
+      near[row][2] += 1;
+    }
+    for (size_t k = 0; k < particles.size(); ++k) {
+      const PixelTruth& t = truth[particles[k].camera_index][particles[k].pixel_index];
+      if (t.shape < 0) continue;
+      const float3 q = particle_position(particles[k], offsets[k]);
+      const std::string row = std::to_string(std::min(t.views, 5)) + " views";
+      near[row][0] += 1;
+      near[row][1] += scene::length(scene::Vec3{q.x, q.y, q.z} - t.point) <= 0.005;
+    }
+    std::cout << "\nkept points near their own true point:\nviews     kept %  within 5 mm of own point %  median incidence\n";
+    for (auto& [row, a] : near) {
+      std::vector<double>& g = angles[row];
+      std::nth_element(g.begin(), g.begin() + g.size() / 2, g.end());
+      std::cout << std::left << std::setw(9) << row << std::right << std::setw(8) << 100.0 * a[0] / a[2] << std::setw(20)
+                << 100.0 * a[1] / std::max(1.0, a[0]) << std::setw(18) << g[g.size() / 2] << "\n";
+    }
+  }
+
+  // Pictures of the fates: per view, pixels seen by 1 or 2 views (and rods) coloured by their fate,
+  // the rest grey by fate.
+  const unsigned char colours[kFates][3] = {{128, 0, 128}, {255, 0, 255}, {0, 255, 255}, {0, 128, 128},
+                                            {255, 255, 0}, {255, 0, 0},   {0, 200, 0},   {0, 0, 255}};
+  for (int v = 0; v < n_keyframes; ++v) {
+    const int w = cameras[v].width, h = cameras[v].height;
+    std::vector<uint8_t> rgb(3 * w * h, 0);
+    for (const auto& [key, f] : fate) {
+      if (key.first != v) continue;
+      const PixelTruth& t = truth[v][key.second];
+      const bool few = t.views <= 2 || (t.shape >= 0 && world.shapes[t.shape].name.rfind("rod", 0) == 0);
+      for (int c = 0; c < 3; ++c)
+        rgb[3 * key.second + c] = few ? colours[f][c] : static_cast<uint8_t>(f >= kKept ? 90 : 40 + 10 * f);
+    }
+    const std::string path = output_directory + "/fates_" + std::to_string(v) + ".png";
+    png_io::write_png(path.c_str(), "few_views_stages", w, h, 3, rgb);
+  }
+
+  // Rows: kinds of surface, then the number of views that see the pixel's surface.
+  std::map<std::string, std::array<long, kFates>> rows;
+  for (const auto& [key, f] : fate) {
+    const PixelTruth& t = truth[key.first][key.second];
+    if (t.shape < 0) continue;
+    const std::string group = "a " + scene::surface_group(world.shapes[t.shape], t.point);
+    ++rows[group][f];
+    ++rows["b " + std::to_string(std::min(t.views, 5)) + (t.views >= 5 ? "+ views" : " views")][f];
+    ++rows["c all"][f];
+  }
+  std::cout << "\nwhere the input depth pixels go (share of each row's pixels, %):\n" << std::left << std::setw(16)
+            << "surface" << std::right << std::setw(9) << "pixels";
+  for (const char* name : kFateNames) std::cout << std::setw(10) << name;
+  std::cout << "\n" << std::fixed << std::setprecision(1);
+  for (const auto& [name, counts] : rows) {
+    long total = 0;
+    for (long c : counts) total += c;
+    std::cout << std::left << std::setw(16) << name.substr(2) << std::right << std::setw(9) << total;
+    for (long c : counts) std::cout << std::setw(10) << 100.0 * c / total;
+    std::cout << "\n";
+  }
+  return 0;
+}

@@ -1,0 +1,131 @@
+#include "src/seed/measured_planes.h"
+
+#include <algorithm>
+#include <cmath>
+#include <vector>
+
+#include <Eigen/Dense>
+
+#include "device/vector_math.h"
+#include "src/particles/particles_from_depthmap.h"
+
+namespace {
+
+// Ray coordinates of array pixels: the camera-frame point of pixel (x, y) at depth z is
+// z * (u(x), v(y), 1), with the pixel index mirrored as everywhere in the views.
+struct RayCoordinates {
+  float u(int x) const { return (static_cast<float>(width - 1 - x) - cx) * inv_fx; }
+  float v(int y) const { return (static_cast<float>(height - 1 - y) - cy) * inv_fy; }
+  int width, height;
+  float cx, cy, inv_fx, inv_fy;
+};
+
+struct Neighbour {
+  double du, dv, w, depth;  // ray coordinates relative to the pixel's, inverse depth, depth
+};
+
+struct Fit {
+  double a = 0, b = 0, c = 0;  // 1 / z = a du + b dv + c
+  bool ok = false;
+};
+
+// Weighted least squares of w = a du + b dv + c, with `ridge` added to the slopes' diagonal.
+Fit solve(const Neighbour* points, const double* weights, int count, double ridge) {
+  double suu = 0, suv = 0, svv = 0, su = 0, sv = 0, s = 0, suw = 0, svw = 0, sw = 0;
+  for (int k = 0; k < count; ++k) {
+    const Neighbour& p = points[k];
+    const double o = weights[k];
+    suu += o * p.du * p.du;
+    suv += o * p.du * p.dv;
+    svv += o * p.dv * p.dv;
+    su += o * p.du;
+    sv += o * p.dv;
+    s += o;
+    suw += o * p.du * p.w;
+    svw += o * p.dv * p.w;
+    sw += o * p.w;
+  }
+  Eigen::Matrix3d m;
+  m << suu + ridge * s, suv, su, suv, svv + ridge * s, sv, su, sv, s;
+  const double det = m.determinant();
+  if (!(std::fabs(det) > 0.0)) return {};
+  const Eigen::Vector3d x = m.inverse() * Eigen::Vector3d(suw, svw, sw);
+  Fit f;
+  f.a = x(0);
+  f.b = x(1);
+  f.c = x(2);
+  f.ok = std::isfinite(f.a) && std::isfinite(f.b) && f.c > 0.0;
+  return f;
+}
+
+}  // namespace
+
+void measured_planes(CMatrix<float>& depth, CMatrix<float3>& normal_map, const CMatrix<float>& measured,
+                     const Camera& camera, float footprints, int window, float min_depth, float max_depth) {
+  const int width = measured.xSize, height = measured.ySize;
+  depth.setSize(width, height);
+  normal_map.setSize(width, height);
+  const RayCoordinates ray{width, height, camera.K[6], camera.K[7], 1.0f / camera.K[0], 1.0f / camera.K[4]};
+  const float* R = camera.R;
+  // Turns a camera-frame direction into the world frame (R is stored by columns).
+  const auto to_world = [R](double x, double y, double z) {
+    return make_float3(static_cast<float>(R[0] * x + R[1] * y + R[2] * z),
+                       static_cast<float>(R[3] * x + R[4] * y + R[5] * z),
+                       static_cast<float>(R[6] * x + R[7] * y + R[8] * z));
+  };
+  // The slope preference: a thousandth of the spread of a window one pixel wide, enough to settle
+  // the slope across a line of points and too little to bend the fit where the window is lopsided
+  // (at the image border).
+  const double ridge = 1e-3 * static_cast<double>(ray.inv_fx) * static_cast<double>(ray.inv_fy);
+  const int span = 2 * window + 1;
+#pragma omp parallel
+  {
+    std::vector<Neighbour> points(static_cast<std::size_t>(span) * span);
+    std::vector<double> weights(points.size());
+#pragma omp for schedule(dynamic, 4)
+    for (int y = 0; y < height; ++y)
+      for (int x = 0; x < width; ++x) {
+        const float b = measured(x, y);
+        if (!usable_depth(b, min_depth, max_depth)) {
+          depth(x, y) = 0.0f;
+          normal_map(x, y) = make_float3(0.0f, 0.0f, 0.0f);
+          continue;
+        }
+        const double u0 = ray.u(x), v0 = ray.v(y);
+        const float tolerance = footprints * b * ray.inv_fx;
+        int count = 0;
+        for (int yy = std::max(0, y - window); yy <= std::min(height - 1, y + window); ++yy)
+          for (int xx = std::max(0, x - window); xx <= std::min(width - 1, x + window); ++xx) {
+            const float d = measured(xx, yy);
+            const int steps = std::max({std::abs(xx - x), std::abs(yy - y), 1});
+            if (usable_depth(d, min_depth, max_depth) && std::fabs(d - b) <= tolerance * static_cast<float>(steps))
+              points[count++] = {ray.u(xx) - u0, ray.v(yy) - v0, 1.0 / d, d};
+          }
+        Fit fit;
+        if (count >= 4) {
+          std::fill(weights.begin(), weights.begin() + count, 1.0);
+          for (int round = 0; round < 3; ++round) {
+            fit = solve(points.data(), weights.data(), count, ridge);
+            if (!fit.ok || round == 2) break;
+            for (int k = 0; k < count; ++k) {
+              const double predicted = fit.a * points[k].du + fit.b * points[k].dv + fit.c;
+              const double off = predicted > 0.0 ? std::fabs(1.0 / predicted - points[k].depth) : 1.0;
+              weights[k] = 1.0 / (off + 0.001);
+            }
+          }
+        }
+        const float plane_depth = fit.ok ? static_cast<float>(1.0 / fit.c) : 0.0f;
+        if (fit.ok && std::fabs(plane_depth - b) <= tolerance) {
+          // 1 / z = a' u + b' v + c' in absolute ray coordinates; the normal faces the camera.
+          const double a = fit.a, bb = fit.b, c = fit.c - fit.a * u0 - fit.b * v0;
+          const double norm = std::sqrt(a * a + bb * bb + c * c);
+          depth(x, y) = plane_depth;
+          normal_map(x, y) = to_world(-a / norm, -bb / norm, -c / norm);
+        } else {
+          const double norm = std::sqrt(u0 * u0 + v0 * v0 + 1.0);
+          depth(x, y) = b;
+          normal_map(x, y) = to_world(-u0 / norm, -v0 / norm, -1.0 / norm);
+        }
+      }
+  }
+}

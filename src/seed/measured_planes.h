@@ -1,0 +1,30 @@
+#pragma once
+
+#include "device/vector_types.h"
+#include "image/CMatrix.h"
+#include "src/core/camera.h"
+
+// Where the fine particles of a view start when few views see each surface: on a plane fitted to
+// each pixel's own measured neighbourhood, instead of on the superpixel scaffold.
+//
+// The plane is fitted to the measured points within `window` pixels of the pixel, those only
+// whose depth lies within `footprints` pixel footprints (at the pixel's own depth) per pixel of
+// distance of the pixel's own, so that a rod's pixels do not fit the background behind it nor the
+// background the rod, while a surface seen obliquely, whose depth changes by several footprints
+// from pixel to pixel, still gets its neighbours. It is fitted in inverse
+// depth, 1 / z = a u + b v + c over the pixel's ray coordinates u, v (a plane in space is linear
+// there), by least squares three times, with weights that fall with the distance from the
+// previous fit, so that a few wrong depths lose their pull. A slight preference for planes facing
+// the camera keeps the fit defined where the points lie on a line (a rod one pixel wide).
+//
+// depth gets the plane's depth at each pixel with a usable measured depth, 0 elsewhere; normal_map
+// the plane's world normal, turned towards the camera. Where fewer than 4 points are fitted, or
+// the plane's depth lies more than `footprints` footprints from the measurement, the measured depth
+// and the direction towards the camera stand. Both images get the size of `measured`.
+void measured_planes(CMatrix<float>& depth, CMatrix<float3>& normal_map, const CMatrix<float>& measured,
+                     const Camera& camera, float footprints, int window, float min_depth, float max_depth);
+
+// 7 x 7 pixels: the fit averages the depth noise of about 40 measurements and still follows a rod
+// one pixel wide. 5 footprints per pixel: surfaces seen at up to about 80 degrees to the ray.
+inline constexpr int kMeasuredPlaneWindow = 3;
+inline constexpr float kMeasuredPlaneFootprints = 5.0f;
