@@ -2,6 +2,7 @@
 
 #include <cmath>
 
+#include "tools/depth/local_texture.h"
 #include "tools/depth/slanted_window.h"
 
 namespace depth_tool {
@@ -12,8 +13,12 @@ struct Plane {
   bool valid = false;
 };
 
-bool empty_but_matchable(const CMatrix<float>& depth, const CMatrix<float>& texture, float min_texture, int x, int y) {
-  return !(depth(x, y) > 0) && texture(x, y) >= min_texture;
+// A pixel without a depth whose surroundings and whose own 3 x 3 pixels hold texture: a window
+// that straddles an edge to a flat region still matches by the textured side's pixels, so the
+// flat side's pixels next to the edge need the second test.
+bool empty_but_matchable(const CMatrix<float>& depth, const CMatrix<float>& texture, const CMatrix<float>& fine,
+                         float min_texture, int x, int y) {
+  return !(depth(x, y) > 0) && texture(x, y) >= min_texture && fine(x, y) >= min_texture;
 }
 
 // The mean window cost over the neighbours that see the whole window; false when none does.
@@ -38,6 +43,7 @@ long grow_on_slanted_windows(CMatrix<float>& depth, const Camera& reference,
   std::vector<WindowPair> pairs;
   for (const Camera* n : neighbours) pairs.push_back(window_pair(r, *n));
   const Grey ref = grey_of(reference.image);
+  const CMatrix<float> fine = local_texture(reference.image, 1);
   const int W = reference.width, H = reference.height, R = s.radius;
   const double w_low = 1.0 / s.far, w_high = 1.0 / s.near;
   long grown = 0;
@@ -55,7 +61,7 @@ long grow_on_slanted_windows(CMatrix<float>& depth, const Camera& reference,
         for (int dy = -1; dy <= 1 && !frontier; ++dy)
           for (int dx = -1; dx <= 1 && !frontier; ++dx) {
             const int u = x + dx, v = y + dy;
-            frontier = u >= 0 && v >= 0 && u < W && v < H && empty_but_matchable(input, texture, s.min_texture, u, v);
+            frontier = u >= 0 && v >= 0 && u < W && v < H && empty_but_matchable(input, texture, fine, s.min_texture, u, v);
           }
         if (frontier) q.valid = fit_plane(input, x, y, R, 2.0 * s.label_step, q.a, q.b, q.c);
       }
@@ -64,7 +70,7 @@ long grow_on_slanted_windows(CMatrix<float>& depth, const Camera& reference,
     for (int y = 0; y < H; ++y) {
       ReferenceWindow window;
       for (int x = 0; x < W; ++x) {
-        if (!empty_but_matchable(input, texture, s.min_texture, x, y)) continue;
+        if (!empty_but_matchable(input, texture, fine, s.min_texture, x, y)) continue;
         bool has_window = false, tried = false;
         double best_cost = 0, best_w = 0;
         for (int dy = -1; dy <= 1; ++dy)
