@@ -48,8 +48,13 @@ long grow_on_slanted_windows(CMatrix<float>& depth, const Camera& reference,
   const double w_low = 1.0 / s.far, w_high = 1.0 / s.near;
   long grown = 0;
   std::vector<Plane> planes(static_cast<std::size_t>(W) * H);
+  // The depths new since a pixel was last offered planes: all at first, then those grown last pass.
+  std::vector<unsigned char> fresh(planes.size());
+  for (std::size_t p = 0; p < fresh.size(); ++p) fresh[p] = depth.data[p] > 0;
   for (int pass = 0; pass < s.passes; ++pass) {
     const CMatrix<float> input = depth;
+    const std::vector<unsigned char> offered = fresh;
+    std::fill(fresh.begin(), fresh.end(), 0);
     // The planes of the depths next to an empty pixel that could take one.
 #pragma omp parallel for schedule(dynamic, 4)
     for (int y = 0; y < H; ++y)
@@ -71,6 +76,14 @@ long grow_on_slanted_windows(CMatrix<float>& depth, const Camera& reference,
       ReferenceWindow window;
       for (int x = 0; x < W; ++x) {
         if (!empty_but_matchable(input, texture, fine, s.min_texture, x, y)) continue;
+        // A pixel that took none of the planes offered before is offered them again only beside new depths.
+        bool beside_fresh = false;
+        for (int dy = -1; dy <= 1 && !beside_fresh; ++dy)
+          for (int dx = -1; dx <= 1 && !beside_fresh; ++dx) {
+            const int u = x + dx, v = y + dy;
+            beside_fresh = u >= 0 && v >= 0 && u < W && v < H && offered[static_cast<std::size_t>(v) * W + u];
+          }
+        if (!beside_fresh) continue;
         bool has_window = false, tried = false;
         double best_cost = 0, best_w = 0;
         for (int dy = -1; dy <= 1; ++dy)
@@ -93,6 +106,7 @@ long grow_on_slanted_windows(CMatrix<float>& depth, const Camera& reference,
           }
         if (best_w > 0 && 1.0 - best_cost >= s.min_score) {
           depth(x, y) = static_cast<float>(1.0 / best_w);
+          fresh[static_cast<std::size_t>(y) * W + x] = 1;
           ++grown_now;
         }
       }
