@@ -1,5 +1,6 @@
 #include "tools/depth/plane_growth.h"
 
+#include <algorithm>
 #include <cmath>
 
 #include "tools/depth/local_texture.h"
