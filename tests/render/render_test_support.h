@@ -138,13 +138,9 @@ struct Disk {
 inline ParticleSet disks(std::vector<Disk> const& list) {
   ParticleSet s;
   for (Disk const& d : list) {
-    Particle p{};
-    p.pos = d.p;
+    Particle p = cloud::particle(d.p, {0.0f, 0.0f, 1.0f}, 0, d.r);
     p.color = d.c;
-    p.radius = d.r;
-    s.particles.push_back(p);
-    s.offsets.push_back(0.0f);
-    s.normals.push_back(d.n);
+    s.add(p, 0.0f, d.n);
   }
   return s;
 }
