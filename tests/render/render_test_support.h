@@ -3,6 +3,8 @@
 // Shared pieces of the renderer suites: noise-free generated views as the program sees them,
 // hand-placed disks before a camera at the origin, and tests that free what they allocate.
 
+#include <gtest/gtest.h>
+
 #include <cmath>
 #include <map>
 #include <vector>
@@ -106,6 +108,21 @@ inline bool seen_well_by(const GeneratedView& source, const GeneratedView& targe
 
 // World size of one pixel at the true depth of (x, y).
 inline float footprint(const GeneratedView& v, int x, int y) { return v.depth(x, y) / v.camera.K[0]; }
+
+// Expects the depth image rendered into `target` within `tolerance` footprints of the truth wherever
+// `source` saw the target's surface well, on more than 500 pixels.
+inline void expect_true_depth_where_seen_well(const std::vector<float>& depth, const GeneratedView& source,
+                                              const GeneratedView& target, float tolerance) {
+  int checked = 0;
+  for (int y = 0; y < target.camera.height; ++y)
+    for (int x = 0; x < target.camera.width; ++x) {
+      if (!interior(target, x, y) || !seen_well_by(source, target, x, y)) continue;
+      ++checked;
+      ASSERT_NEAR(depth[y * target.camera.width + x], target.depth(x, y), tolerance * footprint(target, x, y))
+          << x << ", " << y;
+    }
+  EXPECT_GT(checked, 500);
+}
 
 using ParticleSet = cloud::ParticleSet;
 

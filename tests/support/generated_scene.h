@@ -28,8 +28,8 @@ inline scene::SceneOptions small_scene(const std::string& dir, int views = 8) {
   return options;
 }
 
-// Writes the scene its arrangement names (the sample scene on a ring by default) with `options` (out_dir included) and lists its first `views` view
-// files, all of them when `views` is 0.
+// Writes the scene its arrangement names (the sample scene on a ring by default) with `options`
+// (out_dir included) and lists its first `views` view files, all of them when `views` is 0.
 inline GeneratedScene generate_scene(const scene::SceneOptions& options, int views = 0) {
   GeneratedScene s;
   s.dir = options.out_dir;
