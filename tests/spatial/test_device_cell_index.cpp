@@ -163,7 +163,9 @@ TEST_F(DeviceHashMap, KeySetsGiveTheHostMapAndItsLookups) {
     std::vector<unsigned int> offsets;
     for (int a = 0; a < attempts; ++a) draw_hash_offsets(source, offsets);
     EXPECT_EQ(map.hash_offsets, offsets);
-    if (!set.keys.empty()) EXPECT_EQ(std::vector<unsigned int>(d_hash_offsets, d_hash_offsets + 64), offsets);
+    if (!set.keys.empty()) {
+      EXPECT_EQ(std::vector<unsigned int>(d_hash_offsets, d_hash_offsets + 64), offsets);
+    }
     EXPECT_EQ(d_hash_map_construction_error, 0u);
     for (size_t k = 0; k < set.keys.size(); ++k) {
       ASSERT_EQ(hash_map_find(map, set.keys[k]), 7 * k + 3) << set.keys[k];
