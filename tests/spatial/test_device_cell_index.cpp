@@ -162,8 +162,8 @@ TEST_F(DeviceHashMap, KeySetsGiveTheHostMapAndItsLookups) {
     HashOffsetSource source;
     std::vector<unsigned int> offsets;
     for (int a = 0; a < attempts; ++a) draw_hash_offsets(source, offsets);
-    EXPECT_EQ(map.hash_offsets, offsets);
     if (!set.keys.empty()) {
+      EXPECT_EQ(map.hash_offsets, offsets);
       EXPECT_EQ(std::vector<unsigned int>(d_hash_offsets, d_hash_offsets + 64), offsets);
     }
     EXPECT_EQ(d_hash_map_construction_error, 0u);
