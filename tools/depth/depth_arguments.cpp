@@ -40,7 +40,8 @@ std::string depth_usage() {
          "  --p2 X                penalty of a larger change in flat regions (default 1)\n"
          "  --p2-edge X           the same across strong colour edges (default 0.2)\n"
          "  --consistent K        keep a depth only where at least K other views' depth maps agree\n"
-         "                        (within one pixel and 1 % of the depth; default 2, 0 keeps all);\n"
+         "                        (within 0.0075 focal lengths and 1 % of the depth; default 2, 0\n"
+         "                        keeps all);\n"
          "                        the count goes to DIR/NAME without extension + \"_agreeing.png\",\n"
          "                        51 grey levels per agreeing view, white from 5 on\n"
          "  --help                print this text; --version prints the version\n"
@@ -49,8 +50,8 @@ std::string depth_usage() {
          "60 degrees and whose baseline sees the scene under at least 1 degree. A pixel keeps no depth\n"
          "where its image has too little texture, where the matching finds no distinct best depth or\n"
          "one at an end of the range, or where too few other views confirm it. Neighbours of another\n"
-         "exposure are brought to the view's own first, and depths are refined on windows that\n"
-         "follow the surface's slant.\n";
+         "exposure are brought to the view's own first, depths are refined on windows that follow\n"
+         "the surface's slant, and grow into undecided pixels where such a window still matches.\n";
 }
 
 DepthOptions parse_depth_arguments(const std::vector<std::string>& args) {

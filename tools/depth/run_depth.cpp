@@ -21,6 +21,7 @@
 #include "tools/depth/exposure_alignment.h"
 #include "tools/depth/local_texture.h"
 #include "tools/depth/neighbour_views.h"
+#include "tools/depth/plane_growth.h"
 #include "tools/depth/slanted_refinement.h"
 #include "tools/depth/view_geometry.h"
 
@@ -144,6 +145,16 @@ ViewDepth estimate_view(const DepthOptions& o, const std::vector<DepthView>& vie
       if (e.depth.data[p] > 0 && score.data[p] < o.min_score) e.depth.data[p] = 0, ++low;
     e.pixels_with_depth = st.refined - low;
     out << ", " << st.unmatched + low << " without a slanted window; slanted windows "
+        << std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count() << " s";
+  }
+  if (o.grow) {
+    GrowthSettings gs;
+    gs.min_texture = o.min_texture, gs.near = near, gs.far = far;
+    gs.label_step = (1.0f / near - 1.0f / far) / static_cast<float>(o.labels - 1);
+    const auto t0 = std::chrono::steady_clock::now();
+    const long grown = grow_on_slanted_windows(e.depth, cameras[i], neighbours, textures[i], gs);
+    e.pixels_with_depth += grown;
+    out << ", " << grown << " grown from neighbouring planes in "
         << std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count() << " s";
   }
   device::reset();

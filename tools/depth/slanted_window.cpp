@@ -1,0 +1,120 @@
+#include "tools/depth/slanted_window.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace depth_tool {
+
+Grey grey_of(const CMatrix<uchar4>& image) {
+  Grey g{image.xSize, image.ySize, std::vector<float>(image.size())};
+  for (std::size_t i = 0; i < image.size(); ++i) {
+    const uchar4 c = image.data[i];
+    g.v[i] = (static_cast<float>(c.x) + static_cast<float>(c.y) + static_cast<float>(c.z)) / 3.0f;
+  }
+  return g;
+}
+
+WindowPair window_pair(const ViewGeometry& r, const Camera& neighbour) {
+  const ViewGeometry o = view_geometry(neighbour);
+  WindowPair p;
+  for (int i = 0; i < 3; ++i)
+    for (int j = 0; j < 3; ++j) {
+      double s = 0;
+      for (int k = 0; k < 3; ++k) s += o.R[3 * i + k] * r.R[3 * j + k];  // R_o R_r^T
+      p.M[3 * i + j] = s;
+    }
+  for (int i = 0; i < 3; ++i)
+    p.m[i] = o.t[i] - (p.M[3 * i] * r.t[0] + p.M[3 * i + 1] * r.t[1] + p.M[3 * i + 2] * r.t[2]);
+  p.fx = o.fx, p.fy = o.fy, p.cx = o.cx, p.cy = o.cy, p.W = o.width, p.H = o.height;
+  p.grey = grey_of(neighbour.image);
+  return p;
+}
+
+bool reference_window(const Grey& ref, const ViewGeometry& r, int x, int y, int R, ReferenceWindow& w) {
+  if (x < R || y < R || x >= ref.W - R || y >= ref.H - R) return false;
+  const int side = 2 * R + 1, n = side * side;
+  w.x = x, w.y = y, w.radius = R, w.fx = r.fx, w.fy = r.fy;
+  // The camera-plane ray of a pixel is affine in it: r = (cx - x) / fx, (cy - y) / fy, 1.
+  w.rx0 = (r.cx - x) / r.fx, w.ry0 = (r.cy - y) / r.fy;
+  w.centred.resize(static_cast<std::size_t>(n));
+  double mean = 0;
+  for (int dy = -R, k = 0; dy <= R; ++dy)
+    for (int dx = -R; dx <= R; ++dx, ++k) mean += w.centred[k] = ref.at(x + dx, y + dy);
+  mean /= n;
+  w.norm = 0;
+  for (float& v : w.centred) v = static_cast<float>(v - mean), w.norm += static_cast<double>(v) * v;
+  return w.norm >= 1e-3 * n;
+}
+
+bool window_cost(const WindowPair& p, const ReferenceWindow& win, double a, double b, double c, double& cost) {
+  const int R = win.radius, n = (2 * R + 1) * (2 * R + 1);
+  double sum = 0, squares = 0, cross = 0;
+  for (int dy = -R, k = 0; dy <= R; ++dy)
+    for (int dx = -R; dx <= R; ++dx, ++k) {
+      const double w = a + b * dx + c * dy;
+      const double rx = win.rx0 - dx / win.fx, ry = win.ry0 - dy / win.fy;
+      const double qx = p.M[0] * rx + p.M[1] * ry + p.M[2] + p.m[0] * w;
+      const double qy = p.M[3] * rx + p.M[4] * ry + p.M[5] + p.m[1] * w;
+      const double qz = p.M[6] * rx + p.M[7] * ry + p.M[8] + p.m[2] * w;
+      if (!(qz > 0) || !(w > 0)) return false;
+      const double u = p.cx - p.fx * qx / qz, v = p.cy - p.fy * qy / qz;
+      if (!(u >= 0 && v >= 0 && u <= p.W - 1 && v <= p.H - 1)) return false;
+      const float g = p.grey.sample(static_cast<float>(u), static_cast<float>(v));
+      sum += g, squares += static_cast<double>(g) * g, cross += static_cast<double>(win.centred[k]) * g;
+    }
+  const double var = squares - sum * sum / n;
+  cost = var > 1e-6 ? 1.0 - cross / std::sqrt(var * win.norm) : 1.0;
+  return true;
+}
+
+bool fit_plane(const CMatrix<float>& depth, int x, int y, int radius, double tolerance, double& a, double& b,
+               double& c) {
+  struct Sample {
+    double dx, dy, w;
+  };
+  std::vector<Sample> samples;
+  for (int dy = -radius; dy <= radius; ++dy)
+    for (int dx = -radius; dx <= radius; ++dx) {
+      const int u = x + dx, v = y + dy;
+      if (u >= 0 && v >= 0 && u < depth.xSize && v < depth.ySize && depth(u, v) > 0)
+        samples.push_back({static_cast<double>(dx), static_cast<double>(dy), 1.0 / depth(u, v)});
+    }
+  std::vector<char> use(samples.size(), 1);
+  for (int round = 0; round < 2; ++round) {
+    double n = 0, sx = 0, sy = 0, sw = 0, sxx = 0, syy = 0, sxy = 0, sxw = 0, syw = 0;
+    for (std::size_t i = 0; i < samples.size(); ++i) {
+      if (!use[i]) continue;
+      const Sample& q = samples[i];
+      n += 1, sx += q.dx, sy += q.dy, sw += q.w, sxx += q.dx * q.dx, syy += q.dy * q.dy, sxy += q.dx * q.dy,
+          sxw += q.dx * q.w, syw += q.dy * q.w;
+    }
+    if (n < 6) return round == 1 && a > 0;  // too few left: the first fit stands
+    // Normal equations of the 3 x 3 least-squares problem, solved by Cramer's rule.
+    const double A[9] = {n, sx, sy, sx, sxx, sxy, sy, sxy, syy}, B[3] = {sw, sxw, syw};
+    const auto det3 = [](const double* m) {
+      return m[0] * (m[4] * m[8] - m[5] * m[7]) - m[1] * (m[3] * m[8] - m[5] * m[6]) +
+             m[2] * (m[3] * m[7] - m[4] * m[6]);
+    };
+    const double d = det3(A);
+    if (std::fabs(d) < 1e-9) return round == 1 && a > 0;
+    double s[3];
+    for (int k = 0; k < 3; ++k) {
+      double Ak[9];
+      std::copy(A, A + 9, Ak);
+      for (int r = 0; r < 3; ++r) Ak[3 * r + k] = B[r];
+      s[k] = det3(Ak) / d;
+    }
+    a = s[0], b = s[1], c = s[2];
+    if (round == 1) break;
+    std::vector<double> off(samples.size());
+    for (std::size_t i = 0; i < samples.size(); ++i)
+      off[i] = std::fabs(samples[i].w - (a + b * samples[i].dx + c * samples[i].dy));
+    std::vector<double> sorted = off;
+    std::nth_element(sorted.begin(), sorted.begin() + static_cast<long>(sorted.size() / 2), sorted.end());
+    const double limit = std::max(3.0 * sorted[sorted.size() / 2], tolerance);
+    for (std::size_t i = 0; i < samples.size(); ++i) use[i] = off[i] <= limit;
+  }
+  return a > 0;
+}
+
+}  // namespace depth_tool
