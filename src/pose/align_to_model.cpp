@@ -136,7 +136,7 @@ std::vector<int> align_camera_to_model(Camera& camera, Points const& model, CMat
                                        ModelAlignment const& o) {
   check(camera, measured_depth, o);
   // An image lower than the coarsest level is aligned at its own size alone.
-  const int levels = std::max(0, pyramid_levels(camera.height, o.min_height, o.pyramid_factor));
+  const int levels = o.full_size_only ? 0 : std::max(0, pyramid_levels(camera.height, o.min_height, o.pyramid_factor));
   CameraWork c = start_camera(camera, measured_depth);
   std::vector<int> rounds;
   for (int L = levels; L >= 0; --L) {

@@ -21,6 +21,9 @@ struct ModelAlignment {
   int steps_per_round = 3;  // Gauss-Newton steps between renderings
   int max_rounds = 20;      // renderings per level at most
   int max_full_rounds = 20; // renderings at the image's own size at most
+  // Align at the image's own size alone: for a camera that is already within a pixel or so, which
+  // the coarse levels cannot improve on.
+  bool full_size_only = false;
   // A level ends when a round moves the image by less than this many of the level's pixels, for a
   // scene at scene_depth (world units).
   float converged_pixels = 0.05f;
