@@ -1,5 +1,6 @@
 // quillara-evaluate: measures a model, or depth maps, made from a generated scene against the true
 // surfaces.
+#include <cstdio>
 #include <iostream>
 #include <string>
 #include <vector>
@@ -14,7 +15,7 @@
 namespace {
 
 const char* const kUsage =
-    "Usage: quillara-evaluate SCENE_DIR MODEL.ply [--within MM[,MM...]] [--breakdown]\n"
+    "Usage: quillara-evaluate SCENE_DIR MODEL.ply [--within MM[,MM...]] [--breakdown] [--rig DIR]\n"
     "       quillara-evaluate SCENE_DIR --depth-maps DIR   (DIR holding view_NN.txt)\n"
     "       quillara-evaluate SCENE_DIR --poses DIR        (DIR holding view_NN.txt)\n"
     "       quillara-evaluate SCENE_DIR MODEL.ply --against OTHER.ply\n"
@@ -26,6 +27,9 @@ const char* const kUsage =
     "               pixel footprint (tiled against untiled runs, say)\n"
     "  --breakdown  completeness per kind of surface and by the number of views that see the\n"
     "               surface, at those distances (default one and two pixel footprints), and F-scores\n"
+    "  --rig        first move the model by the rigid motion that brings the camera centres of the\n"
+    "               view files DIR/view_NN.txt it was made with closest to the true ones: what is\n"
+    "               left is the model's own error, without the error all its cameras share\n"
     "  --help       print this text; --version prints the version\n";
 
 // "2,5" in millimetres to distances in length units.
@@ -43,21 +47,22 @@ std::vector<double> millimetres(const cli::OptionValue& v) {
 
 void evaluate(const std::vector<std::string>& args) {
   std::vector<double> distances;
-  std::string depth_dir, poses_dir, other;
+  std::string depth_dir, poses_dir, other, rig_dir;
   bool breakdown = false;
   const cli::CommandLine line =
       cli::parse_command_line(args, {{"--within", "", [&](const cli::OptionValue& v) { distances = millimetres(v); }},
                                      {"--depth-maps", "", cli::store_text(depth_dir, "a folder")},
                                      {"--poses", "", cli::store_text(poses_dir, "a folder")},
                                      {"--against", "", cli::store_text(other, "a model file")},
+                                     {"--rig", "", cli::store_text(rig_dir, "a folder")},
                                      {"--breakdown", "", [&](const cli::OptionValue&) { breakdown = true; }, true}});
   const bool reads_model = depth_dir.empty() && poses_dir.empty();
   const bool measures_model = !distances.empty() || breakdown;
   const int modes = !depth_dir.empty() + !poses_dir.empty() + !other.empty() + measures_model;
-  if (line.words.size() != (reads_model ? 2u : 1u) || modes > 1)
+  if (line.words.size() != (reads_model ? 2u : 1u) || modes > 1 || (!rig_dir.empty() && (!reads_model || !other.empty())))
     throw cli::UsageError(
-        "expected SCENE_DIR MODEL.ply [--within MM[,MM...]] [--breakdown], SCENE_DIR MODEL.ply --against OTHER.ply, "
-        "SCENE_DIR --depth-maps DIR or SCENE_DIR --poses DIR");
+        "expected SCENE_DIR MODEL.ply [--within MM[,MM...]] [--breakdown] [--rig DIR], SCENE_DIR MODEL.ply --against "
+        "OTHER.ply, SCENE_DIR --depth-maps DIR or SCENE_DIR --poses DIR");
   if (!poses_dir.empty()) {
     std::cout << scene::format_pose_truth(scene::compare_poses_with_truth(line.words[0], poses_dir));
     return;
@@ -71,7 +76,16 @@ void evaluate(const std::vector<std::string>& args) {
     std::cout << scene::format_depth_truth(scene::compare_with_truth(line.words[0], depth_dir));
     return;
   }
-  const std::vector<scene::ModelPoint> model = scene::read_model_ply(line.words[1]);
+  std::vector<scene::ModelPoint> model = scene::read_model_ply(line.words[1]);
+  if (!rig_dir.empty()) {
+    const scene::RigMotion rig = scene::rig_motion_onto_truth(line.words[0], rig_dir);
+    scene::move_model(model, rig);
+    char line_text[160];
+    std::snprintf(line_text, sizeof line_text,
+                  "rig: the model moved by the best rigid motion of its cameras onto the true ones: %.4f degrees, %.2f mm\n",
+                  rig.size.degrees, 1000 * rig.size.centre);
+    std::cout << line_text;
+  }
   const scene::Evaluation e = scene::evaluate_model(line.words[0], model, distances);
   std::cout << scene::format_evaluation(e);
   if (!breakdown) return;

@@ -60,8 +60,10 @@ const option::Descriptor usage[] = {
      "diffuse_green, diffuse_blue) or standard (red, green, blue, which common point-cloud readers expect). "
      "Default is diffuse"},
     {IMPROVE_CAMERAS, 0, "", "improve-cameras", None,
-     "      --improve-cameras \tAlign every camera to the model and refine the depth maps by photo-consistency, "
-     "in three passes, and write the refined views to DIR/views/. Needs the device BLAS."},
+     "      --improve-cameras \tCorrect the turn and position of every camera against the images and measured "
+     "depth maps of the other views, in three passes, each followed by the model made anew from the measured "
+     "depth maps; the rig stays where the given poses put it. Writes the refined views to DIR/views/. Needs "
+     "the device BLAS."},
     {BACKFACE_TEST, 0, "", "backface-test", None,
      "      --backface-test \tRemove points that show their back to a view, before each support filter of the "
      "fine model, and write the model before and after the second removal."},

@@ -17,10 +17,13 @@
 // Closes a pass: forms the name of the pass's model, which is not written, and counts the pass.
 void close_pass(int& pass);
 
+// The model step of a pass: first is true in the first pass; before holds the poses the cameras
+// had before the pass's pose step.
+using ModelStep = std::function<void(bool first, const std::vector<Camera>& before)>;
+
 // The schedule that follows the first filter step: three passes of pose step and model_step, each
 // closed by close_pass, with the time of each step printed. depthmaps are the measured maps; they
 // stay as they are. Throws ImprovementError, naming the pass, when a pass cannot go on.
 void run_improvement_passes(std::vector<Particle>& particles, std::vector<float>& offsets,
                             std::vector<float3>& normals, const std::vector<Camera*>& cameras,
-                            const std::vector<CMatrix<float>>& depthmaps, const std::function<void()>& model_step,
-                            int& pass);
+                            const std::vector<CMatrix<float>>& depthmaps, const ModelStep& model_step, int& pass);

@@ -21,6 +21,7 @@
 #include "src/core/settings.h"
 #include "src/core/viewer_hooks.h"
 #include "src/improve/view_neighbours.h"
+#include "src/improve/view_particles.h"
 #include "src/pose/pose_device.h"
 #include "src/filter/filter_particles.h"
 #include "src/io/model_output.h"
@@ -115,14 +116,17 @@ void run(int argc, char* argv[]) {
   // Superpixel-level model: one particle per superpixel, placed with the poses as they stand,
   // filtered on the union of all views.
   const auto superpixel_model = [&] {
+    sp_particles.clear();
+    sp_offsets.clear();
+    sp_normals.clear();
     for (int i = 0; i < n_keyframes; ++i)
       create_particles_from_superpixels(sp_particles, sp_offsets, sp_normals, superpixels[i], CMatrix<float>(),
                                         CMatrix<float3>(), depthmaps[i], *camera_ptrs[i]);
     filter_stage(sp_particles, sp_offsets, sp_normals, stages.superpixel_filter);
     support_filter(sp_particles, sp_offsets, sp_normals, camera_ptrs, stages.superpixel_support);
   };
-  // Fine model: one particle per pixel, on the scaffold (which goes) or on the measured planes,
-  // then filtered.
+  // Fine model: one particle per pixel, on the scaffold (which stays, for the improvement passes)
+  // or on the measured planes, then filtered.
   const float backface_tolerance = stages.radii.pixel;
   const auto fine_model = [&] {
     particles.clear();
@@ -138,9 +142,6 @@ void run(int argc, char* argv[]) {
         create_particles_from_depthmap(particles, offsets, normals, depth, normal_map, depthmaps[i], cam.image, cam,
                                        depth_range_min, depth_range_max);
       }
-      sp_particles.clear();
-      sp_offsets.clear();
-      sp_normals.clear();
     } else {
       start_on_measured_planes(particles, offsets, normals, camera_ptrs, depthmaps);
     }
@@ -163,11 +164,14 @@ void run(int argc, char* argv[]) {
   fine_model();
   int pass = 0;
   if (improve_cameras) {
-    // Camera alignment, and the model made anew from the measured depth maps with the new poses,
-    // three times.
+    // Camera alignment, and the model made anew from the measured depth maps with the new poses.
+    // The scaffold is made anew once, after the first pose step, which corrects the poses the most;
+    // later passes carry it along with its cameras, since the fine particles of a view start from
+    // that view's own scaffold alone and the scaffold costs most of a model.
     run_improvement_passes(particles, offsets, normals, camera_ptrs, depthmaps,
-                           [&] {
-                             if (scaffold) superpixel_model();
+                           [&](bool first, const std::vector<Camera>& before) {
+                             if (scaffold && first) superpixel_model();
+                             if (scaffold && !first) move_particles_with_cameras(sp_particles, sp_normals, before, camera_ptrs);
                              fine_model();
                            },
                            pass);

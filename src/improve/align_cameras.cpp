@@ -38,10 +38,13 @@ double rig_shift(std::vector<Camera> const& before, std::vector<Camera*> const& 
   return std::sqrt(d[0] * d[0] + d[1] * d[1] + d[2] * d[2]);
 }
 
-// Step 1: each camera against the model of the others, as the model stands.
-void align_to_other_views(std::vector<Particle> const& particles, std::vector<float> const& offsets,
-                          std::vector<float3> const& normals, std::vector<Camera*> const& cameras,
-                          std::vector<CMatrix<float>> const& measured_depthmaps, ModelAlignment const& options) {
+// Step 1: each camera against the model of the others, as the model stands. Returns per camera the
+// rounds run at each level, as "coarsest/.../finest".
+std::vector<std::string> align_to_other_views(std::vector<Particle> const& particles, std::vector<float> const& offsets,
+                                              std::vector<float3> const& normals, std::vector<Camera*> const& cameras,
+                                              std::vector<CMatrix<float>> const& measured_depthmaps,
+                                              ModelAlignment const& options) {
+  std::vector<std::string> rounds(cameras.size());
   for (std::size_t i = 0; i < cameras.size(); ++i) {
     Camera& camera = *cameras[i];
     Points model = points_without_view(particles, offsets, normals, camera.index);
@@ -49,7 +52,8 @@ void align_to_other_views(std::vector<Particle> const& particles, std::vector<fl
       throw ImprovementError("camera pose: view " + std::to_string(i) + " has no model of other views to align to");
     ketra::timer::start("camera pose");
     try {
-      align_camera_to_model(camera, model, measured_depthmaps[i], options);
+      for (int r : align_camera_to_model(camera, model, measured_depthmaps[i], options))
+        rounds[i] += (rounds[i].empty() ? "" : "/") + std::to_string(r);
     } catch (const std::runtime_error& e) {
       freePoints(model);
       throw ImprovementError(e.what());
@@ -57,6 +61,7 @@ void align_to_other_views(std::vector<Particle> const& particles, std::vector<fl
     ketra::timer::stop("camera pose");
     freePoints(model);
   }
+  return rounds;
 }
 
 // The views nearest to camera i by the angle of their optical axes, within 60 degrees, at most
@@ -94,9 +99,9 @@ void align_cameras(std::vector<Particle>& particles, std::vector<float> const& o
                    std::vector<Camera*> const& cameras, std::vector<CMatrix<float>> const& measured_depthmaps,
                    std::vector<Camera> const& given, RigAlignment const& options) {
   const std::vector<Camera> start = copies(cameras);
-  align_to_other_views(particles, offsets, normals, cameras, measured_depthmaps, options.model);
-  for (std::size_t i = 0; i < cameras.size(); ++i)
-    move_particles_of_view(particles, normals, cameras[i]->index, start[i], *cameras[i]);
+  const std::vector<std::string> rounds =
+      align_to_other_views(particles, offsets, normals, cameras, measured_depthmaps, options.model);
+  move_particles_with_cameras(particles, normals, start, cameras);
 
   const std::vector<Camera> aligned = copies(cameras);
   try {
@@ -109,12 +114,12 @@ void align_cameras(std::vector<Particle>& particles, std::vector<float> const& o
   const std::vector<Camera> before_rig = copies(cameras);
   const WorldMotion back = best_world_motion(before_rig, given, options.lever);
   for (Camera* camera : cameras) move_with_world(*camera, back);
-  for (std::size_t i = 0; i < cameras.size(); ++i)
-    move_particles_of_view(particles, normals, cameras[i]->index, aligned[i], *cameras[i]);
+  move_particles_with_cameras(particles, normals, aligned, cameras);
 
   for (std::size_t i = 0; i < cameras.size(); ++i)
     std::cout << " camera pose, view " << i << ": turned by " << turn_degrees(start[i], *cameras[i])
-              << " degrees, moved by " << centre_distance(start[i], *cameras[i]) << std::endl;
+              << " degrees, moved by " << centre_distance(start[i], *cameras[i]) << ", rounds " << rounds[i]
+              << " (coarse to fine)" << std::endl;
   std::cout << " camera pose, all views: the joint step turned by up to " << together.first << " degrees and moved by up to "
             << together.second << "; the rig was moved back by " << rig_shift(before_rig, cameras) << " and turned back by "
             << turn_degrees(before_rig[0], *cameras[0]) << " degrees" << std::endl;

@@ -56,6 +56,12 @@ void move_particles_of_view(std::vector<Particle>& particles, std::vector<float3
   }
 }
 
+void move_particles_with_cameras(std::vector<Particle>& particles, std::vector<float3>& normals,
+                                 std::vector<Camera> const& before, std::vector<Camera*> const& cameras) {
+  for (std::size_t i = 0; i < cameras.size(); ++i)
+    move_particles_of_view(particles, normals, cameras[i]->index, before[i], *cameras[i]);
+}
+
 void free_points_if_any(Points& points) {
   if (points.positions.data != nullptr) freePoints(points);
 }

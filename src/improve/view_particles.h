@@ -23,5 +23,10 @@ Points measured_points_of_view(std::vector<Particle> const& particles, std::vect
 void move_particles_of_view(std::vector<Particle>& particles, std::vector<float3>& normals, int view,
                             Camera const& before, Camera const& after);
 
+// Carries the particles of every view along with its camera, from the poses `before` (one per
+// camera, in the order of `cameras`) to the cameras as they stand.
+void move_particles_with_cameras(std::vector<Particle>& particles, std::vector<float3>& normals,
+                                 std::vector<Camera> const& before, std::vector<Camera*> const& cameras);
+
 // Frees points unless they are empty.
 void free_points_if_any(Points& points);

@@ -26,7 +26,7 @@ void check(Camera const& camera, CMatrix<float> const& measured_depth, ModelAlig
   if (measured_depth.xSize != camera.width || measured_depth.ySize != camera.height)
     fail(camera, "its depth map does not have its size");
   if (!(o.pyramid_factor > 0.0f && o.pyramid_factor < 1.0f) || o.min_height < 1 || o.steps_per_round < 1 ||
-      o.max_rounds < 1)
+      o.max_rounds < 1 || o.max_full_rounds < 1)
     fail(camera, "the pyramid or the round counts are out of range");
   if (cublas.cublasCreate_v2 == nullptr || cublas.cublasSgemm_v2 == nullptr || cublas.cublasSgemv_v2 == nullptr ||
       cublas.cublasDestroy_v2 == nullptr)
@@ -91,9 +91,12 @@ NormalEquations equations(LevelWork& work, MeasuredDepth const& measured, Projec
   return e;
 }
 
-void align_level(Camera& camera, LevelWork& work, MeasuredDepth const& measured, Points const& model,
-                 ModelAlignment const& o, blasHandle_t blas) {
-  for (int round = 0; round < o.max_rounds; ++round) {
+// Returns the number of rounds run.
+int align_level(Camera& camera, LevelWork& work, MeasuredDepth const& measured, Points const& model,
+                ModelAlignment const& o, int max_rounds, blasHandle_t blas) {
+  int round = 0;
+  while (round < max_rounds) {
+    ++round;
     const Projection level = level_projection(camera, work);
     render_points_blended(work.arrays.rendered, work.depth_sum, level, model, o.blend_radii);
     RigidMotion m;
@@ -102,6 +105,7 @@ void align_level(Camera& camera, LevelWork& work, MeasuredDepth const& measured,
     apply_rigid_motion(camera, m);
     if (negligible(m, level.fx, o.scene_depth, o.converged_pixels)) break;
   }
+  return round;
 }
 
 // What the alignment of a camera holds for the whole of its run: the BLAS handle, its image and
@@ -128,18 +132,20 @@ void end_camera(CameraWork& c) {
 
 }  // namespace
 
-void align_camera_to_model(Camera& camera, Points const& model, CMatrix<float> const& measured_depth,
-                           ModelAlignment const& o) {
+std::vector<int> align_camera_to_model(Camera& camera, Points const& model, CMatrix<float> const& measured_depth,
+                                       ModelAlignment const& o) {
   check(camera, measured_depth, o);
   // An image lower than the coarsest level is aligned at its own size alone.
-  const int levels = std::max(0, pyramid_levels(camera.height, o.min_height, o.pyramid_factor));
+  const int levels = o.full_size_only ? 0 : std::max(0, pyramid_levels(camera.height, o.min_height, o.pyramid_factor));
   CameraWork c = start_camera(camera, measured_depth);
+  std::vector<int> rounds;
   for (int L = levels; L >= 0; --L) {
     LevelWork work = allocate_work(c.image, pyramid_level(camera.width, camera.height, o.pyramid_factor, L));
-    align_level(camera, work, c.measured, model, o, c.blas);
+    rounds.push_back(align_level(camera, work, c.measured, model, o, L == 0 ? o.max_full_rounds : o.max_rounds, c.blas));
     free_work(work);
   }
   end_camera(c);
+  return rounds;
 }
 
 std::vector<NormalEquations> alignment_equations(Camera const& camera, std::vector<Points const*> const& models,

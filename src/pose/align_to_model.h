@@ -20,6 +20,10 @@ struct ModelAlignment {
   float depth_threshold = 4.0f;
   int steps_per_round = 3;  // Gauss-Newton steps between renderings
   int max_rounds = 20;      // renderings per level at most
+  int max_full_rounds = 20; // renderings at the image's own size at most
+  // Align at the image's own size alone: for a camera that is already within a pixel or so, which
+  // the coarse levels cannot improve on.
+  bool full_size_only = false;
   // A level ends when a round moves the image by less than this many of the level's pixels, for a
   // scene at scene_depth (world units).
   float converged_pixels = 0.05f;
@@ -32,9 +36,10 @@ struct ModelAlignment {
 // Gauss-Newton over a coarse-to-fine pyramid with the model re-rendered from the current pose
 // between rounds. The model should not hold the camera's own particles: they would agree with it
 // wherever it stands. measured_depth has the camera's size; 0 marks a pixel without depth. Needs
-// the device BLAS loaded. Throws std::runtime_error naming the camera on bad arguments.
-void align_camera_to_model(Camera& camera, Points const& model, CMatrix<float> const& measured_depth,
-                           ModelAlignment const& options);
+// the device BLAS loaded. Returns the rounds run at each level, coarsest first. Throws
+// std::runtime_error naming the camera on bad arguments.
+std::vector<int> align_camera_to_model(Camera& camera, Points const& model, CMatrix<float> const& measured_depth,
+                                       ModelAlignment const& options);
 
 // The normal equations that a Gauss-Newton step of that alignment would solve at the camera's
 // current pose, at full size, for each of the models in turn: H = J^T J and g = -J^T r in the

@@ -65,15 +65,28 @@ double median(std::vector<double> v) {
   return v.empty() ? 0.0 : v.size() % 2 ? v[v.size() / 2] : 0.5 * (v[v.size() / 2 - 1] + v[v.size() / 2]);
 }
 
-}  // namespace
-
-PoseTruthFigures compare_poses_with_truth(const std::string& scene_dir, const std::string& poses_dir) {
-  std::vector<Pose> truth, estimate;
+// The true poses of the scene and the poses of the view files in poses_dir, view by view.
+void read_poses(const std::string& scene_dir, const std::string& poses_dir, std::vector<Pose>& truth,
+                std::vector<Pose>& estimate) {
   for (int i = 0; std::filesystem::exists(scene_dir + "/" + true_view_file_name(i)); ++i) {
     truth.push_back(read_pose(scene_dir + "/" + true_view_file_name(i)));
     estimate.push_back(read_pose(poses_dir + "/" + view_file_name(i)));
   }
   if (truth.empty()) throw std::runtime_error(scene_dir + " has no true poses (true_view_00.txt)");
+}
+
+// The angle of Q and how far x -> Q x + s moves the mean of the estimated centres.
+PoseError motion_size(const std::vector<Pose>& estimate, const Eigen::Matrix3d& Q, const Eigen::Vector3d& s) {
+  Eigen::Vector3d mean = Eigen::Vector3d::Zero();
+  for (const Pose& p : estimate) mean += p.centre / static_cast<double>(estimate.size());
+  return {angle_degrees(Q, Eigen::Matrix3d::Identity()), (Q * mean + s - mean).norm()};
+}
+
+}  // namespace
+
+PoseTruthFigures compare_poses_with_truth(const std::string& scene_dir, const std::string& poses_dir) {
+  std::vector<Pose> truth, estimate;
+  read_poses(scene_dir, poses_dir, truth, estimate);
   PoseTruthFigures f;
   const ViewFile first = read_view_file(scene_dir + "/" + true_view_file_name(0));
   std::ifstream average(scene_dir + "/average_depth.txt");
@@ -84,9 +97,7 @@ PoseTruthFigures compare_poses_with_truth(const std::string& scene_dir, const st
   Eigen::Matrix3d Q;
   Eigen::Vector3d s;
   best_rigid_motion(estimate, truth, Q, s);
-  Eigen::Vector3d mean = Eigen::Vector3d::Zero();
-  for (const Pose& p : estimate) mean += p.centre / static_cast<double>(estimate.size());
-  f.rig = {angle_degrees(Q, Eigen::Matrix3d::Identity()), (Q * mean + s - mean).norm()};
+  f.rig = motion_size(estimate, Q, s);
   for (size_t i = 0; i < truth.size(); ++i) {
     f.absolute.push_back(error(estimate[i], truth[i]));
     // World points move by Q, s: the camera keeps its view of them with R Q^T.
@@ -120,6 +131,27 @@ std::string format_pose_truth(const PoseTruthFigures& f) {
                 f.rig.degrees, 1000 * f.rig.centre);
   out += line;
   return out;
+}
+
+RigMotion rig_motion_onto_truth(const std::string& scene_dir, const std::string& poses_dir) {
+  std::vector<Pose> truth, estimate;
+  read_poses(scene_dir, poses_dir, truth, estimate);
+  Eigen::Matrix3d Q;
+  Eigen::Vector3d s;
+  best_rigid_motion(estimate, truth, Q, s);
+  RigMotion m;
+  for (int r = 0; r < 3; ++r)
+    for (int c = 0; c < 3; ++c) m.Q.m[3 * r + c] = Q(r, c);
+  m.s = {s.x(), s.y(), s.z()};
+  m.size = motion_size(estimate, Q, s);
+  return m;
+}
+
+void move_model(std::vector<ModelPoint>& model, const RigMotion& motion) {
+  for (ModelPoint& p : model) {
+    p.point = motion.Q * p.point + motion.s;
+    p.normal = motion.Q * p.normal;
+  }
 }
 
 }  // namespace scene

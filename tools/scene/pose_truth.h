@@ -3,6 +3,9 @@
 #include <string>
 #include <vector>
 
+#include "tools/scene/model_file.h"
+#include "tools/scene/vec3.h"
+
 namespace scene {
 
 // The pose error of one view file against the true pose of its view.
@@ -28,5 +31,18 @@ PoseTruthFigures compare_poses_with_truth(const std::string& scene_dir, const st
 
 // One line per view and the medians, centres in millimetres and in footprints.
 std::string format_pose_truth(const PoseTruthFigures& f);
+
+// The one rigid motion x -> Q x + s of the world that brings the camera centres of POSES_DIR's view
+// files closest to the true ones (that of PoseTruthFigures::rig). Moving a model made with those
+// poses by it takes away the error that all its cameras share, which no image can show.
+struct RigMotion {
+  Mat3 Q;
+  Vec3 s;
+  PoseError size;  // its angle, and how far it moves the mean camera centre
+};
+RigMotion rig_motion_onto_truth(const std::string& scene_dir, const std::string& poses_dir);
+
+// Moves the model's points and turns their normals by the motion.
+void move_model(std::vector<ModelPoint>& model, const RigMotion& motion);
 
 }  // namespace scene
