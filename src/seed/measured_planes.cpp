@@ -58,10 +58,68 @@ Fit solve(const Neighbour* points, const double* weights, int count, double ridg
   return f;
 }
 
+// Depth of a pixel's neighbour against the plane, as a distance along its ray.
+double depth_residual(const Fit& fit, const Neighbour& p) {
+  const double predicted = fit.a * p.du + fit.b * p.dv + fit.c;
+  return predicted > 0.0 ? std::fabs(1.0 / predicted - p.depth) : 1.0;
+}
+
+// The measured points within `half` pixels of (x, y) whose depths lie within `tolerance` per pixel
+// of distance of the pixel's own, in ray coordinates relative to the pixel's.
+int gather(const CMatrix<float>& measured, const RayCoordinates& ray, int x, int y, int half, float tolerance,
+           float min_depth, float max_depth, std::vector<Neighbour>& points) {
+  const float b = measured(x, y);
+  const double u0 = ray.u(x), v0 = ray.v(y);
+  int count = 0;
+  for (int yy = std::max(0, y - half); yy <= std::min(measured.ySize - 1, y + half); ++yy)
+    for (int xx = std::max(0, x - half); xx <= std::min(measured.xSize - 1, x + half); ++xx) {
+      const float d = measured(xx, yy);
+      const int steps = std::max({std::abs(xx - x), std::abs(yy - y), 1});
+      if (usable_depth(d, min_depth, max_depth) && std::fabs(d - b) <= tolerance * static_cast<float>(steps))
+        points[count++] = {ray.u(xx) - u0, ray.v(yy) - v0, 1.0 / d, d};
+    }
+  return count;
+}
+
+// Three rounds of least squares, with weights that fall with the distance from the previous fit.
+Fit robust_fit(const std::vector<Neighbour>& points, std::vector<double>& weights, int count, double ridge) {
+  Fit fit;
+  if (count < 4) return fit;
+  std::fill(weights.begin(), weights.begin() + count, 1.0);
+  for (int round = 0; round < 3; ++round) {
+    fit = solve(points.data(), weights.data(), count, ridge);
+    if (!fit.ok || round == 2) break;
+    for (int k = 0; k < count; ++k) weights[k] = 1.0 / (depth_residual(fit, points[k]) + 0.001);
+  }
+  return fit;
+}
+
+// The robust spread of the measured depths about the plane (a standard deviation from their median
+// distance), at least the depth maps' step of a thousandth.
+double depth_spread(const Fit& fit, const std::vector<Neighbour>& points, std::vector<double>& residuals,
+                    int count) {
+  for (int k = 0; k < count; ++k) residuals[k] = depth_residual(fit, points[k]);
+  std::nth_element(residuals.begin(), residuals.begin() + count / 2, residuals.begin() + count);
+  return std::max(1.4826 * residuals[count / 2], 0.001);
+}
+
+// One round of biweights about `fit` at the spread `spread` of single depths: points within it keep
+// nearly full weight, points more than 4.685 spreads off none.
+Fit biweight_fit(const Fit& fit, const std::vector<Neighbour>& points, std::vector<double>& weights, int count,
+                 double spread, double ridge) {
+  const double reach = 4.685 * spread;
+  for (int k = 0; k < count; ++k) {
+    const double q = depth_residual(fit, points[k]) / reach;
+    weights[k] = q < 1.0 ? (1.0 - q * q) * (1.0 - q * q) : 0.0;
+  }
+  return solve(points.data(), weights.data(), count, ridge);
+}
+
 }  // namespace
 
 void measured_planes(CMatrix<float>& depth, CMatrix<float3>& normal_map, const CMatrix<float>& measured,
-                     const Camera& camera, float footprints, int window, float min_depth, float max_depth) {
+                     const Camera& camera, float footprints, int window, int wide_window, float min_depth,
+                     float max_depth) {
   const int width = measured.xSize, height = measured.ySize;
   depth.setSize(width, height);
   normal_map.setSize(width, height);
@@ -77,11 +135,11 @@ void measured_planes(CMatrix<float>& depth, CMatrix<float3>& normal_map, const C
   // the slope across a line of points and too little to bend the fit where the window is lopsided
   // (at the image border).
   const double ridge = 1e-3 * static_cast<double>(ray.inv_fx) * static_cast<double>(ray.inv_fy);
-  const int span = 2 * window + 1;
+  const int span = 2 * std::max(window, wide_window) + 1;
 #pragma omp parallel
   {
     std::vector<Neighbour> points(static_cast<std::size_t>(span) * span);
-    std::vector<double> weights(points.size());
+    std::vector<double> weights(points.size()), residuals(points.size());
 #pragma omp for schedule(dynamic, 4)
     for (int y = 0; y < height; ++y)
       for (int x = 0; x < width; ++x) {
@@ -92,26 +150,20 @@ void measured_planes(CMatrix<float>& depth, CMatrix<float3>& normal_map, const C
           continue;
         }
         const double u0 = ray.u(x), v0 = ray.v(y);
-        const float tolerance = footprints * b * ray.inv_fx;
-        int count = 0;
-        for (int yy = std::max(0, y - window); yy <= std::min(height - 1, y + window); ++yy)
-          for (int xx = std::max(0, x - window); xx <= std::min(width - 1, x + window); ++xx) {
-            const float d = measured(xx, yy);
-            const int steps = std::max({std::abs(xx - x), std::abs(yy - y), 1});
-            if (usable_depth(d, min_depth, max_depth) && std::fabs(d - b) <= tolerance * static_cast<float>(steps))
-              points[count++] = {ray.u(xx) - u0, ray.v(yy) - v0, 1.0 / d, d};
-          }
-        Fit fit;
-        if (count >= 4) {
-          std::fill(weights.begin(), weights.begin() + count, 1.0);
-          for (int round = 0; round < 3; ++round) {
-            fit = solve(points.data(), weights.data(), count, ridge);
-            if (!fit.ok || round == 2) break;
-            for (int k = 0; k < count; ++k) {
-              const double predicted = fit.a * points[k].du + fit.b * points[k].dv + fit.c;
-              const double off = predicted > 0.0 ? std::fabs(1.0 / predicted - points[k].depth) : 1.0;
-              weights[k] = 1.0 / (off + 0.001);
-            }
+        const float footprint = b * ray.inv_fx, tolerance = footprints * footprint;
+        int count = gather(measured, ray, x, y, window, tolerance, min_depth, max_depth, points);
+        Fit fit = robust_fit(points, weights, count, ridge);
+        // Where the small window leaves the depth uncertain by more than a tenth of a footprint (far,
+        // noisy surfaces), the wide window's fit is taken if it agrees with the small one: a surface
+        // that curves or ends within the wide window moves its plane away from the small one's.
+        if (fit.ok && wide_window > window) {
+          // The plane's depth at the pixel is uncertain by the spread over the root of the points' number.
+          const double spread = depth_spread(fit, points, residuals, count);
+          const double uncertainty = spread / std::sqrt(static_cast<double>(count));
+          if (uncertainty > kWideningUncertainty * footprint) {
+            count = gather(measured, ray, x, y, wide_window, tolerance, min_depth, max_depth, points);
+            const Fit wide = biweight_fit(fit, points, weights, count, spread, ridge);
+            if (wide.ok && std::fabs(1.0 / wide.c - 1.0 / fit.c) <= 3.0 * uncertainty) fit = wide;
           }
         }
         const float plane_depth = fit.ok ? static_cast<float>(1.0 / fit.c) : 0.0f;

@@ -289,7 +289,8 @@ TEST(MeasuredPlanes, FitEachPixelsOwnSurface) {
   CMatrix<float> measured = plane_depth_map(camera, plane);
   CMatrix<float> depth;
   CMatrix<float3> normals;
-  measured_planes(depth, normals, measured, camera, kMeasuredPlaneFootprints, kMeasuredPlaneWindow, 0.0f, 100.0f);
+  measured_planes(depth, normals, measured, camera, kMeasuredPlaneFootprints, kMeasuredPlaneWindow,
+                  kMeasuredPlaneWideWindow, 0.0f, 100.0f);
   ASSERT_EQ(depth.xSize, 24);
   ASSERT_EQ(normals.ySize, 20);
   const D3 n = facing(camera, plane);
@@ -306,13 +307,16 @@ TEST(MeasuredPlanes, FitEachPixelsOwnSurface) {
     for (int x = 0; x < 24; ++x) measured(x, y) = x == 10 ? 1.0f : 3.0f;
   measured(4, 4) = 1.5f;
   measured(18, 15) = 0.0f;
-  measured_planes(depth, normals, measured, head_on, kMeasuredPlaneFootprints, kMeasuredPlaneWindow, 0.0f, 100.0f);
+  measured_planes(depth, normals, measured, head_on, kMeasuredPlaneFootprints, kMeasuredPlaneWindow,
+                  kMeasuredPlaneWideWindow, 0.0f, 100.0f);
   for (int y = 0; y < 20; ++y)
     for (int x = 0; x < 24; ++x) {
       if (x == 18 && y == 15) continue;
       EXPECT_NEAR(depth(x, y), measured(x, y), 1e-4f) << x << ", " << y;
       // Planes facing the camera at the origin, which looks along +z.
-      if (x != 4 || y != 4) EXPECT_LT(normals(x, y).z, -0.999f) << x << ", " << y;
+      if (x != 4 || y != 4) {
+        EXPECT_LT(normals(x, y).z, -0.999f) << x << ", " << y;
+      }
     }
   EXPECT_EQ(depth(18, 15), 0.0f);
   // The lone depth has no plane: its normal points at the camera along its own ray.
