@@ -64,21 +64,27 @@ double depth_residual(const Fit& fit, const Neighbour& p) {
   return predicted > 0.0 ? std::fabs(1.0 / predicted - p.depth) : 1.0;
 }
 
-// The measured points within `half` pixels of (x, y) whose depths lie within `tolerance` per pixel
-// of distance of the pixel's own, in ray coordinates relative to the pixel's.
-int gather(const CMatrix<float>& measured, const RayCoordinates& ray, int x, int y, int half, float tolerance,
-           float min_depth, float max_depth, std::vector<Neighbour>& points) {
+// The measured points within `half` pixels of (x, y), and after them those within `wide` pixels
+// (when wider), whose depths lie within `tolerance` per pixel of distance of the pixel's own, in
+// ray coordinates relative to the pixel's. Returns the number within `half`; `count` gets all.
+int gather(const CMatrix<float>& measured, const RayCoordinates& ray, int x, int y, int half, int wide,
+           float tolerance, float min_depth, float max_depth, std::vector<Neighbour>& points, int& count) {
   const float b = measured(x, y);
   const double u0 = ray.u(x), v0 = ray.v(y);
-  int count = 0;
+  count = 0;
+  const auto add = [&](int xx, int yy) {
+    const float d = measured(xx, yy);
+    const int steps = std::max({std::abs(xx - x), std::abs(yy - y), 1});
+    if (usable_depth(d, min_depth, max_depth) && std::fabs(d - b) <= tolerance * static_cast<float>(steps))
+      points[count++] = {ray.u(xx) - u0, ray.v(yy) - v0, 1.0 / d, d};
+  };
   for (int yy = std::max(0, y - half); yy <= std::min(measured.ySize - 1, y + half); ++yy)
-    for (int xx = std::max(0, x - half); xx <= std::min(measured.xSize - 1, x + half); ++xx) {
-      const float d = measured(xx, yy);
-      const int steps = std::max({std::abs(xx - x), std::abs(yy - y), 1});
-      if (usable_depth(d, min_depth, max_depth) && std::fabs(d - b) <= tolerance * static_cast<float>(steps))
-        points[count++] = {ray.u(xx) - u0, ray.v(yy) - v0, 1.0 / d, d};
-    }
-  return count;
+    for (int xx = std::max(0, x - half); xx <= std::min(measured.xSize - 1, x + half); ++xx) add(xx, yy);
+  const int inner = count;
+  for (int yy = std::max(0, y - wide); yy <= std::min(measured.ySize - 1, y + wide); ++yy)
+    for (int xx = std::max(0, x - wide); xx <= std::min(measured.xSize - 1, x + wide); ++xx)
+      if (std::abs(xx - x) > half || std::abs(yy - y) > half) add(xx, yy);
+  return inner;
 }
 
 // Three rounds of least squares, with weights that fall with the distance from the previous fit.
@@ -103,16 +109,44 @@ double depth_spread(const Fit& fit, const std::vector<Neighbour>& points, std::v
   return std::max(1.4826 * residuals[count / 2], 0.001);
 }
 
-// One round of biweights about `fit` at the spread `spread` of single depths: points within it keep
-// nearly full weight, points more than 4.685 spreads off none.
-Fit biweight_fit(const Fit& fit, const std::vector<Neighbour>& points, std::vector<double>& weights, int count,
-                 double spread, double ridge) {
+// The wide window's plane, not ok where the window curves: one round of biweights about the small
+// window's plane at the spread of single depths (points within it keep nearly full weight, points
+// more than 4.685 spreads off none), then the plane and, with the same weights, the plane plus a
+// term k (du^2 + dv^2). Over a window symmetric about the pixel that term takes up the offset any
+// quadratic surface gives a plane at the pixel, so the two centres part where the surface curves;
+// their difference has a standard deviation of about sqrt(2.5 / n) spreads over n points when
+// it does not.
+Fit wide_plane(const Fit& fit, const std::vector<Neighbour>& points, int count, double spread, double pixels,
+               double ridge) {
   const double reach = 4.685 * spread;
+  // Sums of weight times 1, u, v, uu, uv, vv, w, uw, vw and, with q = (du^2 + dv^2) in pixels, q, uq, vq, qq, qw.
+  double S[14] = {};
   for (int k = 0; k < count; ++k) {
-    const double q = depth_residual(fit, points[k]) / reach;
-    weights[k] = q < 1.0 ? (1.0 - q * q) * (1.0 - q * q) : 0.0;
+    const Neighbour& p = points[k];
+    // The depth residual to first order, without a division per point.
+    const double r = std::fabs(fit.a * p.du + fit.b * p.dv + fit.c - p.w) * p.depth * p.depth / reach;
+    if (!(r < 1.0)) continue;
+    const double o = (1.0 - r * r) * (1.0 - r * r);
+    const double q = (p.du * p.du + p.dv * p.dv) * pixels * pixels;
+    const double terms[14] = {1.0,      p.du,        p.dv, p.du * p.du, p.du * p.dv, p.dv * p.dv, p.w,
+                              p.du * p.w, p.dv * p.w, q,    p.du * q,    p.dv * q,    q * q,       q * p.w};
+    for (int t = 0; t < 14; ++t) S[t] += o * terms[t];
   }
-  return solve(points.data(), weights.data(), count, ridge);
+  const double s = S[0];
+  if (!(s >= 4.0)) return {};
+  Eigen::Matrix3d m;
+  m << S[3] + ridge * s, S[4], S[1], S[4], S[5] + ridge * s, S[2], S[1], S[2], s;
+  const Eigen::Vector3d plane = m.inverse() * Eigen::Vector3d(S[7], S[8], S[6]);
+  Eigen::Matrix4d m4;
+  m4 << s, S[1], S[2], S[9], S[1], S[3], S[4], S[10], S[2], S[4], S[5], S[11], S[9], S[10], S[11], S[12];
+  const Eigen::Vector4d curved = m4.ldlt().solve(Eigen::Vector4d(S[6], S[7], S[8], S[13]));
+  Fit out;
+  out.a = plane(0);
+  out.b = plane(1);
+  out.c = plane(2);
+  out.ok = std::isfinite(out.a) && std::isfinite(out.b) && out.c > 0.0 && curved(0) > 0.0 &&
+           std::fabs(1.0 / curved(0) - 1.0 / out.c) <= 2.0 * spread * std::sqrt(2.5 / s);
+  return out;
 }
 
 }  // namespace
@@ -151,18 +185,19 @@ void measured_planes(CMatrix<float>& depth, CMatrix<float3>& normal_map, const C
         }
         const double u0 = ray.u(x), v0 = ray.v(y);
         const float footprint = b * ray.inv_fx, tolerance = footprints * footprint;
-        int count = gather(measured, ray, x, y, window, tolerance, min_depth, max_depth, points);
-        Fit fit = robust_fit(points, weights, count, ridge);
-        // Where the small window leaves the depth uncertain by more than a tenth of a footprint (far,
-        // noisy surfaces), the wide window's fit is taken if it agrees with the small one: a surface
-        // that curves or ends within the wide window moves its plane away from the small one's.
-        if (fit.ok && wide_window > window) {
+        int count = 0;
+        const int inner = gather(measured, ray, x, y, window, wide_window, tolerance, min_depth, max_depth, points,
+                                 count);
+        Fit fit = robust_fit(points, weights, inner, ridge);
+        // Where the small window leaves the depth uncertain by more than a tenth of a footprint, the
+        // wide window's plane is taken if it agrees with the small one and the wide window does not
+        // curve: a surface that curves or ends within it moves its plane away from the small one's.
+        if (fit.ok && count > inner) {
           // The plane's depth at the pixel is uncertain by the spread over the root of the points' number.
-          const double spread = depth_spread(fit, points, residuals, count);
-          const double uncertainty = spread / std::sqrt(static_cast<double>(count));
+          const double spread = depth_spread(fit, points, residuals, inner);
+          const double uncertainty = spread / std::sqrt(static_cast<double>(inner));
           if (uncertainty > kWideningUncertainty * footprint) {
-            count = gather(measured, ray, x, y, wide_window, tolerance, min_depth, max_depth, points);
-            const Fit wide = biweight_fit(fit, points, weights, count, spread, ridge);
+            const Fit wide = wide_plane(fit, points, count, spread, 1.0 / ray.inv_fx, ridge);
             if (wide.ok && std::fabs(1.0 / wide.c - 1.0 / fit.c) <= 3.0 * uncertainty) fit = wide;
           }
         }
