@@ -14,6 +14,7 @@
 #include <iomanip>
 #include <iostream>
 #include <map>
+#include <sstream>
 
 #include "image/CMatrix.h"
 #include "src/app/command_line.h"
@@ -29,6 +30,7 @@
 #include "src/io/model_output.h"
 #include "src/seed/measured_planes.h"
 #include "src/particles/particles_from_depthmap.h"
+#include "src/particles/return_drifted_particles.h"
 #include "src/seed/create_particles_from_superpixels.h"
 #include "src/seed/create_superpixels.h"
 #include "src/seed/particles_to_images.h"
@@ -132,6 +134,49 @@ void print_support_diagnosis(const std::vector<Particle>& particles, const std::
               << 100.0 * r.unconfirmed / r.n << "\n";
 }
 
+// How near each particle lies to its own pixel's true point, per row (by the views that see the
+// pixel, and the surface two views see by kind of surface): particles, share within 5 mm, median
+// distance. Along a ray seen obliquely a particle can be on its surface and far from its point.
+using NearRows = std::map<std::string, std::vector<double>>;
+NearRows near_own_points(const std::vector<Particle>& particles, const std::vector<float>& offsets,
+                         const std::vector<std::vector<PixelTruth>>& truth, const scene::Scene& world) {
+  NearRows rows;
+  for (size_t k = 0; k < particles.size(); ++k) {
+    const PixelTruth& t = truth[particles[k].camera_index][particles[k].pixel_index];
+    if (t.shape < 0) continue;
+    const float3 q = particle_position(particles[k], offsets[k]);
+    const double d = scene::length(scene::Vec3{q.x, q.y, q.z} - t.point);
+    rows[std::to_string(std::min(t.views, 5)) + " views"].push_back(d);
+    if (t.views == 2) rows["2 views " + scene::surface_group(world.shapes[t.shape], t.point)].push_back(d);
+  }
+  return rows;
+}
+
+void print_near_own_points(const std::vector<std::pair<std::string, NearRows>>& stages) {
+  std::cout << "\nparticles near their own true point (share within 5 mm %, median distance mm), by stage:\n"
+            << std::left << std::setw(22) << "row" << std::right;
+  for (const auto& stage : stages) std::cout << std::setw(24) << stage.first;
+  std::cout << "\n" << std::fixed << std::setprecision(1);
+  for (const auto& [row, unused] : stages.front().second) {
+    std::cout << std::left << std::setw(22) << row << std::right;
+    for (const auto& stage : stages) {
+      auto it = stage.second.find(row);
+      if (it == stage.second.end()) {
+        std::cout << std::setw(24) << "-";
+        continue;
+      }
+      std::vector<double> d = it->second;
+      const double within = std::count_if(d.begin(), d.end(), [](double x) { return x <= 0.005; });
+      std::nth_element(d.begin(), d.begin() + d.size() / 2, d.end());
+      std::ostringstream cell;
+      cell << std::fixed << std::setprecision(1) << d.size() << " " << 100.0 * within / d.size() << " "
+           << 1000.0 * d[d.size() / 2];
+      std::cout << std::setw(24) << cell.str();
+    }
+    std::cout << "\n";
+  }
+}
+
 // Processor time of the stage that ends here, on standard error.
 void stage_time(const char* stage) {
   static std::clock_t last = std::clock();
@@ -180,7 +225,7 @@ int main(int argc, char* argv[]) {
       CMatrix<float> depth;
       CMatrix<float3> normal_map;
       measured_planes(depth, normal_map, depthmaps[i], cameras[i], kMeasuredPlaneFootprints,
-                      kMeasuredPlaneWindow, depth_range_min, depth_range_max);
+                      kMeasuredPlaneWindow, kMeasuredPlaneWideWindow, depth_range_min, depth_range_max);
       create_particles_from_depthmap(particles, offsets, normals, depth, normal_map, depth, cameras[i].image,
                                      cameras[i], depth_range_min, depth_range_max);
     }
@@ -220,11 +265,15 @@ int main(int argc, char* argv[]) {
     if (auto it = fate.find({particles[k].camera_index, particles[k].pixel_index}); it != fate.end())
       it->second = own_distance(k) > r5 ? kScaffoldOff : kFilteredOff;
   writeParticlesToPLY(particles, offsets, normals, output_directory + "/stage_scaffold.ply");
+  std::vector<std::pair<std::string, NearRows>> near_stages = {
+      {"start", near_own_points(particles, offsets, truth, world)}};
   stage_time("fine particles");
   if (!support_rule.visible()) support_filter(particles, offsets, normals, camera_ptrs, stages.pixel_support);
   filter_particles(particles, offsets, normals, stages.pixel_filter);
+  if (stages.drift_limit > 0.0f) return_drifted_particles(particles, offsets, stages.drift_limit);
   stage_time("fine filter");
   writeParticlesToPLY(particles, offsets, normals, output_directory + "/stage_filtered.ply");
+  near_stages.emplace_back("filtered", near_own_points(particles, offsets, truth, world));
   std::map<Key, bool> on_surface;
   for (size_t k = 0; k < particles.size(); ++k) {
     const Key key{particles[k].camera_index, particles[k].pixel_index};
@@ -237,6 +286,8 @@ int main(int argc, char* argv[]) {
   support_filter(particles, offsets, normals, camera_ptrs, stages.pixel_support);
   stage_time("last support filter");
   writeParticlesToPLY(particles, offsets, normals, output_directory + "/model.ply");
+  near_stages.emplace_back("kept", near_own_points(particles, offsets, truth, world));
+  print_near_own_points(near_stages);
   for (const Particle& p : particles)
     if (auto it = fate.find({p.camera_index, p.pixel_index}); it != fate.end())
       it->second = on_surface[{p.camera_index, p.pixel_index}] ? kKept : kKeptOff;

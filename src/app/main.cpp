@@ -26,6 +26,7 @@
 #include "src/filter/filter_particles.h"
 #include "src/io/model_output.h"
 #include "src/particles/particles_from_depthmap.h"
+#include "src/particles/return_drifted_particles.h"
 #include "src/seed/create_particles_from_superpixels.h"
 #include "src/seed/create_superpixels.h"
 #include "src/seed/measured_planes.h"
@@ -62,7 +63,7 @@ void start_on_measured_planes(std::vector<Particle>& particles, std::vector<floa
     CMatrix<float> depth;
     CMatrix<float3> normal_map;
     measured_planes(depth, normal_map, depthmaps[i], cam, kMeasuredPlaneFootprints, kMeasuredPlaneWindow,
-                    depth_range_min, depth_range_max);
+                    kMeasuredPlaneWideWindow, depth_range_min, depth_range_max);
     create_particles_from_depthmap(particles, offsets, normals, depth, normal_map, depth, cam.image, cam,
                                    depth_range_min, depth_range_max);
   }
@@ -152,6 +153,9 @@ void run(int argc, char* argv[]) {
     if (!stages.pixel_support.rule.visible())
       support_filter(particles, offsets, normals, camera_ptrs, stages.pixel_support);
     filter_stage(particles, offsets, normals, stages.pixel_filter);
+    if (stages.drift_limit > 0.0f)
+      std::cout << "  back on their measured planes: "
+                << return_drifted_particles(particles, offsets, stages.drift_limit) << " points\n";
   };
 
   std::size_t superpixel_points = 0;

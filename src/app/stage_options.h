@@ -14,11 +14,16 @@ enum class FineStart { superpixel_scaffold, measured_planes };
 // measurements are then fitted planes, which hold less noise than the depths.
 inline constexpr float kVisibleSupportAlpha = 0.01f;
 
+// With the visible share, how far (in footprints) the fine filter may carry a particle along its
+// ray from its measured plane before the particle goes back to it.
+inline constexpr float kVisibleDriftLimit = 0.5f;
+
 // What every stage of a run is given, made once from the run-level settings, the support rule of
 // the command line and the first view.
 struct StageOptions {
   RunRadii radii;
   FineStart fine_start = FineStart::superpixel_scaffold;
+  float drift_limit = 0.0f;  // footprints; 0: the fine filter's moves stand as they are
   FilterOptions superpixel_filter;
   SupportFilterOptions superpixel_support;
   FilterOptions pixel_filter;

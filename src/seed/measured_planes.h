@@ -21,10 +21,24 @@
 // the plane's world normal, turned towards the camera. Where fewer than 4 points are fitted, or
 // the plane's depth lies more than `footprints` footprints from the measurement, the measured depth
 // and the direction towards the camera stand. Both images get the size of `measured`.
+//
+// Far and noisy surfaces need more points than the window holds: where the fit leaves the pixel's
+// depth uncertain by more than kWideningUncertainty footprints (the robust spread of the depths about
+// the plane over the root of their number), the plane is fitted again over `wide_window` pixels,
+// with weights that fall to 0 at 4.685 spreads from the first plane, and taken if its depth at the
+// pixel lies within 3 such uncertainties of the first plane's and the wide window shows no
+// curvature (a fit with a term in the squared distance from the pixel moves its centre by less than
+// 2 standard deviations of that move). A surface that curves or ends within the wide window keeps
+// the small plane. A wide_window not above `window` fits the small window only.
 void measured_planes(CMatrix<float>& depth, CMatrix<float3>& normal_map, const CMatrix<float>& measured,
-                     const Camera& camera, float footprints, int window, float min_depth, float max_depth);
+                     const Camera& camera, float footprints, int window, int wide_window, float min_depth,
+                     float max_depth);
 
 // 7 x 7 pixels: the fit averages the depth noise of about 40 measurements and still follows a rod
 // one pixel wide. 5 footprints per pixel: surfaces seen at up to about 80 degrees to the ray.
 inline constexpr int kMeasuredPlaneWindow = 3;
+// 11 x 11 pixels, about 2.5 times the points, where the small window is uncertain (15 x 15 did
+// better on the surface few views see but cost a fifth more run time).
+inline constexpr int kMeasuredPlaneWideWindow = 5;
+inline constexpr double kWideningUncertainty = 0.1;
 inline constexpr float kMeasuredPlaneFootprints = 5.0f;

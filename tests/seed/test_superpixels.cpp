@@ -3,6 +3,7 @@
 #include <cfloat>
 #include <cmath>
 #include <limits>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -289,7 +290,8 @@ TEST(MeasuredPlanes, FitEachPixelsOwnSurface) {
   CMatrix<float> measured = plane_depth_map(camera, plane);
   CMatrix<float> depth;
   CMatrix<float3> normals;
-  measured_planes(depth, normals, measured, camera, kMeasuredPlaneFootprints, kMeasuredPlaneWindow, 0.0f, 100.0f);
+  measured_planes(depth, normals, measured, camera, kMeasuredPlaneFootprints, kMeasuredPlaneWindow,
+                  kMeasuredPlaneWideWindow, 0.0f, 100.0f);
   ASSERT_EQ(depth.xSize, 24);
   ASSERT_EQ(normals.ySize, 20);
   const D3 n = facing(camera, plane);
@@ -306,16 +308,58 @@ TEST(MeasuredPlanes, FitEachPixelsOwnSurface) {
     for (int x = 0; x < 24; ++x) measured(x, y) = x == 10 ? 1.0f : 3.0f;
   measured(4, 4) = 1.5f;
   measured(18, 15) = 0.0f;
-  measured_planes(depth, normals, measured, head_on, kMeasuredPlaneFootprints, kMeasuredPlaneWindow, 0.0f, 100.0f);
+  measured_planes(depth, normals, measured, head_on, kMeasuredPlaneFootprints, kMeasuredPlaneWindow,
+                  kMeasuredPlaneWideWindow, 0.0f, 100.0f);
   for (int y = 0; y < 20; ++y)
     for (int x = 0; x < 24; ++x) {
       if (x == 18 && y == 15) continue;
       EXPECT_NEAR(depth(x, y), measured(x, y), 1e-4f) << x << ", " << y;
       // Planes facing the camera at the origin, which looks along +z.
-      if (x != 4 || y != 4) EXPECT_LT(normals(x, y).z, -0.999f) << x << ", " << y;
+      if (x != 4 || y != 4) {
+        EXPECT_LT(normals(x, y).z, -0.999f) << x << ", " << y;
+      }
     }
   EXPECT_EQ(depth(18, 15), 0.0f);
   // The lone depth has no plane: its normal points at the camera along its own ray.
   const float3 towards = normals(4, 4);
   EXPECT_NEAR(towards.x / towards.z, (23.0f - 4.0f - head_on.K[6]) / 40.0f, 1e-5f);
+}
+
+// Far, noisy surfaces: where the small window leaves the depth uncertain, a plane comes back from
+// the wide window with two thirds of the error; on a dome that curves within the wide window most
+// pixels keep the small window's planes, which it bends less.
+TEST(MeasuredPlanes, WidenOverNoisyPlanesButNotOverCurvedSurfaces) {
+  const Camera camera = turned_camera(48, 40);
+  std::mt19937 random(7);
+  std::normal_distribution<float> noise(0.0f, 0.08f);  // over a tenth of a footprint after 7 x 7 pixels
+  const Plane plane = plane_at(camera, {0.3, -1.0, 0.2}, 3.0);
+  // The dome z = 3 - (x^2 + y^2) in the camera frame, along each pixel's ray z (u, v, 1).
+  const auto dome = [&](int x, int y) {
+    const double u = (camera.width - 1 - x - camera.K[6]) / camera.K[0];
+    const double v = (camera.height - 1 - y - camera.K[7]) / camera.K[4];
+    const double q = u * u + v * v;
+    return q > 0.0 ? (std::sqrt(1.0 + 12.0 * q) - 1.0) / (2.0 * q) : 3.0;
+  };
+  for (const bool curved : {false, true}) {
+    CMatrix<float> truth(48, 40), measured(48, 40);
+    for (int y = 0; y < 40; ++y)
+      for (int x = 0; x < 48; ++x) {
+        truth(x, y) = static_cast<float>(curved ? dome(x, y) : plane_depth(camera, plane, x, y));
+        measured(x, y) = truth(x, y) + noise(random);
+      }
+    double error[2] = {};  // mean distance from the truth, small window only and widening
+    for (const int wide : {0, 1}) {
+      CMatrix<float> depth;
+      CMatrix<float3> normals;
+      measured_planes(depth, normals, measured, camera, kMeasuredPlaneFootprints, kMeasuredPlaneWindow,
+                      wide ? kMeasuredPlaneWideWindow : kMeasuredPlaneWindow, 0.0f, 100.0f);
+      for (int y = 8; y < 32; ++y)
+        for (int x = 8; x < 40; ++x) error[wide] += std::fabs(depth(x, y) - truth(x, y)) / (24 * 32);
+    }
+    SCOPED_TRACE(curved ? "dome" : "plane");
+    if (curved)
+      EXPECT_LT(error[1], 1.25 * error[0]);  // 1.36 times when every wide plane is taken
+    else
+      EXPECT_LT(error[1], 0.7 * error[0]);
+  }
 }
