@@ -160,7 +160,10 @@ TEST(SceneBadInput, FailedWritesLeaveNothing) {
                {{"write fails", {"--out", "partial", "--views", "3", "--width", "32", "--height", "24"},
                  p + "write_depth_png: Cannot open file " + root + "/partial/depth_01.png: Is a directory\n"},
                 {"folder under a file", {"--out", "a_file/scene", "--width", "32", "--height", "24"},
-                 p + "write_scene: cannot create the directory " + root + "/a_file/scene: Not a directory\n"}});
+                 p + "write_scene: cannot create the directory " + root + "/a_file/scene: Not a directory\n"},
+                {"kind on the street", {"--out", "street", "--arrangement", "street", "--kind", "thin"},
+                 p + "--kind cannot be used with --arrangement street: the street has its own objects "
+                     "(see quillara-scene --help)\n"}});
   EXPECT_EQ(e2e::file_names(root + "/partial"), std::vector<std::string>{"depth_01.png"});
 }
 

@@ -99,6 +99,9 @@ SceneOptions parse_scene_arguments(const std::vector<std::string>& args) {
         }}});
   cli::expect_no_words(line);
   if (o.out_dir.empty()) throw cli::UsageError("--out DIR is required");
+  // The street places its own rows of objects; a kind would be silently ignored there.
+  if (o.arrangement == Arrangement::street && o.kind != SceneKind::standard)
+    throw cli::UsageError("--kind cannot be used with --arrangement street: the street has its own objects");
   return o;
 }
 
