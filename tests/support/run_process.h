@@ -33,7 +33,7 @@ struct Result {
 struct Limits {
   double seconds = 300.0;
   long long file_size = -1;
-  std::string stop_at;
+  std::string stop_at = "";
   int stop_signal = SIGTERM;
 };
 
