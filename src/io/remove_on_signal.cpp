@@ -16,7 +16,7 @@ namespace {
 struct Watched {
   char path[4096];  // empty when too long to keep (that path stays on a signal) or no longer watched
   bool folder;
-  bool living;
+  bool in_use;
 };
 constexpr int kMostGuards = 8;
 Watched watched[kMostGuards];
@@ -88,7 +88,7 @@ RemoveOnSignal::RemoveOnSignal(const std::string& path, Kind kind) : slot(living
   if (slot == kMostGuards) throw std::logic_error("RemoveOnSignal: more than 8 guards at once");
   Watched& w = watched[slot];
   w.folder = kind == Kind::folder;
-  w.living = true;
+  w.in_use = true;
   const bool fits = path.size() < sizeof w.path;
   std::memcpy(w.path, fits ? path.c_str() : "", fits ? path.size() + 1 : 1);
   living.store(slot + 1);
@@ -99,9 +99,9 @@ RemoveOnSignal::~RemoveOnSignal() {
   // A guard that ends before a newer one only stops watching its path; the slots are given back
   // when the newest ends.
   watched[slot].path[0] = 0;
-  watched[slot].living = false;
+  watched[slot].in_use = false;
   int n = living.load();
-  while (n > 0 && !watched[n - 1].living) --n;
+  while (n > 0 && !watched[n - 1].in_use) --n;
   if (n == 0) uninstall();
   living.store(n);
 }
