@@ -34,13 +34,8 @@ std::string run_and_capture(cloud::ParticleSet& set, int exact, int gradient, fl
 // Four particles, each alone in its 27 cells: nothing moves, so no step finds new ground.
 cloud::ParticleSet isolated_particles() {
   cloud::ParticleSet set;
-  for (int k = 0; k < 4; ++k) {
-    Particle p{};
-    p.pos = {static_cast<float>(k), 0.0f, 0.0f};
-    p.dir = cloud::normalized({0.1f, 0.2f, 1.0f});
-    p.init_normal = p.dir;
-    set.particles.push_back(p);
-  }
+  for (int k = 0; k < 4; ++k)
+    set.particles.push_back(cloud::particle({float(k), 0, 0}, cloud::normalized({0.1f, 0.2f, 1.0f})));
   return set;
 }
 

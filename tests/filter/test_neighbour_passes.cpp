@@ -206,15 +206,9 @@ TEST(NeighbourPassesDeathTest, MissingCellEndsTheProcess) {
 // support pass; the values stay those of the full scan, also next to mixed cells.
 TEST(NeighbourPasses, SupportSkipsPilesOfOneViewWithoutChangingValues) {
   cloud::ParticleSet set = cloud::random_cloud(600, 1.0f, 11);
-  for (int k = 0; k < 300; ++k) {
-    Particle p = set.particles[k];
-    p.pos = {k < 200 ? 0.5f : 0.65f, 0.5f, 0.5f};  // two piles in neighbouring cells
-    p.camera_index = k < 200 ? 1 : 2;
-    p.radius = 0.0f;
-    set.particles.push_back(p);
-    set.offsets.push_back(0.0f);
-    set.normals.push_back(set.normals[k]);
-  }
+  for (int k = 0; k < 300; ++k)  // two piles in neighbouring cells
+    set.add(cloud::particle({k < 200 ? 0.5f : 0.65f, 0.5f, 0.5f}, set.particles[k].dir, k < 200 ? 1 : 2), 0.0f,
+            set.normals[k]);
   ComputeParticleSupportFunctor support;
   support.min_support = 1.5f;
   expect_pass_as_reference<ComputeParticleSupportFunctor, true>(set, build_index(set, 0.12f), 0.12f, {}, 1, support);
@@ -224,15 +218,7 @@ TEST(NeighbourPasses, SupportSkipsPilesOfOneViewWithoutChangingValues) {
 
 namespace {
 
-Particle ray_particle(float3 pos, float3 dir, int camera) {
-  Particle p{};
-  p.pos = pos;
-  p.dir = dir;
-  p.init_normal = dir;
-  p.camera_index = camera;
-  p.radius = 0.05f;
-  return p;
-}
+Particle ray_particle(float3 pos, float3 dir, int camera) { return cloud::particle(pos, dir, camera, 0.05f); }
 
 cloud::ParticleSet two_particles(float3 second_pos, float3 second_normal) {
   cloud::ParticleSet set;
@@ -273,11 +259,7 @@ TEST(ParticleFunctors, SupportByViewsNormalsAndFootprint) {
     return support[0];
   };
   cloud::ParticleSet pile;  // seven particles at one place, 0 and 6 of one view
-  for (int k = 0; k < 7; ++k) {
-    pile.particles.push_back(ray_particle({0.3f, 0.3f, 0.3f}, {0, 0, 1}, k % 6));
-    pile.offsets.push_back(0.0f);
-    pile.normals.push_back({0, 0, 1});
-  }
+  for (int k = 0; k < 7; ++k) pile.add(ray_particle({0.3f, 0.3f, 0.3f}, {0, 0, 1}, k % 6), 0.0f, {0, 0, 1});
   for (bool dot_weight : {false, true}) {
     weight = dot_weight;
     // j at a right angle: 1 minus the plane distance without the weight, nothing with it.
@@ -299,9 +281,7 @@ TEST(ParticleFunctors, NormalsNeedEightVisitsAndFaceTheCamera) {
     cloud::ParticleSet set;
     for (int k = 0; k < count; ++k) {
       const float x = 0.05f * (k % 3), y = 0.05f * (k / 3);
-      set.particles.push_back(ray_particle({x, y, 1.0f - x}, {0, 0, -1}, 0));
-      set.offsets.push_back(0.0f);
-      set.normals.push_back(k == 4 ? float3{0, 0, 1} : float3{0, 0, -1});
+      set.add(ray_particle({x, y, 1.0f - x}, {0, 0, -1}, 0), 0.0f, k == 4 ? float3{0, 0, 1} : float3{0, 0, -1});
     }
     const CellIndex index = build_index(set, 0.5f);
     const auto normals = run_pass<ComputeNormalsFunctor<true, false>, true>(set, index, 0.5f, {}, 1);

@@ -19,6 +19,7 @@
 #include "src/io/remove_on_signal.h"
 #include "src/io/temporary_file.h"
 #include "tests/support/io_test_support.h"
+#include "tests/support/particle_cloud.h"
 #include "tests/support/run_process.h"
 
 using io_test::read_bytes;
@@ -48,11 +49,8 @@ std::vector<int> colour_of(const std::string& bytes, std::size_t at) {
 }
 
 Particle make_particle(uchar4 color, float radius, float3 pos = make_float3(1.0f, 2.0f, 3.0f)) {
-  Particle p{};
-  p.pos = pos;
-  p.dir = make_float3(0.0f, 0.6f, 0.8f);
+  Particle p = cloud::particle(pos, make_float3(0.0f, 0.6f, 0.8f), 0, radius);
   p.color = color;
-  p.radius = radius;
   return p;
 }
 

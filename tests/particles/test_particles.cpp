@@ -57,9 +57,7 @@ sp_test::Set numbered(int n) {
   for (int i = 0; i < n; ++i) {
     Particle p{};
     p.pixel_index = i;
-    s.particles.push_back(p);
-    s.offsets.push_back(float(i));
-    s.normals.push_back({float(i), 0.0f, 0.0f});
+    s.add(p, float(i), {float(i), 0.0f, 0.0f});
   }
   return s;
 }

@@ -3,6 +3,8 @@
 // Shared pieces of the renderer suites: noise-free generated views as the program sees them,
 // hand-placed disks before a camera at the origin, and tests that free what they allocate.
 
+#include <gtest/gtest.h>
+
 #include <cmath>
 #include <map>
 #include <vector>
@@ -107,6 +109,21 @@ inline bool seen_well_by(const GeneratedView& source, const GeneratedView& targe
 // World size of one pixel at the true depth of (x, y).
 inline float footprint(const GeneratedView& v, int x, int y) { return v.depth(x, y) / v.camera.K[0]; }
 
+// Expects the depth image rendered into `target` within `tolerance` footprints of the truth wherever
+// `source` saw the target's surface well, on more than 500 pixels.
+inline void expect_true_depth_where_seen_well(const std::vector<float>& depth, const GeneratedView& source,
+                                              const GeneratedView& target, float tolerance) {
+  int checked = 0;
+  for (int y = 0; y < target.camera.height; ++y)
+    for (int x = 0; x < target.camera.width; ++x) {
+      if (!interior(target, x, y) || !seen_well_by(source, target, x, y)) continue;
+      ++checked;
+      ASSERT_NEAR(depth[y * target.camera.width + x], target.depth(x, y), tolerance * footprint(target, x, y))
+          << x << ", " << y;
+    }
+  EXPECT_GT(checked, 500);
+}
+
 using ParticleSet = cloud::ParticleSet;
 
 // One particle per seen pixel, on the true surface with the analytic normal.
@@ -138,13 +155,9 @@ struct Disk {
 inline ParticleSet disks(std::vector<Disk> const& list) {
   ParticleSet s;
   for (Disk const& d : list) {
-    Particle p{};
-    p.pos = d.p;
+    Particle p = cloud::particle(d.p, {0.0f, 0.0f, 1.0f}, 0, d.r);
     p.color = d.c;
-    p.radius = d.r;
-    s.particles.push_back(p);
-    s.offsets.push_back(0.0f);
-    s.normals.push_back(d.n);
+    s.add(p, 0.0f, d.n);
   }
   return s;
 }

@@ -61,17 +61,7 @@ TEST_F(RenderPointsTest, ParticlesRenderBackIntoTheirOwnCamera) {
 // Wherever the source saw the target's surface well the nearest disk lies on it, so nothing
 // sampled in front of it or behind it along the target's ray wins there.
 TEST_F(RenderPointsTest, ParticlesRenderIntoANeighbouringCamera) {
-  const GeneratedView &source = generated(0), &target = generated(1);
-  const Rendered r = render(source, target);
-  int checked = 0;
-  for (int y = 0; y < target.camera.height; ++y)
-    for (int x = 0; x < target.camera.width; ++x) {
-      if (!interior(target, x, y) || !seen_well_by(source, target, x, y)) continue;
-      ++checked;
-      ASSERT_NEAR(r.depth[y * target.camera.width + x], target.depth(x, y), 0.01f * footprint(target, x, y))
-          << x << ", " << y;
-    }
-  EXPECT_GT(checked, 500);
+  expect_true_depth_where_seen_well(render(generated(0), generated(1)).depth, generated(0), generated(1), 0.01f);
 }
 
 // The minimum is order-free, so the depth image is the same for any thread count. The float

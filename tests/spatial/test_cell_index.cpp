@@ -3,13 +3,11 @@
 
 #include <cmath>
 #include <limits>
-#include <set>
 #include <tuple>
 #include <vector>
 
 #include "tests/support/particle_cloud.h"
 #include "src/spatial/cell_index.h"
-#include "src/spatial/hash_map.h"
 #include "src/spatial/morton.h"
 
 TEST(Morton, RoundTripOverTheKeyRange) {
@@ -23,38 +21,10 @@ TEST(Morton, RoundTripOverTheKeyRange) {
   EXPECT_EQ(encode(65535, 65535, 65535), invalid_cell_key);
 }
 
-namespace {
-
-Particle particle_at(float x, float y, float z) {
-  Particle p{};
-  p.pos = {x, y, z};
-  p.dir = {0.0f, 0.0f, 1.0f};
-  p.init_normal = p.dir;
-  return p;
-}
-
-// The map of keys[k] to 1000 + k: every key is found by both lookups, each of `others` by neither.
-HashMap expect_map_of(const std::vector<unsigned long long>& keys, const std::vector<unsigned long long>& others) {
-  std::vector<unsigned int> values(keys.size());
-  for (size_t k = 0; k < keys.size(); ++k) values[k] = static_cast<unsigned int>(1000 + k);
-  const HashMap map = create_hash_map(keys, values, 0.8f);
-  for (size_t k = 0; k < keys.size(); ++k) {
-    EXPECT_EQ(hash_map_find(map, keys[k]), 1000 + k) << "key " << keys[k];
-    EXPECT_EQ(hash_map_find_bounded(map, keys[k]), 1000 + k) << "key " << keys[k];
-  }
-  for (unsigned long long key : others) {
-    EXPECT_EQ(hash_map_find(map, key), hash_map_not_found) << "key " << key;
-    EXPECT_EQ(hash_map_find_bounded(map, key), hash_map_not_found) << "key " << key;
-  }
-  return map;
-}
-
-}  // namespace
-
 TEST(CellIndex, BoundingBoxCoversPositionsAndRayOrigins) {
-  std::vector<Particle> particles = {particle_at(1, 2, 3), particle_at(-1, 5, 0),
-                                     particle_at(std::numeric_limits<float>::quiet_NaN(), 100, 100),
-                                     particle_at(std::numeric_limits<float>::infinity(), -100, -100)};
+  std::vector<Particle> particles = {cloud::particle({1, 2, 3}), cloud::particle({-1, 5, 0}),
+                                     cloud::particle({std::numeric_limits<float>::quiet_NaN(), 100, 100}),
+                                     cloud::particle({std::numeric_limits<float>::infinity(), -100, -100})};
   std::vector<float> offsets = {2.0f, -4.0f, 0.0f, 0.0f};
   float3 lo, hi;
   particles_bounding_box(&lo, &hi, particles, offsets);
@@ -67,7 +37,8 @@ TEST(CellIndex, BoundingBoxCoversPositionsAndRayOrigins) {
 
 TEST(CellIndex, KeysInBothForms) {
   const float nan = std::numeric_limits<float>::quiet_NaN();
-  std::vector<Particle> particles = {particle_at(0.5f, 1.5f, 2.5f), particle_at(nan, 0, 0), particle_at(0.5f, 0.5f, 0.5f)};
+  std::vector<Particle> particles = {cloud::particle({0.5f, 1.5f, 2.5f}), cloud::particle({nan, 0, 0}),
+                                     cloud::particle({0.5f, 0.5f, 0.5f})};
   std::vector<float> offsets = {1.0f, 0.0f, nan};
   const float3 origin = {0, 0, 0};
   std::vector<unsigned long long> keys;
@@ -78,7 +49,7 @@ TEST(CellIndex, KeysInBothForms) {
   // Handle order; the first particle moved one cell up along its ray; a NaN offset is invalid.
   EXPECT_EQ(keys, (std::vector<unsigned long long>{invalid_cell_key, encode(0, 1, 3), invalid_cell_key}));
   // A position below the grid origin wraps to coordinate 65535.
-  compute_cell_keys_from_pos(keys, {particle_at(-0.5f, 0.0f, 0.0f)}, origin, 1.0f);
+  compute_cell_keys_from_pos(keys, {cloud::particle({-0.5f, 0.0f, 0.0f})}, origin, 1.0f);
   EXPECT_EQ(keys[0], encode(65535, 0, 0));
 }
 
@@ -137,61 +108,18 @@ TEST(CellIndex, ReorderMovesAllThreeArraysAndResetsHandles) {
   // Both forms, on a permutation with a fixed point and cycles of length 2 and 4.
   const std::vector<unsigned int> permutation = {2, 0, 1, 3, 7, 4, 5, 6, 9, 8};
   for (bool in_place : {false, true}) {
-    std::vector<Particle> particles;
-    std::vector<float> offsets;
-    std::vector<float3> normals;
-    for (int k = 0; k < 10; ++k) {
-      particles.push_back(particle_at(static_cast<float>(k), 0, 0));
-      offsets.push_back(static_cast<float>(k));
-      normals.push_back({0, static_cast<float>(k), 0});
-    }
+    cloud::ParticleSet s;
+    for (int k = 0; k < 10; ++k) s.add(cloud::particle({float(k), 0, 0}), float(k), {0, float(k), 0});
     std::vector<unsigned int> handles = permutation;
     if (in_place)
-      reorder_in_place(particles, offsets, normals, handles);
+      reorder_in_place(s.particles, s.offsets, s.normals, handles);
     else
-      reorder_particles(particles, offsets, normals, handles);
+      reorder_particles(s.particles, s.offsets, s.normals, handles);
     for (int k = 0; k < 10; ++k) {
-      EXPECT_EQ(particles[k].pos.x, static_cast<float>(permutation[k]));
-      EXPECT_EQ(offsets[k], static_cast<float>(permutation[k]));
-      EXPECT_EQ(normals[k].y, static_cast<float>(permutation[k]));
+      EXPECT_EQ(s.particles[k].pos.x, static_cast<float>(permutation[k]));
+      EXPECT_EQ(s.offsets[k], static_cast<float>(permutation[k]));
+      EXPECT_EQ(s.normals[k].y, static_cast<float>(permutation[k]));
       EXPECT_EQ(handles[k], static_cast<unsigned int>(k));
     }
   }
-}
-
-// 110 has the taken home slot of 100; 108 has a free one.
-TEST(HashMap, WithoutCollisionsEveryKeySitsAtItsHomeSlot) {
-  const std::vector<unsigned long long> keys = {100, 101, 102, 103, 104, 105, 106, 107};
-  const HashMap map = expect_map_of(keys, {108, 110});
-  EXPECT_EQ(map.size, 10u);
-  EXPECT_EQ(map.max_age, 1u);
-  for (size_t k = 0; k < keys.size(); ++k) {
-    EXPECT_EQ(map.keys[keys[k] % 10], keys[k]);
-    EXPECT_EQ(map.ages[keys[k] % 10], 1u);
-  }
-}
-
-// All keys share one home slot and the same probe sequence, so they must take up one offset each
-// and evict each other; the device suite checks that the build restarts with new offsets.
-TEST(HashMap, CollidingKeysAreEvictedAndStillFound) {
-  std::vector<unsigned long long> keys;
-  const unsigned long long size = static_cast<unsigned long long>(30 / 0.8f);
-  for (unsigned long long k = 0; k < 30; ++k) keys.push_back((k + 1) * size);
-  const HashMap map = expect_map_of(keys, {31 * size});
-  EXPECT_EQ(map.size, size);
-  EXPECT_GT(map.max_age, 20u);
-  EXPECT_EQ(map.ages[0], map.max_age);
-}
-
-// Dense and clustered low keys: the whole key range is looked up.
-TEST(HashMap, DenseRandomKeySet) {
-  std::vector<unsigned long long> keys, others;
-  std::set<unsigned long long> seen;
-  for (uint64_t k = 0; keys.size() < 20000; ++k)
-    if (const unsigned long long key = cloud::mix(k) % 60000; seen.insert(key).second) keys.push_back(key);
-  for (unsigned long long key = 0; key < 60000; ++key)
-    if (!seen.count(key)) others.push_back(key);
-  const HashMap map = expect_map_of(keys, others);
-  EXPECT_EQ(map.size, 25000u);
-  EXPECT_GT(map.max_age, 1u);
 }

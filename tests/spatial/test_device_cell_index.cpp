@@ -86,6 +86,32 @@ std::string expected_print(unsigned int size, int attempts, unsigned int max_age
   return s + " max age is " + std::to_string(max_age) + "\n";
 }
 
+// Keys to look up in a map, the keys that must not be found, and whether the first build succeeds.
+struct KeySet {
+  std::vector<unsigned long long> keys, others;
+  bool first_attempt = true;
+};
+
+std::vector<KeySet> key_sets() {
+  std::vector<KeySet> sets;
+  for (int n : {0, 1, 8, 1000, 30000}) {  // sparse random keys
+    std::set<unsigned long long> distinct;
+    for (uint64_t k = 0; static_cast<int>(distinct.size()) < n; ++k) distinct.insert(cloud::mix(n + k) >> 16);
+    sets.push_back({{distinct.begin(), distinct.end()}, {}});
+  }
+  KeySet& dense = sets.emplace_back();  // a third of the keys below 60000, the rest looked up as others
+  std::set<unsigned long long> seen;
+  for (uint64_t k = 0; dense.keys.size() < 20000; ++k)
+    if (const unsigned long long key = cloud::mix(k) % 60000; seen.insert(key).second) dense.keys.push_back(key);
+  for (unsigned long long key = 0; key < 60000; ++key)
+    if (!seen.count(key)) dense.others.push_back(key);
+  // One home slot and one probe sequence for all keys and the other.
+  const unsigned long long size = static_cast<unsigned long long>(30 / 0.8f);
+  KeySet& colliding = sets.emplace_back(KeySet{{}, {31 * size}, false});
+  for (unsigned long long k = 0; k < 30; ++k) colliding.keys.push_back((k + 1) * size);
+  return sets;
+}
+
 }  // namespace
 
 TEST_F(DeviceCellIndex, TableMatchesTheHostForm) {
@@ -119,32 +145,35 @@ TEST_F(DeviceCellIndex, SortMatchesTheStableHostSort) {
   EXPECT_NO_THROW(sort_particle_handles(no_handles, no_keys));
 }
 
-// Random key sets, and a dense one whose keys share one home slot and one probe sequence, so that
-// attempts fail until the offsets spread them: the host map, the printed attempts and the offsets of
-// the last attempt's draw.
-TEST_F(DeviceHashMap, KeySetsGiveTheHostMap) {
-  for (int n : {0, 1, 8, 1000, 30000}) {
-    std::set<unsigned long long> distinct;
-    for (uint64_t k = 0; static_cast<int>(distinct.size()) < n; ++k) distinct.insert(cloud::mix(n + k) >> 16);
-    const std::vector<unsigned long long> keys(distinct.begin(), distinct.end());
+// Sparse and dense key sets, and one whose keys share one home slot and one probe sequence, so
+// that attempts fail until the offsets spread them: the device builds the host map, prints its
+// attempts and ends with the offsets of the last attempt's draw; both lookups find every key with
+// its value and none of the others.
+TEST_F(DeviceHashMap, KeySetsGiveTheHostMapAndItsLookups) {
+  for (const KeySet& set : key_sets()) {
+    SCOPED_TRACE(testing::Message() << set.keys.size() << " keys");
     HashMap map;
-    const std::string printed = expect_device_map_as_host(keys, &map);
-    EXPECT_EQ(printed, expected_print(static_cast<unsigned int>(n / 0.8f), 1, n == 0 ? 0 : map.max_age));
-    for (size_t k = 0; k < keys.size(); ++k) ASSERT_EQ(hash_map_find(map, keys[k]), 7 * k + 3);
+    const std::string printed = expect_device_map_as_host(set.keys, &map);
+    int attempts = 0;
+    for (size_t p = printed.find("attempt "); p != std::string::npos; p = printed.find("attempt ", p + 1)) ++attempts;
+    EXPECT_EQ(attempts == 1, set.first_attempt);
+    EXPECT_EQ(map.size, static_cast<unsigned int>(set.keys.size() / 0.8f));
+    EXPECT_EQ(printed, expected_print(map.size, attempts, map.max_age));
+    HashOffsetSource source;
+    std::vector<unsigned int> offsets;
+    for (int a = 0; a < attempts; ++a) draw_hash_offsets(source, offsets);
+    if (!set.keys.empty()) {
+      EXPECT_EQ(map.hash_offsets, offsets);
+      EXPECT_EQ(std::vector<unsigned int>(d_hash_offsets, d_hash_offsets + 64), offsets);
+    }
+    EXPECT_EQ(d_hash_map_construction_error, 0u);
+    for (size_t k = 0; k < set.keys.size(); ++k) {
+      ASSERT_EQ(hash_map_find(map, set.keys[k]), 7 * k + 3) << set.keys[k];
+      ASSERT_EQ(hash_map_find_bounded(map, set.keys[k]), 7 * k + 3) << set.keys[k];
+    }
+    for (unsigned long long key : set.others) {
+      ASSERT_EQ(hash_map_find(map, key), hash_map_not_found) << key;
+      ASSERT_EQ(hash_map_find_bounded(map, key), hash_map_not_found) << key;
+    }
   }
-  std::vector<unsigned long long> keys;
-  const unsigned long long size = static_cast<unsigned long long>(30 / 0.8f);
-  for (unsigned long long k = 0; k < 30; ++k) keys.push_back((k + 1) * size);
-  HashMap map;
-  const std::string printed = expect_device_map_as_host(keys, &map);
-  int attempts = 0;
-  for (size_t p = printed.find("attempt "); p != std::string::npos; p = printed.find("attempt ", p + 1)) ++attempts;
-  EXPECT_GT(attempts, 1);
-  EXPECT_EQ(printed, expected_print(static_cast<unsigned int>(size), attempts, map.max_age));
-  HashOffsetSource source;
-  std::vector<unsigned int> offsets;
-  for (int a = 0; a < attempts; ++a) draw_hash_offsets(source, offsets);
-  EXPECT_EQ(map.hash_offsets, offsets);
-  EXPECT_EQ(std::vector<unsigned int>(d_hash_offsets, d_hash_offsets + 64), offsets);
-  EXPECT_EQ(d_hash_map_construction_error, 0u);
 }

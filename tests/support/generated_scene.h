@@ -3,10 +3,10 @@
 // A scene written by the generator for an end-to-end run: its view files in order and the average
 // depth to pass as --depth-avg.
 
-#include <fstream>
 #include <string>
 #include <vector>
 
+#include "tests/support/run_process.h"
 #include "tools/scene/scene_files.h"
 
 namespace e2e {
@@ -28,13 +28,13 @@ inline scene::SceneOptions small_scene(const std::string& dir, int views = 8) {
   return options;
 }
 
-// Writes the scene its arrangement names (the sample scene on a ring by default) with `options` (out_dir included) and lists its first `views` view
-// files, all of them when `views` is 0.
+// Writes the scene its arrangement names (the sample scene on a ring by default) with `options`
+// (out_dir included) and lists its first `views` view files, all of them when `views` is 0.
 inline GeneratedScene generate_scene(const scene::SceneOptions& options, int views = 0) {
   GeneratedScene s;
   s.dir = options.out_dir;
   scene::write_scene(scene::make_scene(options), options);
-  std::ifstream(s.dir + "/average_depth.txt") >> s.average_depth;
+  s.average_depth = average_depth(s.dir);
   for (int v = 0; v < (views > 0 ? views : options.views); ++v)
     s.view_files.push_back(s.dir + "/" + scene::view_file_name(v));
   return s;

@@ -13,6 +13,7 @@
 
 #include "formats/depth_png.h"
 #include "image/CTensor.h"
+#include "tests/support/generated_scene.h"
 #include "tests/support/io_test_support.h"
 #include "tools/import/run_import.h"
 #include "tools/scene/scene_camera.h"
@@ -28,11 +29,7 @@ struct Generated {
 // Six views of 160 x 120 of the sample scene, native files and the layout in dir.
 inline Generated generate(const std::string& dir, scene::Layout layout, int views = 6) {
   std::filesystem::remove_all(dir);
-  scene::SceneOptions o;
-  o.out_dir = dir;
-  o.views = views;
-  o.width = 160;
-  o.height = 120;
+  scene::SceneOptions o = e2e::small_scene(dir, views);
   o.principal_offset_x = 3.25;  // an off-centre principal point shows any half-pixel slip
   o.principal_offset_y = -2.5;
   o.ground_truth_stride = 40;

@@ -18,7 +18,23 @@ struct ParticleSet {
   std::vector<float> offsets;
   std::vector<float3> normals;
   size_t size() const { return particles.size(); }
+  void add(const Particle& p, float offset, float3 normal) {
+    particles.push_back(p);
+    offsets.push_back(offset);
+    normals.push_back(normal);
+  }
 };
+
+// A particle at pos measured by `camera` along the ray dir, which is its initial normal too.
+inline Particle particle(float3 pos, float3 dir = {0.0f, 0.0f, 1.0f}, int camera = 0, float radius = 0.0f) {
+  Particle p{};
+  p.pos = pos;
+  p.dir = dir;
+  p.init_normal = dir;
+  p.camera_index = camera;
+  p.radius = radius;
+  return p;
+}
 
 // Counter-based generator: the same (seed, index) always gives the same numbers, in any order.
 inline uint64_t mix(uint64_t x) {
@@ -79,18 +95,11 @@ inline void add_view(ParticleSet& set, const Scene& scene, const View& view, int
       if (depth <= 0.0f) continue;
       const uint64_t pixel = static_cast<uint64_t>(y) * view.width + x;
       const float measured = depth * (1.0f + noise * gaussian(seed + camera_index, pixel));
-      Particle p{};
-      p.pos = view.centre + measured * ray;
-      p.dir = normalized(view.centre - p.pos);
-      p.init_normal = p.dir;
+      const float3 pos = view.centre + measured * ray;
+      Particle p = particle(pos, normalized(view.centre - pos), camera_index, depth / view.fx);
       p.color = {128, 128, 128, 255};
-      p.camera_index = camera_index;
       p.pixel_index = static_cast<int>(pixel);
-      p.radius = depth / view.fx;
-      p.no_measurement = false;
-      set.particles.push_back(p);
-      set.offsets.push_back(0.0f);
-      set.normals.push_back(p.dir);
+      set.add(p, 0.0f, p.dir);
     }
   }
 }
@@ -120,19 +129,15 @@ inline ParticleSet plane_views(int views, int width, int height_px, float fx, fl
 inline ParticleSet random_cloud(int count, float extent, uint64_t seed) {
   ParticleSet set;
   for (int k = 0; k < count; ++k) {
-    Particle p{};
-    p.pos = {extent * uniform01(seed, 8 * k), extent * uniform01(seed, 8 * k + 1), extent * uniform01(seed, 8 * k + 2)};
-    p.dir = normalized({uniform01(seed, 8 * k + 3) - 0.5f, uniform01(seed, 8 * k + 4) - 0.5f, 1.0f});
-    p.init_normal = p.dir;
-    p.camera_index = k % 3;
+    Particle p = particle({extent * uniform01(seed, 8 * k), extent * uniform01(seed, 8 * k + 1),
+                           extent * uniform01(seed, 8 * k + 2)},
+                          normalized({uniform01(seed, 8 * k + 3) - 0.5f, uniform01(seed, 8 * k + 4) - 0.5f, 1.0f}),
+                          k % 3, 0.05f * extent);
     p.pixel_index = k;
-    p.radius = 0.05f * extent;
-    set.particles.push_back(p);
-    set.offsets.push_back(0.1f * extent * (uniform01(seed, 8 * k + 5) - 0.5f));
     float3 n = normalized({uniform01(seed, 8 * k + 6) - 0.5f, uniform01(seed, 8 * k + 7) - 0.5f,
                            uniform01(seed + 1, k) - 0.5f});
     if (dot(n, p.dir) <= 0.0f) n = -n;
-    set.normals.push_back(n);
+    set.add(p, 0.1f * extent * (uniform01(seed, 8 * k + 5) - 0.5f), n);
   }
   return set;
 }

@@ -14,6 +14,7 @@
 #include "src/core/camera.h"
 #include "src/core/particle.h"
 #include "src/seed/superpixel.h"
+#include "tests/support/particle_cloud.h"
 
 namespace sp_test {
 
@@ -96,13 +97,9 @@ inline Superpixel block(int x0, int y0, int w, int h, uchar4 color = make_uchar4
   return s;
 }
 
-// A particle set with its three arrays; `sorted` orders it by (camera_index, pixel_index), since
+// A particle set with its three arrays; `sort` orders it by (camera_index, pixel_index), since
 // particles made from superpixels arrive in thread order.
-struct Set {
-  std::vector<Particle> particles;
-  std::vector<float> offsets;
-  std::vector<float3> normals;
-
+struct Set : cloud::ParticleSet {
   void sort() {
     std::vector<size_t> order(particles.size());
     for (size_t i = 0; i < order.size(); ++i) order[i] = i;
@@ -111,11 +108,7 @@ struct Set {
       return p.camera_index != q.camera_index ? p.camera_index < q.camera_index : p.pixel_index < q.pixel_index;
     });
     Set s;
-    for (size_t i : order) {
-      s.particles.push_back(particles[i]);
-      s.offsets.push_back(offsets[i]);
-      s.normals.push_back(normals[i]);
-    }
+    for (size_t i : order) s.add(particles[i], offsets[i], normals[i]);
     *this = s;
   }
   std::vector<int> pixel_indices() const {
