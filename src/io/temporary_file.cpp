@@ -4,42 +4,11 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <csignal>
 #include <cstdio>
 #include <cstring>
 #include <stdexcept>
 
 namespace {
-
-// The temporary file to remove when a signal stops the process; written before the handlers are
-// installed, read only by them.
-char pending_path[4096];
-const int kSignals[] = {SIGINT, SIGTERM, SIGHUP};
-struct sigaction previous[3];
-bool watching = false;
-
-void remove_and_stop(int sig) {
-  unlink(pending_path);
-  signal(sig, SIG_DFL);
-  raise(sig);
-}
-
-void watch_signals(const std::string& path) {
-  if (path.size() >= sizeof pending_path) return;  // too long to keep: the file stays on a signal
-  std::memcpy(pending_path, path.c_str(), path.size() + 1);
-  struct sigaction action {};
-  action.sa_handler = remove_and_stop;
-  sigemptyset(&action.sa_mask);
-  for (int i = 0; i < 3; ++i) sigaction(kSignals[i], &action, &previous[i]);
-  watching = true;
-}
-
-void unwatch_signals() {
-  if (!watching) return;
-  watching = false;
-  for (int i = 0; i < 3; ++i) sigaction(kSignals[i], &previous[i], nullptr);
-  pending_path[0] = 0;
-}
 
 std::string hidden_name(const std::string& final_path, int attempt) {
   const std::string::size_type slash = final_path.rfind('/');
@@ -66,7 +35,7 @@ TemporaryFile::TemporaryFile(const std::string& final_path) {
     if (fd >= 0) {
       close(fd);
       path = candidate;
-      watch_signals(path);
+      on_signal.emplace(path, RemoveOnSignal::Kind::file);
       return;
     }
     if (errno != EEXIST) throw std::runtime_error(std::strerror(errno));
@@ -76,12 +45,12 @@ TemporaryFile::TemporaryFile(const std::string& final_path) {
 
 TemporaryFile::~TemporaryFile() {
   if (path.empty()) return;
-  unwatch_signals();
+  on_signal.reset();
   std::remove(path.c_str());
 }
 
 void TemporaryFile::commit(const std::string& final_path) {
   if (std::rename(path.c_str(), final_path.c_str()) != 0) throw std::runtime_error(std::strerror(errno));
-  unwatch_signals();
+  on_signal.reset();
   path.clear();
 }

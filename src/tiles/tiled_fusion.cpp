@@ -6,15 +6,19 @@
 #include <iostream>
 #include <vector>
 
+#include "src/io/remove_on_signal.h"
 #include "src/tiles/fuse_tile.h"
 #include "src/tiles/tile_files.h"
 
 namespace {
 
-// The folder of the tiles' results, inside the output directory; gone when the object ends.
+// The folder of the tiles' results, inside the output directory; gone when the object ends or a
+// signal stops the run.
 struct TileFolder {
   std::string path;
-  explicit TileFolder(const std::string& dir) : path(dir + "/.tiles." + std::to_string(getpid())) {
+  RemoveOnSignal on_signal;
+  explicit TileFolder(const std::string& dir)
+      : path(dir + "/.tiles." + std::to_string(getpid())), on_signal(path, RemoveOnSignal::Kind::folder) {
     std::filesystem::create_directories(path);
   }
   ~TileFolder() {

@@ -13,8 +13,8 @@
 // The fine level of a planned run on this machine: every tile fused in turn (fuse_tile, with the
 // plan's stride in the filter's schedule), its kept points written to a hidden folder of
 // `directory` (".tiles.PID"), and then all of them streamed into model_path. The folder is removed
-// when this returns and whenever it throws, internal failures included. Prints a line per tile and
-// returns the number of points in the model.
+// when this returns, whenever it throws, internal failures included, and when SIGINT, SIGTERM or
+// SIGHUP stops the process. Prints a line per tile and returns the number of points in the model.
 std::uint64_t fuse_tiles(const RunPlan& plan, const Scaffold& scaffold, const ViewSource& read,
                          const FilterOptions& filter, const SupportFilterOptions& support, const std::string& directory,
                          const std::string& model_path, PlyColorNames names);

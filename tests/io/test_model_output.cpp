@@ -9,12 +9,14 @@
 #include <filesystem>
 #include <fstream>
 #include <map>
+#include <optional>
 #include <sstream>
 #include <string>
 #include <vector>
 
 #include "device/vector_math.h"
 #include "src/io/model_output.h"
+#include "src/io/remove_on_signal.h"
 #include "src/io/temporary_file.h"
 #include "tests/support/io_test_support.h"
 #include "tests/support/particle_cloud.h"
@@ -127,19 +129,35 @@ TEST(ModelOutput, FailureIsAnErrorAndKeepsTheEarlierFile) {
   EXPECT_EQ(names, (std::vector<std::string>{"model.ply", "taken.ply"}));
 }
 
-// A run stopped while a model is being written leaves no temporary file behind.
-TEST(TemporaryFile, RemovedWhenTheProcessIsStopped) {
-  const std::string final_path = scratch_path("stopped.ply");
-  std::string temporary;
+// A run stopped while a model is being written into a folder of partial results leaves neither
+// behind, and still ends by the signal; a guard that ended stays ended, and an ignored signal
+// stays ignored and removes nothing.
+TEST(RemoveOnSignal, AStoppedRunLeavesNoTemporaryFileOrFolder) {
+  const std::string dir = io_test::fresh_scratch_dir(), folder = dir + "/.tiles.1";
   EXPECT_EXIT(
       {
-        TemporaryFile file(final_path);
-        std::fprintf(stderr, "%s", file.path.c_str());
+        RemoveOnSignal folder_guard(folder, RemoveOnSignal::Kind::folder);
+        std::filesystem::create_directories(folder);
+        for (int k = 0; k < 300; ++k) io_test::write_bytes(folder + "/tile_" + std::to_string(k) + ".bin", "x");
+        std::optional<TemporaryFile> done(dir + "/done.ply");
+        TemporaryFile model(dir + "/model.ply");
+        done->commit(dir + "/done.ply");  // its guard ends before the newer one's
+        done.reset();
+        std::fprintf(stderr, "%s", model.path.c_str());
         std::raise(SIGTERM);
       },
-      testing::KilledBySignal(SIGTERM), "stopped.ply.[0-9]+.part");
-  for (const auto& entry : std::filesystem::directory_iterator(io_test::scratch_dir()))
-    EXPECT_EQ(entry.path().filename().string().find(".part"), std::string::npos) << entry.path();
+      testing::KilledBySignal(SIGTERM), "model.ply.[0-9]+.part");
+  EXPECT_EQ(e2e::file_names(dir), std::vector<std::string>{"done.ply"});
+
+  EXPECT_EXIT(
+      {
+        std::signal(SIGHUP, SIG_IGN);
+        TemporaryFile model(dir + "/model.ply");
+        std::raise(SIGHUP);
+        model.commit(dir + "/model.ply");
+        std::exit(std::filesystem::exists(dir + "/model.ply") ? 3 : 4);
+      },
+      testing::ExitedWithCode(3), "");
 }
 
 // A model with the standard colour names, read by a point-cloud library's own PLY reader (its

@@ -28,11 +28,13 @@ struct Result {
 };
 
 // How the child runs: a time limit after which it is killed (so a hang fails the test instead of
-// stalling the suite), and a limit on the size of the files it writes (-1: none; writes beyond it
-// fail with EFBIG).
+// stalling the suite), a limit on the size of the files it writes (-1: none; writes beyond it
+// fail with EFBIG), and a signal sent to it once its standard output holds a text (none if empty).
 struct Limits {
   double seconds = 300.0;
   long long file_size = -1;
+  std::string stop_at = "";
+  int stop_signal = SIGTERM;
 };
 
 inline std::ostream& operator<<(std::ostream& os, const Result& r) {
@@ -77,6 +79,7 @@ inline Result run(const std::string& program, const std::string& dir, const std:
   pollfd fds[2] = {{out_pipe[0], POLLIN, 0}, {err_pipe[0], POLLIN, 0}};
   std::string* sinks[2] = {&r.out, &r.err};
   int open_streams = 2;
+  bool stopped = false;
   using clock = std::chrono::steady_clock;
   const clock::time_point start = clock::now();
   for (;;) {
@@ -94,6 +97,10 @@ inline Result run(const std::string& program, const std::string& dir, const std:
       ssize_t n = read(fds[i].fd, chunk, sizeof chunk);
       if (n > 0) {
         sinks[i]->append(chunk, static_cast<std::size_t>(n));
+        if (!stopped && !limits.stop_at.empty() && r.out.find(limits.stop_at) != std::string::npos) {
+          kill(pid, limits.stop_signal);
+          stopped = true;
+        }
       } else {
         close(fds[i].fd);
         fds[i].fd = -1;

@@ -23,8 +23,8 @@ class TiledRun : public testing::Test {
     scene_ = e2e::generate_scene(e2e::small_scene((dir_ / "scene").string()));
   }
   // One thread keeps the superpixel particles' order, and with it the models, the same each run.
-  e2e::Result run(const std::string& program, const std::vector<std::string>& args, double seconds = 300.0) {
-    return e2e::run(program, dir_.string(), args, {"OMP_NUM_THREADS=1", "OMP_WAIT_POLICY=passive"}, {seconds});
+  e2e::Result run(const std::string& program, const std::vector<std::string>& args, const e2e::Limits& limits = {}) {
+    return e2e::run(program, dir_.string(), args, {"OMP_NUM_THREADS=1", "OMP_WAIT_POLICY=passive"}, limits);
   }
   std::vector<std::string> options(const std::string& out, const std::vector<std::string>& more) {
     std::vector<std::string> args = {"-o", out, "--depth-avg", scene_.average_depth, "--superpixels", "300"};
@@ -33,11 +33,12 @@ class TiledRun : public testing::Test {
     args.insert(args.end(), scene_.view_files.begin(), scene_.view_files.end());
     return args;
   }
-  e2e::Result quillara(const std::string& out, const std::vector<std::string>& more = {}) {
-    return run(QUILLARA_BIN, options(out, more));
+  e2e::Result quillara(const std::string& out, const std::vector<std::string>& more = {},
+                       const e2e::Limits& limits = {}) {
+    return run(QUILLARA_BIN, options(out, more), limits);
   }
-  e2e::Result tiles(const std::vector<std::string>& args, double seconds = 300.0) {
-    return run(QUILLARA_TILES_BIN, args, seconds);
+  e2e::Result tiles(const std::vector<std::string>& args, const e2e::Limits& limits = {}) {
+    return run(QUILLARA_TILES_BIN, args, limits);
   }
   std::string bytes(const std::string& name) { return io_test::read_bytes((dir_ / name).string()); }
   std::string path(const std::string& name) { return (dir_ / name).string(); }
@@ -95,6 +96,17 @@ TEST_F(TiledRun, TileJobsGiveTheModelOfMaxMemoryAndRefuseToMergeWithTilesMissing
   EXPECT_EQ(bytes("jobs/model_superpixel.ply"), bytes("tiled/model_superpixel.ply"));
 }
 
+// Stopped while its tiles are fused, a run leaves no tile folder and no model, and ends by the
+// signal.
+TEST_F(TiledRun, ASignalLeavesOnlyTheFinishedSuperpixelModel) {
+  for (const auto& [signal, at] : {std::pair{SIGINT, "Tile 1 of"}, {SIGTERM, "Tile 2 of"}, {SIGHUP, "Tile 3 of"}}) {
+    const std::string out = "stopped" + std::to_string(signal);
+    const e2e::Result r = quillara(out, {"--max-memory", "52M"}, {.stop_at = at, .stop_signal = signal});
+    EXPECT_EQ(r.signal, signal) << r;
+    EXPECT_EQ(e2e::file_names(path(out)), std::vector<std::string>{"model_superpixel.ply"}) << at;
+  }
+}
+
 TEST_F(TiledRun, BadInputEndsWithOneLineAndLeavesNothingPartial) {
   // A budget too small for one view's particles says which would do.
   const e2e::Result small = quillara("small", {"--max-memory", "50M"});
@@ -129,11 +141,11 @@ TEST_F(TiledRun, BadInputEndsWithOneLineAndLeavesNothingPartial) {
   EXPECT_NE(planned.out.find(" merge '" + path("bad jobs") + "'\n"), std::string::npos) << planned.out;
   EXPECT_EQ(tiles({"run", path("bad jobs"), "2"}).err,
             "quillara-tiles: tile \"2\" is not one of the plan's 2 (0 to 1)\n");
-  // A killed job leaves no result, at most the hidden temporary file of one killed while it
-  // wrote; the rerun clears that.
-  const e2e::Result killed = tiles({"run", path("bad jobs"), "0"}, 0.5);
-  ASSERT_TRUE(killed.timed_out);
-  EXPECT_FALSE(fs::exists(path("bad jobs/tiles/tile_0.bin")));
+  // A stopped job leaves no result; one killed while it wrote, at most its hidden temporary file,
+  // which the rerun clears.
+  const e2e::Result stopped = tiles({"run", path("bad jobs"), "0"}, {.stop_at = "Tile 0 of 2"});
+  EXPECT_EQ(stopped.signal, SIGTERM) << stopped;
+  EXPECT_EQ(e2e::file_names(path("bad jobs/tiles")), std::vector<std::string>{});
   io_test::write_bytes(path("bad jobs/tiles/.tile_0.bin.12345.part"), "QLTILE01 cut off");
   EXPECT_EQ(tiles({"status", "bad jobs"}).out.substr(0, 17), "tile 0: missing\nt");
   ASSERT_EQ(tiles({"run", path("bad jobs"), "0"}).status, 0);

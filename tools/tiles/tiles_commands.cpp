@@ -218,7 +218,9 @@ void plan_command(const std::vector<std::string>& args, const std::string& progr
   plan.tiles = run.tiles;
   for (const Tile& t : run.tiles) plan.tile_bytes.push_back(tile_bytes(scaffold, t));
 
-  // A new plan makes the results of an old one meaningless.
+  // A new plan makes the results of an old one meaningless. The old plan goes first, so that a
+  // planning stopped half way leaves no plan beside the new scaffold.
+  std::filesystem::remove(plan_path(dir));
   std::filesystem::remove_all(dir + "/tiles");
   std::filesystem::create_directories(dir + "/tiles");
   std::filesystem::create_directories(dir + "/slurm");
