@@ -26,12 +26,7 @@ namespace {
 // Scene options for `views` views of width x height pixels in root/scene, root emptied first.
 scene::SceneOptions scene_in(const fs::path& root, int views, int width, int height) {
   fs::remove_all(root);
-  scene::SceneOptions options;
-  options.out_dir = (root / "scene").string();
-  options.views = views;
-  options.width = width;
-  options.height = height;
-  return options;
+  return e2e::scene_options((root / "scene").string(), views, width, height);
 }
 
 // quillara on the scene's views with its average depth, `superpixels` superpixels and `options`,

@@ -233,11 +233,7 @@ TEST(ColmapConverter, WorkspaceOfTheRealWriterFusesOntoTheTruth) {
   const std::string converter = on_path("colmap");
   if (converter.empty()) GTEST_SKIP() << "colmap is not installed (scripts/install-deps installs it)";
   const std::string root = io_test::fresh_scratch_dir();
-  scene::SceneOptions o;
-  o.out_dir = root + "/scene";
-  o.views = 6;
-  o.width = 320;
-  o.height = 240;
+  scene::SceneOptions o = e2e::scene_options(root + "/scene", 6, 320, 240);
   o.layout = scene::Layout::colmap_text;
   scene::write_scene(scene::make_default_scene(), o);
   const std::string workspace = root + "/workspace";

@@ -9,6 +9,7 @@
 
 #include "formats/depth_png.h"
 #include "formats/text_file.h"
+#include "tests/support/generated_scene.h"
 #include "tests/support/io_test_support.h"
 #include "tests/support/run_process.h"
 #include "tools/scene/completeness_breakdown.h"
@@ -28,12 +29,7 @@ using namespace scene;
 namespace {
 
 SceneOptions small_options(const std::string& dir, int width, int height, int views = 8) {
-  SceneOptions o;
-  o.out_dir = scratch_path(dir);
-  o.width = width;
-  o.height = height;
-  o.views = views;
-  return o;
+  return e2e::scene_options(scratch_path(dir), views, width, height);
 }
 
 // Back-projects depth pixels of every written view with the values of its view file and checks
