@@ -123,8 +123,6 @@ TEST(ImportRoundTrip, ViewsQuillaraCannotUseAreRefused) {
   const std::string colour = g.dir + "/color/000001.png";
   png_io::write_png(colour.c_str(), "test", 80, 60, 3, std::vector<uint8_t>(80 * 60 * 3, 7));
   expect_refused(o, colour + ": colour image is 80 x 60 pixels but its depth map 160 x 120");
-  io_test::write_bytes(colour, io_test::read_bytes(g.dir + "/color/000000.png").substr(0, 30));
-  expect_refused(o, "CTensor::readFromPNG: File " + colour + " is truncated");
   fs::remove(colour);
   const std::string spaced = g.dir + "/color/000001 copy.png";
   png_io::write_png(spaced.c_str(), "test", 160, 120, 3, std::vector<uint8_t>(160 * 120 * 3, 7));
