@@ -25,24 +25,18 @@ std::vector<SceneCamera> make_cameras(const Scene& scene, const CameraRing& ring
     const Vec3 right = std::cos(roll) * level_right + std::sin(roll) * level_down;
     const Vec3 down = cross(forward, right);
 
-    cameras.push_back(camera_at(eye, right, down, forward, ring.width, ring.height, ring.principal_offset_x,
-                                ring.principal_offset_y));
+    SceneCamera c;
+    c.width = ring.width;
+    c.height = ring.height;
+    c.fx = c.fy = as_float(0.82 * ring.width);
+    c.cx = as_float(0.5 * (ring.width - 1) + ring.principal_offset_x);
+    c.cy = as_float(0.5 * (ring.height - 1) + ring.principal_offset_y);
+    c.R = from_rows(as_float(right), as_float(down), as_float(forward));
+    c.t = as_float(-(c.R * eye));
+    c.center = -transpose_times(c.R, c.t);
+    cameras.push_back(c);
   }
   return cameras;
-}
-
-SceneCamera camera_at(Vec3 eye, Vec3 right, Vec3 down, Vec3 forward, int width, int height, double offset_x,
-                      double offset_y) {
-  SceneCamera c;
-  c.width = width;
-  c.height = height;
-  c.fx = c.fy = as_float(0.82 * width);
-  c.cx = as_float(0.5 * (width - 1) + offset_x);
-  c.cy = as_float(0.5 * (height - 1) + offset_y);
-  c.R = from_rows(as_float(right), as_float(down), as_float(forward));
-  c.t = as_float(-(c.R * eye));
-  c.center = -transpose_times(c.R, c.t);
-  return c;
 }
 
 Vec3 pixel_direction(const SceneCamera& c, double x, double y) {

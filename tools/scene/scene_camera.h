@@ -33,12 +33,6 @@ struct CameraRing {
 // scene.look_at.
 std::vector<SceneCamera> make_cameras(const Scene& scene, const CameraRing& ring);
 
-// The camera at `eye` whose axes are right, down and forward (the rows of R), of width x height
-// pixels with focal length 0.82 widths and the principal point `offset` pixels from the image
-// centre; every number rounded to float.
-SceneCamera camera_at(Vec3 eye, Vec3 right, Vec3 down, Vec3 forward, int width, int height, double offset_x = 0.0,
-                      double offset_y = 0.0);
-
 // World direction of the ray through array pixel (x, y); its camera-frame z component is 1, so
 // origin + d * direction has depth d.
 Vec3 pixel_direction(const SceneCamera& camera, double x, double y);

@@ -105,6 +105,9 @@ Scene make_street_scene(int views) {
 
 std::vector<SceneCamera> make_street_cameras(int views, int width, int height) {
   std::vector<SceneCamera> cameras;
+  const auto as_float = [](Vec3 v) {
+    return Vec3{static_cast<float>(v.x), static_cast<float>(v.y), static_cast<float>(v.z)};
+  };
   for (int i = 0; i < views; ++i) {
     const double side = i % 2 == 0 ? 1.0 : -1.0;
     const double turn = 0.45 * std::sin(0.9 * i + 0.4);  // along the street, up to about 26 degrees
@@ -114,7 +117,16 @@ std::vector<SceneCamera> make_street_cameras(int views, int width, int height) {
     const Vec3 forward = normalize(std::cos(pitch) * level + Vec3{0, 0, -std::sin(pitch)});
     const Vec3 right = normalize(cross(forward, {0, 0, 1}));
     const Vec3 down = cross(forward, right);
-    cameras.push_back(camera_at(eye, right, down, forward, width, height));
+    SceneCamera c;
+    c.width = width;
+    c.height = height;
+    c.fx = c.fy = static_cast<float>(0.82 * width);
+    c.cx = static_cast<float>(0.5 * (width - 1));
+    c.cy = static_cast<float>(0.5 * (height - 1));
+    c.R = from_rows(as_float(right), as_float(down), as_float(forward));
+    c.t = as_float(-(c.R * eye));
+    c.center = -transpose_times(c.R, c.t);
+    cameras.push_back(c);
   }
   return cameras;
 }
