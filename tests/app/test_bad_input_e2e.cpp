@@ -53,8 +53,7 @@ std::vector<float> point_sizes(const std::string& path, bool& finite) {
 class BadInput : public testing::Test {
  protected:
   void SetUp() override {
-    dir_ = fs::path(QUILLARA_TEST_TMP) / "bad_input" / testing::UnitTest::GetInstance()->current_test_info()->name();
-    fs::remove_all(dir_);
+    dir_ = io_test::fresh_scratch_dir();
     // Each test has its own scene: ctest runs them as parallel processes.
     scene_ = e2e::generate_scene(e2e::small_scene((dir_ / "scene").string(), 4));
   }
@@ -66,11 +65,7 @@ class BadInput : public testing::Test {
   // The command line for output directory `out`, the views and any further options.
   std::vector<std::string> command(const std::string& out, const std::vector<std::string>& views,
                                    const std::vector<std::string>& more = {}) {
-    std::vector<std::string> args = {"-o", out, "--depth-avg", scene_.average_depth, "--superpixels", "300"};
-    args.insert(args.end(), more.begin(), more.end());
-    args.push_back("--");
-    args.insert(args.end(), views.begin(), views.end());
-    return args;
+    return e2e::fusion_args({"-o", out}, scene_.average_depth, "300", more, views);
   }
   std::vector<std::string> files(const std::string& out) { return e2e::file_names((dir_ / out).string()); }
   void write(const std::string& name, const std::string& text) { io_test::write_bytes((dir_ / name).string(), text); }
@@ -79,17 +74,12 @@ class BadInput : public testing::Test {
   e2e::GeneratedScene scene_;
 };
 
+// The image readers' own causes are pinned by the image suite; here each reader is reached once
+// through a view file.
 TEST_F(BadInput, ViewFileMistakesEndInOneLineNamingTheFile) {
   const std::string view_text = io_test::read_bytes(scene_.view_files[1]);
   const std::string image = scene_.dir + "/image_01.png";
-  const std::string png = io_test::read_bytes(image);
-  write("cut.png", png.substr(0, png.size() / 2));
   write_depth_png((dir_ / "small.png").string(), 80, 60, std::vector<unsigned short>(80 * 60, 3000));
-  write("photo.gif", png);
-  write("negative.ppm", "P6\n-5 abc\n255\n");
-  std::string zero_width = png;
-  zero_width.replace(16, 4, std::string(4, '\0'));
-  write("zero.png", zero_width);
   const std::string tokens = "has 23 tokens, expected 25 (K: 9, R: 9, t: 3, width, height, colour image, depth map)";
   const std::pair<std::string, std::string> cases[] = {
       {view_text.substr(0, view_text.find(image)), tokens},
@@ -101,13 +91,6 @@ TEST_F(BadInput, ViewFileMistakesEndInOneLineNamingTheFile) {
        "the rotation (tokens 10 to 18) is not orthonormal: R^T R differs from the identity by up to "},
       {with_token(view_text, 24, "missing.png"),
        "colour image \"missing.png\": CTensor::readFromPNG: Cannot open file missing.png: No such file or directory"},
-      {with_token(view_text, 24, "cut.png"),
-       "colour image \"cut.png\": CTensor::readFromPNG: File cut.png is truncated"},
-      {with_token(view_text, 24, "photo.gif"), "colour image \"photo.gif\": Image file format not supported"},
-      {with_token(view_text, 24, "negative.ppm"),
-       "colour image \"negative.ppm\": CTensor::readFromPPM: File negative.ppm has no valid image size in its header"},
-      {with_token(view_text, 24, "zero.png"),
-       "colour image \"zero.png\": CTensor::readFromPNG: File zero.png is not a valid PNG (IHDR: CRC error)"},
       {with_token(view_text, 25, image),
        "depth map \"" + image +
            "\": CMatrix::readFromPNG: Format not supported.  Expected Greyscale image with 8 or 16 bit per channel"},

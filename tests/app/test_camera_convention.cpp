@@ -20,11 +20,7 @@ namespace fs = std::filesystem;
 TEST(CameraConvention, ParticlesFromGeneratedDepthLieOnTheTrueSurfaces) {
   const fs::path dir = fs::path(QUILLARA_TEST_TMP) / "camera_convention";
   fs::remove_all(dir);
-  scene::SceneOptions options;
-  options.out_dir = dir.string();
-  options.views = 3;
-  options.width = 96;
-  options.height = 80;
+  scene::SceneOptions options = e2e::scene_options(dir.string(), 3, 96, 80);
   options.principal_offset_x = 3.5;  // an off-centre principal point shows mirroring mistakes
   options.principal_offset_y = -2.0;
   const scene::Scene truth = scene::make_default_scene();

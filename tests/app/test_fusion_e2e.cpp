@@ -23,25 +23,17 @@ namespace fs = std::filesystem;
 
 namespace {
 
-// Scene options for `views` views of width x height pixels in root/scene, root emptied first.
+// Scene options for `views` views of width x height pixels in root/scene.
 scene::SceneOptions scene_in(const fs::path& root, int views, int width, int height) {
-  fs::remove_all(root);
-  scene::SceneOptions options;
-  options.out_dir = (root / "scene").string();
-  options.views = views;
-  options.width = width;
-  options.height = height;
-  return options;
+  return e2e::scene_options((root / "scene").string(), views, width, height);
 }
 
 // quillara on the scene's views with its average depth, `superpixels` superpixels and `options`,
 // writing to `out` and run from the directory above it.
 e2e::Result quillara(const e2e::GeneratedScene& scene, const std::string& out, const std::string& superpixels,
-                     std::vector<std::string> options = {}) {
-  options.insert(options.begin(), {"-o", out, "--depth-avg", scene.average_depth, "--superpixels", superpixels});
-  options.push_back("--");
-  options.insert(options.end(), scene.view_files.begin(), scene.view_files.end());
-  return e2e::run(QUILLARA_BIN, fs::path(out).parent_path().string(), options);
+                     const std::vector<std::string>& options = {}) {
+  return e2e::run(QUILLARA_BIN, fs::path(out).parent_path().string(),
+                  e2e::fusion_args({"-o", out}, scene.average_depth, superpixels, options, scene.view_files));
 }
 
 // The closing summary's number of lines: 3 without advice.
@@ -99,7 +91,7 @@ void expect_preview_of_each_view(const e2e::GeneratedScene& generated, const fs:
 // noisy input, and both faces of the thin sheet. The support filters keep what at least three or
 // four other views confirm, so the ring needs that many views on each surface.
 TEST(DefaultRun, FusesAGeneratedSceneAccuratelyAndCompletely) {
-  const fs::path root = fs::path(QUILLARA_TEST_TMP) / "default_run_16_views";
+  const fs::path root = io_test::fresh_scratch_dir();
   scene::SceneOptions options = scene_in(root, 16, 256, 192);
   options.noise = 0.001;
   const e2e::GeneratedScene generated = e2e::generate_scene(options);
@@ -135,7 +127,7 @@ TEST(DefaultRun, FusesAGeneratedSceneAccuratelyAndCompletely) {
 
 // Support levels that nothing reaches empty both models; both files are still written, empty.
 TEST(DefaultRun, EmptiedModelsAreStillWritten) {
-  const fs::path root = fs::path(QUILLARA_TEST_TMP) / "default_run_empty";
+  const fs::path root = io_test::fresh_scratch_dir();
   const e2e::GeneratedScene generated = e2e::generate_scene(scene_in(root, 2, 64, 48));
   const fs::path out = root / "model";
   const e2e::Result r = quillara(generated, out.string(), "30", {"--min-support-sp", "1e9"});
@@ -153,7 +145,7 @@ TEST(DefaultRun, EmptiedModelsAreStillWritten) {
 // --backface-test and --preview in one run: both removals run and the models before and after the
 // last one are written beside the two of every run; the previews show input beside model.
 TEST(BackfaceAndPreview, RemovalsWriteTheirModelsAndPreviewsShowInputBesideModel) {
-  const fs::path root = fs::path(QUILLARA_TEST_TMP) / "backface_preview";
+  const fs::path root = io_test::fresh_scratch_dir();
   const e2e::GeneratedScene generated = e2e::generate_scene(scene_in(root, 6, 128, 96));
   const std::string out = (root / "model").string();
   const e2e::Result r =
@@ -189,7 +181,7 @@ TEST(BackfaceAndPreview, RemovalsWriteTheirModelsAndPreviewsShowInputBesideModel
 // outliers. Without its floor, points that no other view can see stay, and with them outliers
 // hidden from every other view.
 TEST(FewViews, TheVisibleShareKeepsTheSurfaceAndRemovesOutliers) {
-  const fs::path root = fs::path(QUILLARA_TEST_TMP) / "few_views";
+  const fs::path root = io_test::fresh_scratch_dir();
   scene::SceneOptions options = scene_in(root, 6, 160, 120);
   options.noise = 0.001;
   options.outliers = 0.03;
@@ -261,8 +253,8 @@ struct ImprovedRun {
 // The first `count` views of a ring of `ring` views of 96 x 72 pixels, their poses written 0.2
 // degrees and one footprint off, run with --improve-cameras and low support levels. Every view has
 // three others within 60 degrees when the ring has 24 views and count is 4 or more.
-ImprovedRun improve(const std::string& name, int ring, int count) {
-  const fs::path root = fs::path(QUILLARA_TEST_TMP) / name;
+ImprovedRun improve(int ring, int count) {
+  const fs::path root = io_test::fresh_scratch_dir();
   scene::SceneOptions options = scene_in(root, ring, 96, 72);
   options.perturbation = {0.2, 1.0};
   const e2e::GeneratedScene generated = e2e::generate_scene(options, count);
@@ -276,7 +268,7 @@ ImprovedRun improve(const std::string& name, int ring, int count) {
 // The schedule: three passes of pose step and model step, each timed, the refined views written as
 // view files naming the input's images and depth maps, and no pass model on disk.
 TEST(ImproveCameras, RunsThreePassesAndWritesTheRefinedViews) {
-  const ImprovedRun r = improve("improve_schedule", 24, 4);
+  const ImprovedRun r = improve(24, 4);
   ASSERT_EQ(r.run.status, 0) << r.run.err;
   EXPECT_EQ(e2e::occurrences(r.run.out, " camera pose, view "), 12u);
   EXPECT_EQ(e2e::occurrences(r.run.out, ", pose step: "), 3u);
@@ -301,7 +293,7 @@ TEST(ImproveCameras, RunsThreePassesAndWritesTheRefinedViews) {
 // The three views of a ring of 8 have two neighbours within 60 degrees: the run is refused before
 // any model is made, and leaves no refined views.
 TEST(ImproveCameras, TooFewNeighboursAreRefusedAtTheStart) {
-  const ImprovedRun r = improve("improve_too_few", 8, 3);
+  const ImprovedRun r = improve(8, 3);
   EXPECT_EQ(r.run.status, 1);
   EXPECT_EQ(r.run.err,
             "--improve-cameras: no view has three other views whose optical axes lie within 60 degrees of its own; "

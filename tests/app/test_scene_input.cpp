@@ -1,5 +1,4 @@
 #include <gtest/gtest.h>
-#include <png.h>
 
 #include <filesystem>
 #include <fstream>
@@ -116,14 +115,6 @@ TEST_F(SceneInput, MaximumDepthIsTheUpperMedianOfTheViewMaxima) {
   EXPECT_EQ(depth_range_max, 2.0f);
   read({make_view("z0", constant(0)), make_view("b", constant(1000)), make_view("z1", constant(0))});
   EXPECT_EQ(depth_range_max, 0.0f);
-}
-
-TEST_F(SceneInput, EightBitDepthIsThousandths) {
-  const std::string depth_png = scratch_path("depth8.png");
-  io_test::write_raw_png(depth_png, 4, 3, PNG_COLOR_TYPE_GRAY, 8, std::vector<unsigned char>(12, 255));
-  const std::string view = make_view("v", {}, 4, 3, depth_png);
-  EXPECT_EQ(read({view}), "Reading file " + view + "\nmaximum depth = 0.255\n");
-  EXPECT_EQ(depthmaps_[0](3, 2), 0.255f);
 }
 
 // Each mistake ends in a ViewFileError naming the file; the end-to-end tests run the common ones.

@@ -16,14 +16,21 @@ struct GeneratedScene {
   std::vector<std::string> view_files;
 };
 
-// Options of a small scene in dir (8 views of 160 x 120 by default) with a sparse ground truth:
-// quick to write and to fuse in the end-to-end tests.
-inline scene::SceneOptions small_scene(const std::string& dir, int views = 8) {
+// Options of the sample scene in dir: `views` views of width x height pixels, the rest as the
+// generator's defaults.
+inline scene::SceneOptions scene_options(const std::string& dir, int views, int width, int height) {
   scene::SceneOptions options;
   options.out_dir = dir;
   options.views = views;
-  options.width = 160;
-  options.height = 120;
+  options.width = width;
+  options.height = height;
+  return options;
+}
+
+// Options of a small scene in dir (8 views of 160 x 120 by default) with a sparse ground truth:
+// quick to write and to fuse in the end-to-end tests.
+inline scene::SceneOptions small_scene(const std::string& dir, int views = 8) {
+  scene::SceneOptions options = scene_options(dir, views, 160, 120);
   options.ground_truth_stride = 160;
   return options;
 }

@@ -125,14 +125,25 @@ inline std::string average_depth(const std::string& dir) {
   return mean;
 }
 
+// quillara's arguments: `head` (the output directory, say), the average depth, the superpixel
+// count, `more` options, then "--" and the view files.
+inline std::vector<std::string> fusion_args(std::vector<std::string> head, const std::string& depth_avg,
+                                            const std::string& superpixels, const std::vector<std::string>& more,
+                                            const std::vector<std::string>& views) {
+  head.insert(head.end(), {"--depth-avg", depth_avg, "--superpixels", superpixels});
+  head.insert(head.end(), more.begin(), more.end());
+  head.push_back("--");
+  head.insert(head.end(), views.begin(), views.end());
+  return head;
+}
+
 // quillara fusing `views` into out_dir, run from its parent, with settings for small generated
 // scenes: 300 superpixels and the support of one view, since few views see each surface. One
 // thread keeps the order of the superpixel particles, and with it the model, the same each run.
 inline Result fuse(const std::string& out_dir, const std::string& depth_avg, const std::vector<std::string>& views) {
-  std::vector<std::string> args = {"--out-dir",        out_dir, "--depth-avg",   depth_avg, "--superpixels", "300",
-                                   "--min-support-sp", "1",     "--min-support", "1",       "--"};
-  args.insert(args.end(), views.begin(), views.end());
-  return run(QUILLARA_BIN, std::filesystem::path(out_dir).parent_path().string(), args, {"OMP_NUM_THREADS=1"});
+  return run(QUILLARA_BIN, std::filesystem::path(out_dir).parent_path().string(),
+             fusion_args({"--out-dir", out_dir}, depth_avg, "300", {"--min-support-sp", "1", "--min-support", "1"}, views),
+             {"OMP_NUM_THREADS=1"});
 }
 
 // How often `part` occurs in `text`.

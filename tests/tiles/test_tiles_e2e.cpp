@@ -18,8 +18,7 @@ namespace {
 class TiledRun : public testing::Test {
  protected:
   void SetUp() override {
-    dir_ = fs::path(QUILLARA_TEST_TMP) / "tiles" / testing::UnitTest::GetInstance()->current_test_info()->name();
-    fs::remove_all(dir_);
+    dir_ = io_test::fresh_scratch_dir();
     scene_ = e2e::generate_scene(e2e::small_scene((dir_ / "scene").string()));
   }
   // One thread keeps the superpixel particles' order, and with it the models, the same each run.
@@ -27,11 +26,7 @@ class TiledRun : public testing::Test {
     return e2e::run(program, dir_.string(), args, {"OMP_NUM_THREADS=1", "OMP_WAIT_POLICY=passive"}, limits);
   }
   std::vector<std::string> options(const std::string& out, const std::vector<std::string>& more) {
-    std::vector<std::string> args = {"-o", out, "--depth-avg", scene_.average_depth, "--superpixels", "300"};
-    args.insert(args.end(), more.begin(), more.end());
-    args.push_back("--");
-    args.insert(args.end(), scene_.view_files.begin(), scene_.view_files.end());
-    return args;
+    return e2e::fusion_args({"-o", out}, scene_.average_depth, "300", more, scene_.view_files);
   }
   e2e::Result quillara(const std::string& out, const std::vector<std::string>& more = {},
                        const e2e::Limits& limits = {}) {

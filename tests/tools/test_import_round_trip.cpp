@@ -123,8 +123,6 @@ TEST(ImportRoundTrip, ViewsQuillaraCannotUseAreRefused) {
   const std::string colour = g.dir + "/color/000001.png";
   png_io::write_png(colour.c_str(), "test", 80, 60, 3, std::vector<uint8_t>(80 * 60 * 3, 7));
   expect_refused(o, colour + ": colour image is 80 x 60 pixels but its depth map 160 x 120");
-  io_test::write_bytes(colour, io_test::read_bytes(g.dir + "/color/000000.png").substr(0, 30));
-  expect_refused(o, "CTensor::readFromPNG: File " + colour + " is truncated");
   fs::remove(colour);
   const std::string spaced = g.dir + "/color/000001 copy.png";
   png_io::write_png(spaced.c_str(), "test", 160, 120, 3, std::vector<uint8_t>(160 * 120 * 3, 7));
@@ -233,11 +231,7 @@ TEST(ColmapConverter, WorkspaceOfTheRealWriterFusesOntoTheTruth) {
   const std::string converter = on_path("colmap");
   if (converter.empty()) GTEST_SKIP() << "colmap is not installed (scripts/install-deps installs it)";
   const std::string root = io_test::fresh_scratch_dir();
-  scene::SceneOptions o;
-  o.out_dir = root + "/scene";
-  o.views = 6;
-  o.width = 320;
-  o.height = 240;
+  scene::SceneOptions o = e2e::scene_options(root + "/scene", 6, 320, 240);
   o.layout = scene::Layout::colmap_text;
   scene::write_scene(scene::make_default_scene(), o);
   const std::string workspace = root + "/workspace";

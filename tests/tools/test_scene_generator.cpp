@@ -9,6 +9,7 @@
 
 #include "formats/depth_png.h"
 #include "formats/text_file.h"
+#include "tests/support/generated_scene.h"
 #include "tests/support/io_test_support.h"
 #include "tests/support/run_process.h"
 #include "tools/scene/completeness_breakdown.h"
@@ -28,12 +29,7 @@ using namespace scene;
 namespace {
 
 SceneOptions small_options(const std::string& dir, int width, int height, int views = 8) {
-  SceneOptions o;
-  o.out_dir = scratch_path(dir);
-  o.width = width;
-  o.height = height;
-  o.views = views;
-  return o;
+  return e2e::scene_options(scratch_path(dir), views, width, height);
 }
 
 // Back-projects depth pixels of every written view with the values of its view file and checks
@@ -198,25 +194,18 @@ TEST(PlantedOutliers, EvaluatorMeasuresTheShareRemoved) {
             std::string::npos);
 }
 
-// The kinds of scene: names both ways, the mixed scene is the standard one with six more rods, the
+// The kinds of scene: the option, the mixed scene is the standard one with six more rods, the
 // thin one mostly rods and two sheets; every kind but the standard one is named in the directory,
 // so that the evaluator measures against the right shapes.
 TEST(SceneKinds, ShapesNamesAndTheKindFile) {
-  for (const SceneKind kind : {SceneKind::standard, SceneKind::mixed, SceneKind::thin}) {
-    SceneKind parsed = SceneKind::standard;
-    EXPECT_TRUE(parse_scene_kind(scene_kind_name(kind), parsed));
-    EXPECT_EQ(parsed, kind);
-  }
-  SceneKind untouched = SceneKind::thin;
-  EXPECT_FALSE(parse_scene_kind("Thin", untouched));
-  EXPECT_EQ(untouched, SceneKind::thin);
   try {
     parse_scene_arguments({"--out", "x", "--kind", "round"});
     ADD_FAILURE() << "a kind of no name was taken";
   } catch (const cli::UsageError& e) {
     EXPECT_STREQ(e.what(), "--kind needs standard, mixed or thin, got 'round'");
   }
-  EXPECT_EQ(parse_scene_arguments({"--out", "x", "--kind=thin"}).kind, SceneKind::thin);
+  for (const SceneKind kind : {SceneKind::standard, SceneKind::mixed, SceneKind::thin})
+    EXPECT_EQ(parse_scene_arguments({"--out", "x", "--kind=" + scene_kind_name(kind)}).kind, kind);
 
   const auto rods = [](const Scene& s) {
     return std::count_if(s.shapes.begin(), s.shapes.end(), [](const Shape& shape) { return shape.name.starts_with("rod"); });
