@@ -112,7 +112,7 @@ void align_cameras(std::vector<Particle>& particles, std::vector<float> const& o
   const std::pair<double, double> together = largest_move(aligned, cameras);
 
   const std::vector<Camera> before_rig = copies(cameras);
-  const WorldMotion back = best_world_motion(before_rig, given, options.lever);
+  const WorldMotion back = world_motion_by_scatter(before_rig, given, options.lever);
   for (Camera* camera : cameras) move_with_world(*camera, back);
   move_particles_with_cameras(particles, normals, aligned, cameras);
 

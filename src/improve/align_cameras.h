@@ -12,8 +12,9 @@
 struct RigAlignment {
   ModelAlignment model;  // the alignment of one camera to the model of the others
   int neighbours = 4;    // views whose overlap with a camera takes part in the joint step, at most
-  // Turns of the rig weigh like shifts of this length (world units) in keeping the rig where its
-  // given poses put it: a turn of the camera moves what it sees at the scene's depth by that much.
+  // In keeping the rig where its given poses put it, turns weigh like shifts of a length (world
+  // units) found from how the given centres and orientations scatter about the fit, this at most:
+  // a turn of the camera moves what it sees at the scene's depth by that much.
   float lever = 1.0f;
 };
 
@@ -25,8 +26,9 @@ struct RigAlignment {
 //    other, lets an error that runs smoothly around the rig shrink only a little per pass; solved
 //    together, the cameras agree in one step.
 // 3. The whole rig is moved, as one rigid body, to where its poses lie closest to `given` (the poses
-//    the run was given): the images and depth maps fix how the cameras stand to each other, but not
-//    where the rig stands, and only the given poses say that.
+//    the run was given), centres and turns each weighed by their own scatter: the images and depth
+//    maps fix how the cameras stand to each other, but not where the rig stands, and only the
+//    given poses say that.
 // The particles of each view move with their camera. Prints per camera how far each part turned
 // and moved it. Throws ImprovementError when a camera has no model to align to.
 void align_cameras(std::vector<Particle>& particles, std::vector<float> const& offsets, std::vector<float3>& normals,

@@ -2,6 +2,7 @@
 
 #include <Eigen/LU>
 #include <Eigen/SVD>
+#include <algorithm>
 #include <cmath>
 
 namespace {
@@ -49,6 +50,23 @@ WorldMotion best_world_motion(std::vector<Camera> const& from, std::vector<Camer
   for (int r = 0; r < 3; ++r) {
     for (int c = 0; c < 3; ++c) w.Q[3 * r + c] = Q(r, c);
     w.s[r] = s(r);
+  }
+  return w;
+}
+
+WorldMotion world_motion_by_scatter(std::vector<Camera> const& from, std::vector<Camera> const& to, double longest) {
+  double lever = longest;
+  WorldMotion w = best_world_motion(from, to, lever);
+  for (int round = 0; round < 2; ++round) {
+    const Eigen::Matrix3d Q = Eigen::Map<const Eigen::Matrix<double, 3, 3, Eigen::RowMajor>>(w.Q);
+    const Eigen::Vector3d s(w.s[0], w.s[1], w.s[2]);
+    double centres = 0.0, turns = 0.0;
+    for (std::size_t i = 0; i < from.size(); ++i) {
+      centres += (Q * centre(from[i]) + s - centre(to[i])).squaredNorm();
+      turns += (rotation(from[i]) * Q.transpose() - rotation(to[i])).squaredNorm();
+    }
+    lever = turns > 0.0 ? std::clamp(std::sqrt(centres / turns), longest / 20.0, longest) : longest;
+    w = best_world_motion(from, to, lever);
   }
   return w;
 }

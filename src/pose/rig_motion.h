@@ -28,6 +28,15 @@ struct WorldMotion {
 // Both lists are equally long and not empty.
 WorldMotion best_world_motion(std::vector<Camera> const& from, std::vector<Camera> const& to, double lever);
 
+// As best_world_motion, with the lever that weighs centres and orientations as they scatter about
+// the fit: the root-mean-square centre distance over that of the orientations' differences, so that
+// each counts by its own spread. It is found by fitting three times, starting from longest, and
+// kept between longest / 20 (so that centres on a line still settle the turn about that line) and
+// longest. Given poses whose centres are off by a footprint and whose turns by a few tenths of a
+// degree put the rig best by their centres when the rig is wide, which a fixed lever of the scene's
+// depth leaves to the turns.
+WorldMotion world_motion_by_scatter(std::vector<Camera> const& from, std::vector<Camera> const& to, double longest);
+
 // Moves the camera with the world: it sees Q p + s where it saw p. Its R becomes R Q^T, its centre
 // Q c + s, its t follows.
 void move_with_world(Camera& camera, WorldMotion const& motion);
