@@ -139,7 +139,9 @@ HOST_DEVICE inline T const& texel(Texture<T, R> const& t, int i, int j, int laye
 // Always inlined: the callers' per-sample loops then keep only the channels they use (the
 // matching costs read three of four) and no call remains in the innermost loop.
 template <class T, ReadMode R>
-HOST_DEVICE inline __attribute__((always_inline)) typename Texture<T, R>::read_type sample(Texture<T, R> const& t, float x, float y, int layer) {
+HOST_DEVICE inline __attribute__((always_inline)) typename Texture<T, R>::read_type sample(Texture<T, R> const& t,
+                                                                                          float x, float y,
+                                                                                          int layer) {
   using Traits = TexelTraits<T>;
   constexpr int n = Traits::channels;
   layer = clampIndex(layer, t.layers);
@@ -177,13 +179,14 @@ HOST_DEVICE inline __attribute__((always_inline)) typename Texture<T, R>::read_t
 }  // namespace detail
 
 template <class T, ReadMode R>
-HOST_DEVICE inline __attribute__((always_inline)) typename Texture<T, R>::read_type tex2D(Texture<T, R> const& t, float x, float y) {
+HOST_DEVICE inline __attribute__((always_inline)) typename Texture<T, R>::read_type tex2D(Texture<T, R> const& t,
+                                                                                         float x, float y) {
   return detail::sample(t, x, y, 0);
 }
 
 template <class T, ReadMode R>
-HOST_DEVICE inline __attribute__((always_inline)) typename Texture<T, R>::read_type tex2DLayered(Texture<T, R> const& t, float x, float y,
-                                                                  int layer) {
+HOST_DEVICE inline __attribute__((always_inline)) typename Texture<T, R>::read_type tex2DLayered(
+    Texture<T, R> const& t, float x, float y, int layer) {
   return detail::sample(t, x, y, layer);
 }
 
