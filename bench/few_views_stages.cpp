@@ -62,6 +62,7 @@ struct PixelTruth {
   scene::Vec3 point;
   int views = 0;
   double incidence = 0;  // degrees between the true normal and the pixel's ray
+  scene::Vec3 normal;
 };
 
 using Key = std::pair<int, int>;  // camera index, pixel index
@@ -82,6 +83,7 @@ std::vector<std::vector<PixelTruth>> pixel_truth(const scene::Scene& world,
         const scene::Vec3 ray = scene::pixel_direction(c, x, y);
         truth[v][y * c.width + x].incidence =
             std::acos(std::min(1.0, std::fabs(scene::dot(hit.normal, ray)) / scene::length(ray))) * 180.0 / M_PI;
+        truth[v][y * c.width + x].normal = hit.normal;
         samples[y * c.width + x].point = hit.point;
       }
     const std::vector<int> views = scene::views_seeing(world, cameras, samples);
@@ -109,6 +111,7 @@ void print_support_diagnosis(const std::vector<Particle>& particles, const std::
     long n = 0, fail = 0, unseen = 0, unconfirmed = 0;
   };
   std::map<std::string, Row> rows;
+  long unseen_why[3] = {};
   for (size_t k = 0; k < particles.size(); ++k) {
     const PixelTruth& t = truth[particles[k].camera_index][particles[k].pixel_index];
     if (t.shape < 0) continue;
@@ -124,7 +127,23 @@ void print_support_diagnosis(const std::vector<Particle>& particles, const std::
       r.unseen += verdicts.seeing_views[k] == 0;
       r.unconfirmed += verdicts.agreeing_views[k] == 0;
     }
+    if (!outlier && t.views == 2 && margin[k] < 0 && verdicts.seeing_views[k] == 0) {
+      // Why no other view judges it: the true surface faces none within the limit, the estimated
+      // normal faces none while the true one does, or a facing view says nothing.
+      bool true_faces = false, estimated_faces = false;
+      const float3 p = particle_position(particles[k], offsets[k]);
+      for (const Camera* c : cameras) {
+        if (c->index == particles[k].camera_index) continue;
+        const scene::Vec3 to{c->center[0] - t.point.x, c->center[1] - t.point.y, c->center[2] - t.point.z};
+        if (std::fabs(scene::dot(t.normal, to)) / scene::length(to) >= cos_limit) true_faces = true;
+        const float3 towards = make_float3(c->center[0], c->center[1], c->center[2]) - p;
+        if (dot(normals[k], towards) / length(towards) >= cos_limit) estimated_faces = true;
+      }
+      ++unseen_why[!true_faces ? 0 : !estimated_faces ? 1 : 2];
+    }
   }
+  std::cout << "\n2-view points no view judges: true surface beyond the facing limit " << unseen_why[0]
+            << ", estimated normal beyond it " << unseen_why[1] << ", facing view silent " << unseen_why[2] << "\n";
   std::cout << "\nlast support filter (% of each row's points):\n"
             << "surface            points   removed    unseen  no agree\n"
             << std::fixed << std::setprecision(1);

@@ -37,8 +37,8 @@ void measured_planes(CMatrix<float>& depth, CMatrix<float3>& normal_map, const C
 // 7 x 7 pixels: the fit averages the depth noise of about 40 measurements and still follows a rod
 // one pixel wide. 5 footprints per pixel: surfaces seen at up to about 80 degrees to the ray.
 inline constexpr int kMeasuredPlaneWindow = 3;
-// 11 x 11 pixels, about 2.5 times the points, where the small window is uncertain (15 x 15 did
-// better on the surface few views see but cost a fifth more run time).
-inline constexpr int kMeasuredPlaneWideWindow = 5;
+// 15 x 15 pixels, about 4.5 times the points, where the small window is uncertain: far surfaces
+// that two views see obliquely need that many at depth noise growing with the squared depth.
+inline constexpr int kMeasuredPlaneWideWindow = 7;
 inline constexpr double kWideningUncertainty = 0.1;
 inline constexpr float kMeasuredPlaneFootprints = 5.0f;
