@@ -17,8 +17,10 @@ constexpr int kPasses = 3;
 
 // When the last pose step moves every camera by less than this many pixels, the model it leaves,
 // carried along with its cameras, stands in for one made anew: at 640 x 480 the last step moved
-// cameras by at most a quarter of a pixel, and a model made anew costs as much as the pose step.
-constexpr double kCarryPixels = 0.5;
+// cameras by a quarter of a pixel (0.3 degrees, one footprint given) to 0.6 pixels (0.5 degrees,
+// three footprints), the carried model was as complete within a quarter of a point, and a model
+// made anew costs as much as the pose step.
+constexpr double kCarryPixels = 1.0;
 
 // The largest shift, in pixels of each camera's image, that the move from `before` to the cameras
 // as they stand gives the scene at its average depth: turn times focal length, or centre shift

@@ -23,7 +23,7 @@ using ModelStep = std::function<void(bool first, const std::vector<Camera>& befo
 
 // The schedule that follows the first filter step: three passes of pose step and model_step, each
 // closed by close_pass, with the time of each step printed. The last model step is left out when
-// the last pose step moved every camera by less than half a pixel: the model moves with the
+// the last pose step moved every camera by less than a pixel: the model moves with the
 // cameras in the pose step. depthmaps are the measured maps; they stay as they are. Throws
 // ImprovementError, naming the pass, when a pass cannot go on.
 void run_improvement_passes(std::vector<Particle>& particles, std::vector<float>& offsets,
