@@ -25,6 +25,7 @@ ModelBlocks model_blocks(const std::vector<ModelPoint>& model);
 
 // A model file, read anew for every pass; `change`, when given, is applied to every block read
 // (moving the model, say). The header is read and checked at once.
-ModelBlocks model_blocks(const std::string& path, std::function<void(std::vector<ModelPoint>&)> change = {});
+ModelBlocks model_blocks(const std::string& path, std::function<void(std::vector<ModelPoint>&)> change = {},
+                         size_t block_points = kModelBlockPoints);
 
 }  // namespace scene
