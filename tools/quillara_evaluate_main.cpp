@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <functional>
 #include <iostream>
+#include <memory>
 #include <new>
 #include <optional>
 #include <stdexcept>
@@ -57,6 +58,26 @@ constexpr size_t kAgreementBytesPerPoint = 200;
 
 std::string mebibytes(size_t bytes) { return std::to_string((bytes + (size_t{1} << 20) - 1) >> 20) + " MiB"; }
 
+// A line on standard error every 16 blocks of a pass over the model, so that the measure of a
+// large model shows where it stands (small models print nothing).
+scene::ModelBlocks with_progress(scene::ModelBlocks blocks) {
+  auto inner = blocks.for_each_block;
+  auto pass = std::make_shared<int>(0);
+  const size_t total = blocks.points;
+  blocks.for_each_block = [inner, pass, total](const scene::BlockVisitor& visit) {
+    ++*pass;
+    size_t done = 0, count = 0;
+    inner([&](const std::vector<scene::ModelPoint>& block) {
+      visit(block);
+      done += block.size();
+      if (++count % 16 == 0)
+        std::cerr << "quillara-evaluate: pass " << *pass << " over the model, " << done << " of " << total
+                  << " points\n";
+    });
+  };
+  return blocks;
+}
+
 // Runs `work`; out of memory becomes one line naming the file and what was being done.
 template <class Work>
 auto within_memory(const std::string& file, const std::string& doing, Work work) {
@@ -107,9 +128,9 @@ void evaluate(const std::vector<std::string>& args) {
     return;
   }
   std::optional<scene::RigMotion> rig;
-  const scene::ModelBlocks blocks = scene::model_blocks(model_file, [&rig](std::vector<scene::ModelPoint>& block) {
+  const scene::ModelBlocks blocks = with_progress(scene::model_blocks(model_file, [&rig](std::vector<scene::ModelPoint>& block) {
     if (rig) scene::move_model(block, *rig);
-  });
+  }));
   if (!rig_dir.empty()) {
     rig = scene::rig_motion_onto_truth(line.words[0], rig_dir);
     char line_text[160];
