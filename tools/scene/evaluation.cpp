@@ -136,11 +136,11 @@ Evaluation evaluate_model(const std::string& scene_dir, const std::vector<ModelP
 
 size_t evaluation_bytes(const std::string& scene_dir, size_t distances) {
   // Per true sample: read with its normal and kept as a position (72 bytes), and in each grid
-  // its copy, place, flag, cell and table slots (about 65); per point of a block: the point read
+  // its copy, place, flag and cell (about 50); per point of a block: the point read
   // and its bytes, position, distance and place in the cell order (about 130); the median's
   // buffer and the program.
   const size_t samples = open_model_ply(scene_dir + "/ground_truth.ply").count;
-  return samples * (72 + 65 * (2 + distances)) + kModelBlockPoints * 130 + (size_t{96} << 20);
+  return samples * (72 + 50 * (2 + distances)) + kModelBlockPoints * 130 + (size_t{96} << 20);
 }
 
 std::string format_evaluation(const Evaluation& e) {

@@ -24,13 +24,18 @@ uint64_t pack(const int64_t relative[3]) {
          static_cast<uint64_t>(relative[2]);
 }
 
-// The cell's number, or -1 when no sample lies in it.
-int64_t find_cell(const SampleGrid& g, uint64_t key) {
-  const size_t mask = g.slot_key.size() - 1;
-  for (size_t slot = (key * 0x9E3779B97F4A7C15ULL) >> 20 & mask;; slot = (slot + 1) & mask) {
-    if (g.slot_key[slot] == key) return g.slot_cell[slot];
-    if (g.slot_key[slot] == kNoCell) return -1;
+// The first cell from `at` on whose key is not below `key`: a gallop forward from a cursor that
+// moves little between neighbouring points, then a binary search.
+size_t cell_at_or_after(const std::vector<uint64_t>& keys, size_t at, uint64_t key) {
+  size_t step = 1, high = at;
+  while (high < keys.size() && keys[high] < key) {
+    at = high + 1;
+    high += step;
+    step *= 2;
   }
+  return static_cast<size_t>(std::lower_bound(keys.begin() + static_cast<std::ptrdiff_t>(at),
+                                              keys.begin() + static_cast<std::ptrdiff_t>(std::min(high, keys.size())), key) -
+                             keys.begin());
 }
 
 // The point's cell relative to the grid's corner, or kNoCell when no sample lies in its neighbourhood.
@@ -39,7 +44,7 @@ uint64_t point_key(const SampleGrid& g, Vec3 p) {
   cell_of(p, g.tolerance, cell);
   for (int a = 0; a < 3; ++a) {
     cell[a] -= g.origin[a];
-    if (cell[a] < 0 || cell[a] >= kAxisCells) return kNoCell;
+    if (cell[a] < 1 || cell[a] > kAxisCells - 2) return kNoCell;
   }
   return pack(cell);
 }
@@ -60,11 +65,12 @@ SampleGrid make_sample_grid(const std::vector<Vec3>& samples, double tolerance, 
       high[a] = k == 0 ? cells[3 * k + a] : std::max(high[a], cells[3 * k + a]);
     }
   }
-  // One cell of margin on each side, so that a point's neighbours never leave the packed range.
+  // Two cells of margin on each side: a point that can reach a sample lies one cell inside the
+  // packed range at least, so its neighbours' keys never borrow from another axis.
   for (int a = 0; a < 3; ++a) {
-    g.origin[a] = low[a] - 1;
-    if (high[a] - g.origin[a] + 2 >= kAxisCells)
-      throw std::runtime_error("measure_completeness: the samples span more than " + std::to_string(kAxisCells - 3) +
+    g.origin[a] = low[a] - 2;
+    if (high[a] - g.origin[a] + 3 >= kAxisCells)
+      throw std::runtime_error("measure_completeness: the samples span more than " + std::to_string(kAxisCells - 5) +
                                " cells of the tolerance along an axis");
   }
   std::vector<uint64_t> keys(n);
@@ -84,21 +90,11 @@ SampleGrid make_sample_grid(const std::vector<Vec3>& samples, double tolerance, 
     if (!labels.empty()) g.labels[i] = labels[g.given[i]];
   }
   for (size_t i = 0; i < n; ++i)
-    if (i == 0 || keys[g.given[i]] != keys[g.given[i - 1]]) g.cell_start.push_back(i);
-  const size_t cell_count = g.cell_start.size();
+    if (i == 0 || keys[g.given[i]] != keys[g.given[i - 1]]) {
+      g.cell_start.push_back(i);
+      g.cell_key.push_back(keys[g.given[i]]);
+    }
   g.cell_start.push_back(n);
-  size_t slots = 16;
-  while (slots < 2 * cell_count) slots *= 2;
-  g.slot_key.assign(slots, kNoCell);
-  g.slot_cell.assign(slots, 0);
-  const size_t mask = slots - 1;
-  for (size_t c = 0; c < cell_count; ++c) {
-    const uint64_t key = keys[g.given[g.cell_start[c]]];
-    size_t slot = (key * 0x9E3779B97F4A7C15ULL) >> 20 & mask;
-    while (g.slot_key[slot] != kNoCell) slot = (slot + 1) & mask;
-    g.slot_key[slot] = key;
-    g.slot_cell[slot] = static_cast<uint32_t>(c);
-  }
   g.covered.assign(n, 0);
   return g;
 }
@@ -118,21 +114,22 @@ void mark_covered(SampleGrid& g, const std::vector<Vec3>& points, const std::vec
   for (size_t r = 0; r < order.size(); ++r)
     if (r == 0 || order[r].first != order[r - 1].first) runs.push_back(r);
   runs.push_back(order.size());
-  const int64_t mask = kAxisCells - 1;
+  // The 27 neighbours of a cell are nine columns of three cells with consecutive keys. Runs come in
+  // ascending keys, so a cursor per column only moves forward; each thread takes a stretch of runs.
+  int64_t columns[9];
+  for (int dx = -1, c = 0; dx <= 1; ++dx)
+    for (int dy = -1; dy <= 1; ++dy) columns[c++] = dx * (int64_t{1} << (2 * kAxisBits)) + dy * (int64_t{1} << kAxisBits);
   const size_t run_count = runs.size() - 1;
-#pragma omp parallel for schedule(dynamic, 64)
-  for (size_t run = 0; run < run_count; ++run) {
-    const size_t begin = runs[run], end = runs[run + 1];
-    const uint64_t key = order[begin].first;
-    const int64_t at[3] = {static_cast<int64_t>(key >> (2 * kAxisBits)), static_cast<int64_t>(key >> kAxisBits) & mask,
-                           static_cast<int64_t>(key) & mask};
-    for (int64_t dx = -1; dx <= 1; ++dx)
-      for (int64_t dy = -1; dy <= 1; ++dy)
-        for (int64_t dz = -1; dz <= 1; ++dz) {
-          const int64_t near[3] = {at[0] + dx, at[1] + dy, at[2] + dz};
-          if (std::min({near[0], near[1], near[2]}) < 0 || std::max({near[0], near[1], near[2]}) >= kAxisCells) continue;
-          const int64_t cell = find_cell(g, pack(near));
-          if (cell < 0) continue;
+  constexpr size_t kStretch = 512;
+#pragma omp parallel for schedule(dynamic, 1)
+  for (size_t stretch = 0; stretch < run_count; stretch += kStretch) {
+    size_t cursor[9] = {0, 0, 0, 0, 0, 0, 0, 0, 0};
+    for (size_t run = stretch; run < std::min(run_count, stretch + kStretch); ++run) {
+      const size_t begin = runs[run], end = runs[run + 1];
+      for (int c = 0; c < 9; ++c) {
+        const uint64_t first = order[begin].first + columns[c] - 1, last = first + 2;
+        cursor[c] = cell_at_or_after(g.cell_key, cursor[c], first);
+        for (size_t cell = cursor[c]; cell < g.cell_key.size() && g.cell_key[cell] <= last; ++cell)
           for (size_t s = g.cell_start[cell]; s < g.cell_start[cell + 1]; ++s) {
             std::atomic_ref<uint8_t> covered(g.covered[s]);
             if (covered.load(std::memory_order_relaxed)) continue;
@@ -144,7 +141,8 @@ void mark_covered(SampleGrid& g, const std::vector<Vec3>& points, const std::vec
               }
             }
           }
-        }
+      }
+    }
   }
 }
 

@@ -17,9 +17,8 @@ struct SampleGrid {
   std::vector<Vec3> samples;      // sorted by cell
   std::vector<size_t> given;      // the index each sorted sample had as given
   std::vector<int> labels;        // per sorted sample; empty: any point covers any sample
+  std::vector<uint64_t> cell_key; // the cells holding samples, by their packed keys, ascending
   std::vector<size_t> cell_start; // where each cell's samples begin, and one past the last cell
-  std::vector<uint64_t> slot_key; // open-addressing table from a cell's key to its number
-  std::vector<uint32_t> slot_cell;
   std::vector<uint8_t> covered;   // per sorted sample
 };
 
