@@ -21,8 +21,8 @@ static void report(const char* what, std::vector<Camera> const& est, std::vector
   for (std::size_t i = 0; i < est.size(); ++i) {
     Camera c = est[i];
     move_with_world(c, m);
-    sr += pose_test::rotation_error_degrees(c, truth[i]);
-    sc += pose_test::centre_error(c, truth[i]);
+    sr += turn_degrees(c, truth[i]);
+    sc += centre_distance(c, truth[i]);
   }
   std::printf("%s: relative mean rotation %.4f deg, centre %.2f mm\n", what, sr / est.size(), 1000 * sc / est.size());
 }
@@ -49,7 +49,7 @@ int main(int argc, char** argv) {
     w.truth = s.written;
     std::vector<Points> views;
     for (int j = 0; j < nviews; ++j) {
-      pose_test::Model m = pose_test::true_model(w, {j});
+      cloud::ParticleSet m = pose_test::true_model(w, {j});
       views.push_back(createPoints(m.particles, m.offsets, m.normals));
     }
     std::vector<Camera> cams = s.written;
@@ -73,7 +73,7 @@ int main(int argc, char** argv) {
       w.truth = cams;
       for (int j = 0; j < nviews; ++j) {
         freePoints(views[j]);
-        pose_test::Model m = pose_test::true_model(w, {j});
+        cloud::ParticleSet m = pose_test::true_model(w, {j});
         views[j] = createPoints(m.particles, m.offsets, m.normals);
       }
       report("joint step", cams, s.truth);
@@ -81,13 +81,13 @@ int main(int argc, char** argv) {
     return 0;
   }
   const bool written_model = mode == "written";
-  const double footprint = pose_test::centre_error(s.written[0], s.truth[0]) / footprints;
+  const double footprint = centre_distance(s.written[0], s.truth[0]) / footprints;
   double sr = 0, sc = 0, st = 0;
   int n = 0;
   for (int v = 0; v < nviews; v += std::max(1, nviews / 4)) {
     std::vector<int> others;
     for (int j = 0; j < nviews; ++j) if (j != v) others.push_back(j);
-    pose_test::Model m;
+    cloud::ParticleSet m;
     if (written_model) {
       pose_test::PoseScene w = s;
       w.truth = s.written;
@@ -101,8 +101,8 @@ int main(int argc, char** argv) {
     align_camera_to_model(c, points, s.depth[v], o);
     const double secs = std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count();
     freePoints(points);
-    const double r0 = pose_test::rotation_error_degrees(s.written[v], s.truth[v]), r1 = pose_test::rotation_error_degrees(c, s.truth[v]);
-    const double c0 = pose_test::centre_error(s.written[v], s.truth[v]) / footprint, c1 = pose_test::centre_error(c, s.truth[v]) / footprint;
+    const double r0 = turn_degrees(s.written[v], s.truth[v]), r1 = turn_degrees(c, s.truth[v]);
+    const double c0 = centre_distance(s.written[v], s.truth[v]) / footprint, c1 = centre_distance(c, s.truth[v]) / footprint;
     std::printf("view %2d: rotation %.4f -> %.4f deg, centre %.3f -> %.3f fp, %.1f s\n", v, r0, r1, c0, c1, secs);
     sr += r1; sc += c1; st += secs; ++n;
   }

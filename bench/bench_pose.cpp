@@ -29,7 +29,7 @@
 namespace {
 
 pose_test::PoseScene views;
-pose_test::Model model;
+cloud::ParticleSet model;
 int view = 3;
 int scene_views = 16;
 int model_views = 0;  // 0: all
@@ -37,7 +37,7 @@ int model_views = 0;  // 0: all
 void BM_ComputeCameraPose(benchmark::State& state) {
   Camera const& truth = views.truth[view];
   // One pixel at the depth of the look-at point, as the scene generator measures its pose error.
-  const double footprint = pose_test::centre_error(views.written[view], truth) / 3.0;
+  const double footprint = centre_distance(views.written[view], truth) / 3.0;
   Camera camera;
   double seconds = 0;
   for (auto _ : state) {
@@ -50,10 +50,10 @@ void BM_ComputeCameraPose(benchmark::State& state) {
     seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
   }
   state.counters["points"] = static_cast<double>(model.particles.size());
-  state.counters["rot_before_deg"] = pose_test::rotation_error_degrees(views.written[view], truth);
-  state.counters["rot_after_deg"] = pose_test::rotation_error_degrees(camera, truth);
-  state.counters["centre_before_px"] = pose_test::centre_error(views.written[view], truth) / footprint;
-  state.counters["centre_after_px"] = pose_test::centre_error(camera, truth) / footprint;
+  state.counters["rot_before_deg"] = turn_degrees(views.written[view], truth);
+  state.counters["rot_after_deg"] = turn_degrees(camera, truth);
+  state.counters["centre_before_px"] = centre_distance(views.written[view], truth) / footprint;
+  state.counters["centre_after_px"] = centre_distance(camera, truth) / footprint;
   // The timers hold the last call's spans.
   state.counters["render_share"] = ketra::timer::elapsedTime("rendering") / 1000.0 / seconds;
 }

@@ -6,18 +6,9 @@
 #include "src/improve/view_particles.h"
 #include "src/pose/pose_update.h"
 #include "tests/support/ketra_test_support.h"
+#include "tests/support/particle_cloud.h"
 
 namespace {
-
-Particle particle_of(int view, float3 pos, float3 dir) {
-  Particle p{};
-  p.pos = pos;
-  p.dir = dir;
-  p.init_normal = dir;
-  p.camera_index = view;
-  p.radius = 0.01f;
-  return p;
-}
 
 float3 camera_point(Camera const& c, float3 p) {
   float v[3];
@@ -41,8 +32,8 @@ TEST_F(ViewParticles, ParticlesMoveWithTheirCameraAndNoOther) {
   apply_pose_update(before, {0.3f, -0.2f, 0.5f, 0.1f, 0.4f, 2.0f});
   Camera after = before;
   apply_pose_update(after, {0.01f, 0.02f, -0.015f, 0.03f, -0.02f, 0.05f});
-  std::vector<Particle> particles = {particle_of(1, make_float3(0.5f, -0.2f, 3.0f), make_float3(0.0f, 0.6f, 0.8f)),
-                                     particle_of(2, make_float3(0.1f, 0.2f, 2.0f), make_float3(0.0f, 0.0f, 1.0f))};
+  std::vector<Particle> particles = {cloud::particle({0.5f, -0.2f, 3.0f}, {0.0f, 0.6f, 0.8f}, 1),
+                                     cloud::particle({0.1f, 0.2f, 2.0f}, {0.0f, 0.0f, 1.0f}, 2)};
   std::vector<float3> normals = {make_float3(0.6f, 0.0f, 0.8f), make_float3(1.0f, 0.0f, 0.0f)};
   const std::vector<Particle> original = particles;
   const std::vector<float3> original_normals = normals;
@@ -60,9 +51,9 @@ TEST_F(ViewParticles, ParticlesMoveWithTheirCameraAndNoOther) {
 // view's particles lie at their ray origins whatever their offsets; a view with none gives no
 // points.
 TEST_F(ViewParticles, TheModelWithoutAViewAndAViewAlone) {
-  std::vector<Particle> particles = {particle_of(0, make_float3(1, 0, 0), make_float3(0, 0, 1)),
-                                     particle_of(1, make_float3(2, 0, 0), make_float3(0, 0, 1)),
-                                     particle_of(0, make_float3(3, 0, 0), make_float3(0, 0, 1))};
+  std::vector<Particle> particles = {cloud::particle({1, 0, 0}, {0, 0, 1}, 0, 0.01f),
+                                     cloud::particle({2, 0, 0}, {0, 0, 1}, 1, 0.01f),
+                                     cloud::particle({3, 0, 0}, {0, 0, 1}, 0, 0.01f)};
   const std::vector<float> offsets = {0.5f, 0.25f, -0.5f};
   const std::vector<float3> normals(3, make_float3(0, 0, -1));
   Points others = points_without_view(particles, offsets, normals, 1);

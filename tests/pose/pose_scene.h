@@ -1,10 +1,9 @@
 #pragma once
 
-// Shared pieces of the pose suites and benchmark: a generated scene whose view files carry known
-// pose errors, read as the program reads it, the model of its true depth maps, and pose error
-// measures.
+// Shared pieces of the pose suites and benchmarks: a generated scene whose view files carry known
+// pose errors, read as the program reads it, and the model of its true depth maps. Pose errors are
+// measured with turn_degrees and centre_distance.
 
-#include <cmath>
 #include <filesystem>
 #include <string>
 #include <vector>
@@ -12,6 +11,8 @@
 #include "src/app/scene_input.h"
 #include "src/core/camera.h"
 #include "src/particles/particles_from_depthmap.h"
+#include "src/pose/rig_motion.h"
+#include "tests/support/particle_cloud.h"
 #include "tools/scene/ray_cast.h"
 #include "tools/scene/scene_files.h"
 
@@ -46,19 +47,13 @@ inline PoseScene make_pose_scene(std::string const& dir, int views, int width, i
   return s;
 }
 
-struct Model {
-  std::vector<Particle> particles;
-  std::vector<float> offsets;
-  std::vector<float3> normals;
-};
-
 // One particle per depth pixel of the given views at their true poses, with the analytic normal of
 // the surface: the model a perfect fusion would give. With a stride above 1, only the pixels whose
 // x and y are multiples of it make particles: a sparser model, quicker to render.
-inline Model true_model(PoseScene const& s, std::vector<int> const& views, int stride = 1) {
+inline cloud::ParticleSet true_model(PoseScene const& s, std::vector<int> const& views, int stride = 1) {
   const scene::Scene world = scene::make_default_scene();
   const std::vector<scene::SceneCamera> cameras = scene::make_cameras(world, scene::camera_ring(s.options));
-  Model m;
+  cloud::ParticleSet m;
   for (int i : views) {
     CMatrix<float> depth = s.depth[i];
     for (int y = 0; y < depth.ySize; ++y)
@@ -74,28 +69,6 @@ inline Model true_model(PoseScene const& s, std::vector<int> const& views, int s
                                    s.truth[i], 0.0f, 1e30f);
   }
   return m;
-}
-
-// Angle in degrees of the rotation M = Ra Rb^T between the poses of a and b, from both its
-// symmetric and its skew part, so that small angles keep their digits.
-inline double rotation_error_degrees(Camera const& a, Camera const& b) {
-  double M[3][3] = {};  // R stored by columns: element (r, c) at [3 * c + r]
-  for (int r = 0; r < 3; ++r)
-    for (int c = 0; c < 3; ++c)
-      for (int k = 0; k < 3; ++k) M[r][c] += static_cast<double>(a.R[3 * k + r]) * b.R[3 * k + c];
-  const double trace = M[0][0] + M[1][1] + M[2][2];
-  const double sx = M[2][1] - M[1][2], sy = M[0][2] - M[2][0], sz = M[1][0] - M[0][1];
-  return std::atan2(std::sqrt(sx * sx + sy * sy + sz * sz), trace - 1.0) * 180.0 / M_PI;
-}
-
-// Distance between the camera centres of a and b, in world units.
-inline double centre_error(Camera const& a, Camera const& b) {
-  double sum = 0;
-  for (int i = 0; i < 3; ++i) {
-    const double d = static_cast<double>(a.center[i]) - b.center[i];
-    sum += d * d;
-  }
-  return std::sqrt(sum);
 }
 
 }  // namespace pose_test

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <filesystem>
+#include <functional>
 #include <string>
 
 #include "src/core/settings.h"
@@ -33,8 +34,8 @@ PoseScene const& scene_with_pose_errors() {
 
 // Prints the rotation and centre errors of a view before and after; true when both halved.
 bool halved(int view, Camera const& before, Camera const& after, Camera const& truth) {
-  const double r0 = rotation_error_degrees(before, truth), r1 = rotation_error_degrees(after, truth);
-  const double c0 = centre_error(before, truth), c1 = centre_error(after, truth);
+  const double r0 = turn_degrees(before, truth), r1 = turn_degrees(after, truth);
+  const double c0 = centre_distance(before, truth), c1 = centre_distance(after, truth);
   std::printf("  view %d: rotation %.4f -> %.4f degrees, centre %.5f -> %.5f\n", view, r0, r1, c0, c1);
   return r1 <= 0.5 * r0 && c1 <= 0.5 * c0;
 }
@@ -47,39 +48,47 @@ class ComputeCameraPose : public KetraTest {
 
 }  // namespace
 
-// Against the model of its own true depth map, a view starting from its written pose halves both
-// errors. A particle at every other pixel and the full-size level alone keep it quick under the
-// sanitizers; the reference-form test below covers both levels.
-TEST_F(ComputeCameraPose, ParticleModelHalvesThePoseErrorOfAView) {
+// Each way of aligning a view halves both errors from its written pose: to the particles of its
+// own true depth map (a particle at every other pixel and the full-size level alone keep it quick
+// under the sanitizers), to its neighbour's depth map and image warped into it, and to a model of
+// its two neighbours with its own measured depth beside its image (both levels in these two).
+TEST_F(ComputeCameraPose, EveryAlignmentHalvesThePoseErrorOfAView) {
   PoseScene const& s = scene_with_pose_errors();
   const int view = 3;
-  const Model model = true_model(s, {view}, 2);
-  Camera camera = s.written[view];
-  compute_camera_pose(camera, model.particles, model.offsets, model.normals, 0.02f, 0.5f, camera.height);
-  EXPECT_TRUE(halved(view, s.written[view], camera, s.truth[view]));
+  const cloud::ParticleSet own = true_model(s, {view}, 2), neighbours = true_model(s, {2, 4});
+  Points points = createPoints(neighbours.particles, neighbours.offsets, neighbours.normals);
+  ModelAlignment options;
+  options.min_height = min_height;
+  options.scene_depth = 2.7f;
+  const std::vector<std::pair<const char*, std::function<void(Camera&)>>> alignments = {
+      {"own particles",
+       [&](Camera& c) { compute_camera_pose(c, own.particles, own.offsets, own.normals, 0.02f, 0.5f, c.height); }},
+      {"neighbour's depth map", [&](Camera& c) { compute_camera_pose(c, s.truth[2], s.depth[2], 0.5f, min_height); }},
+      {"neighbours' model", [&](Camera& c) { align_camera_to_model(c, points, s.depth[view], options); }}};
+  for (auto const& [name, align] : alignments) {
+    Camera camera = s.written[view];
+    align(camera);
+    EXPECT_TRUE(halved(view, s.written[view], camera, s.truth[view])) << name;
+  }
+  freePoints(points);
 }
 
-// A view aligned to its neighbour's depth map and image, warped into it.
-TEST_F(ComputeCameraPose, ReferenceDepthMapHalvesThePoseErrorOfAViewPair) {
+// A true pose stays, against a model of its two neighbours. With the model's own rendering from
+// that pose as its image, the first round finds nothing to correct, so each level ends after one
+// rendering. With its real image, aligned at full size alone in two renderings at most (as the
+// later improvement passes align), it stays within a tenth of a degree (a fifth of a pixel here)
+// and a fifth of a footprint.
+TEST_F(ComputeCameraPose, ATruePoseStays) {
   PoseScene const& s = scene_with_pose_errors();
-  Camera camera = s.written[1];
-  compute_camera_pose(camera, s.truth[0], s.depth[0], 0.5f, min_height);
-  EXPECT_TRUE(halved(1, s.written[1], camera, s.truth[1]));
-}
-
-// A view whose image is the model's own rendering from its pose: the first round finds nothing
-// to correct, so each level ends after one rendering and the pose stays.
-TEST_F(ComputeCameraPose, APerfectViewConvergesAtOnceWithThePoseUnchanged) {
-  PoseScene const& s = scene_with_pose_errors();
-  const Model model = true_model(s, {0, 1, 7});
-  Camera camera = s.truth[0];
+  const int view = 3;
+  const cloud::ParticleSet model = true_model(s, {2, 4});
   Points points = createPoints(model.particles, model.offsets, model.normals);
+  Camera camera = s.truth[view];
   RenderBuffer rb = createRenderBuffer(camera.width, camera.height);
   render_points(rb, points, camera, 0.02f, 0.0f, empty_depth, 1.0f);
   const std::vector<uchar4> rendered = download(rb.image);
   std::copy(rendered.begin(), rendered.end(), camera.image.data);
   freeRenderBuffer(rb);
-  freePoints(points);
 
   const std::filesystem::path cwd = std::filesystem::current_path(), dir = io_test::scratch_dir();
   std::filesystem::current_path(dir);
@@ -91,10 +100,25 @@ TEST_F(ComputeCameraPose, APerfectViewConvergesAtOnceWithThePoseUnchanged) {
   EXPECT_TRUE(std::filesystem::exists(dir / "rendered_color_0_000.png"));
   EXPECT_TRUE(std::filesystem::exists(dir / "valid_pixels_0_000.png"));
   EXPECT_FALSE(std::filesystem::exists(dir / "rendered_color_0_001.png"));
-  for (int i = 0; i < 9; ++i) EXPECT_NEAR(camera.R[i], s.truth[0].R[i], 1e-6f) << i;
-  for (int i = 0; i < 3; ++i) EXPECT_NEAR(camera.t[i], s.truth[0].t[i], 1e-6f) << i;
+  for (int i = 0; i < 9; ++i) EXPECT_NEAR(camera.R[i], s.truth[view].R[i], 1e-6f) << i;
+  for (int i = 0; i < 3; ++i) EXPECT_NEAR(camera.t[i], s.truth[view].t[i], 1e-6f) << i;
+
+  Camera exact = s.truth[view];
+  ModelAlignment options;
+  options.min_height = min_height;
+  options.scene_depth = 2.7f;
+  options.full_size_only = true;
+  options.max_full_rounds = 2;
+  const std::vector<int> rounds = align_camera_to_model(exact, points, s.depth[view], options);
+  ASSERT_EQ(rounds.size(), 1u);
+  EXPECT_LE(rounds[0], 2);
+  const double footprint = centre_distance(s.written[view], s.truth[view]) / 3.0;
+  EXPECT_LT(turn_degrees(exact, s.truth[view]), 0.1);
+  EXPECT_LT(centre_distance(exact, s.truth[view]), 0.2 * footprint);
+  freePoints(points);
 }
 
+// Bad arguments are errors naming the camera.
 TEST_F(ComputeCameraPose, InputsThatCannotBeAlignedAreErrors) {
   PoseScene const& s = scene_with_pose_errors();
   Camera camera = s.written[1];
@@ -115,36 +139,6 @@ TEST_F(ComputeCameraPose, InputsThatCannotBeAlignedAreErrors) {
   no_image.image = CMatrix<uchar4>();
   EXPECT_EQ(message_of([&] { compute_camera_pose(no_image, s.truth[0], s.depth[0], 0.5f, min_height); }),
             "compute_camera_pose: camera 1: its image is 0 x 0 pixels, its size 160 x 120");
-}
-
-// The alignment to a model of the other views, with the view's own measured depth beside its
-// image: from the written pose both errors halve; from the true pose, aligned at full size alone
-// in two renderings at most (as the later improvement passes align), it stays within a tenth of a
-// degree (a fifth of a pixel here) and a fifth of a footprint, where it also ends from the written
-// pose: the model of two neighbours holds it there. Bad arguments are errors naming the camera.
-TEST_F(ComputeCameraPose, ModelAlignmentHalvesThePoseErrorAndKeepsATruePose) {
-  PoseScene const& s = scene_with_pose_errors();
-  const int view = 3;
-  const Model model = true_model(s, {2, 4});
-  Points points = createPoints(model.particles, model.offsets, model.normals);
-  ModelAlignment options;
-  options.min_height = min_height;
-  options.scene_depth = 2.7f;
-  Camera camera = s.written[view];
-  align_camera_to_model(camera, points, s.depth[view], options);
-  EXPECT_TRUE(halved(view, s.written[view], camera, s.truth[view]));
-
-  Camera exact = s.truth[view];
-  options.full_size_only = true;
-  options.max_full_rounds = 2;
-  const std::vector<int> rounds = align_camera_to_model(exact, points, s.depth[view], options);
-  ASSERT_EQ(rounds.size(), 1u);
-  EXPECT_LE(rounds[0], 2);
-  const double footprint = centre_error(s.written[view], s.truth[view]) / 3.0;
-  EXPECT_LT(rotation_error_degrees(exact, s.truth[view]), 0.1);
-  EXPECT_LT(centre_error(exact, s.truth[view]), 0.2 * footprint);
-
-  EXPECT_EQ(message_of([&] { align_camera_to_model(camera, points, CMatrix<float>(80, 60), options); }),
-            "align_camera_to_model: camera 3: its depth map does not have its size");
-  freePoints(points);
+  EXPECT_EQ(message_of([&] { align_camera_to_model(camera, Points{}, half, ModelAlignment{}); }),
+            "align_camera_to_model: camera 1: its depth map does not have its size");
 }
