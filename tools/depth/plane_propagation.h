@@ -19,7 +19,8 @@ struct PropagationSettings {
 // pixels, moved to it, and replaces its depth by that of the plane whose slanted window agrees
 // best with the neighbours' images, when that window agrees better than the pixel's own depth on
 // its own fitted slant. A wrong patch of the matching thus gives way, pass by pass, to the
-// surface around it. Returns the number of depths replaced.
+// surface around it. After the first pass, only pixels near a depth that moved by more than a
+// quarter label are offered planes again. Returns the number of such moves, all passes together.
 long propagate_planes(CMatrix<float>& depth, const Camera& reference, const std::vector<const Camera*>& neighbours,
                       const PropagationSettings& settings);
 

@@ -153,8 +153,8 @@ ViewDepth estimate_view(const DepthOptions& o, const std::vector<DepthView>& vie
     ps.passes = o.propagate, ps.near = near, ps.far = far;
     ps.label_step = (1.0f / near - 1.0f / far) / static_cast<float>(o.labels - 1);
     const auto t0 = std::chrono::steady_clock::now();
-    const long replaced = propagate_planes(e.depth, cameras[i], neighbours, ps);
-    out << ", " << replaced << " replaced by neighbouring planes in "
+    const long moved = propagate_planes(e.depth, cameras[i], neighbours, ps);
+    out << ", " << moved << " moved to nearby planes in "
         << std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count() << " s";
   }
   if (o.grow) {
