@@ -64,12 +64,12 @@ bool window_cost(const WindowPair& p, const ReferenceWindow& win, double a, doub
   }
   double sum = 0, squares = 0, cross = 0;
   for (int dy = -R, k = 0; dy <= R; ++dy) {
-    const double ry[3] = {q0[0] + dy * qy[0], q0[1] + dy * qy[1], q0[2] + dy * qy[2]};
+    const double row[3] = {q0[0] + dy * qy[0], q0[1] + dy * qy[1], q0[2] + dy * qy[2]};  // q at dx = 0
     for (int dx = -R; dx <= R; ++dx, ++k) {
-      const double qz = ry[2] + dx * qx[2];
+      const double qz = row[2] + dx * qx[2];
       if (!(qz > 0)) return false;
       const double inverse = 1.0 / qz;
-      const double u = p.cx - p.fx * (ry[0] + dx * qx[0]) * inverse, v = p.cy - p.fy * (ry[1] + dx * qx[1]) * inverse;
+      const double u = p.cx - p.fx * (row[0] + dx * qx[0]) * inverse, v = p.cy - p.fy * (row[1] + dx * qx[1]) * inverse;
       if (!(u >= 0 && v >= 0 && u <= p.W - 1 && v <= p.H - 1)) return false;
       const float g = p.grey.sample(static_cast<float>(u), static_cast<float>(v));
       sum += g, squares += static_cast<double>(g) * g, cross += static_cast<double>(win.centred[k]) * g;
