@@ -19,7 +19,7 @@ long propagate_planes(CMatrix<float>& depth, const Camera& reference, const std:
   std::vector<Plane> planes(n);
   // Pixels whose plane, or a plane offered to them, may have changed since the last pass: all at
   // first, then those within a window of a depth that moved by more than a quarter label.
-  std::vector<unsigned char> moved(n, 1), stirred(n, 1);
+  std::vector<unsigned char> moved(n, 0), stirred(n, 1);
   const double quarter = 0.25 * s.label_step;
   long replaced = 0;
   for (int pass = 0; pass < s.passes; ++pass) {
