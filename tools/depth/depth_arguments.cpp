@@ -51,7 +51,8 @@ std::string depth_usage() {
          "where its image has too little texture, where the matching finds no distinct best depth or\n"
          "one at an end of the range, or where too few other views confirm it. Neighbours of another\n"
          "exposure are brought to the view's own first, depths are refined on windows that follow\n"
-         "the surface's slant, and grow into undecided pixels where such a window still matches.\n";
+         "the surface's slant, give way to nearby pixels' planes whose windows match better, and\n"
+         "grow into undecided pixels where such a window still matches.\n";
 }
 
 DepthOptions parse_depth_arguments(const std::vector<std::string>& args) {

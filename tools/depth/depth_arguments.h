@@ -34,6 +34,7 @@ struct DepthOptions {
   float refine_range = 1.5f;
   int refine_steps = 7;
   float min_score = 0.0f;      // mean correlation of the refined window a depth needs
+  int propagate = 4;           // passes offering each depth the planes of nearby pixels (0: none)
   bool grow = true;            // grow the depths into undecided pixels along neighbouring planes
   bool align = true;           // align each neighbour's exposure to the reference first
   int consistent = 2;          // other views whose depth maps must agree

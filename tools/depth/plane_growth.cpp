@@ -9,30 +9,12 @@
 namespace depth_tool {
 namespace {
 
-struct Plane {
-  double a = 0, b = 0, c = 0;  // inverse depth a + b dx + c dy around its pixel
-  bool valid = false;
-};
-
 // A pixel without a depth whose surroundings and whose own 3 x 3 pixels hold texture: a window
 // that straddles an edge to a flat region still matches by the textured side's pixels, so the
 // flat side's pixels next to the edge need the second test.
 bool empty_but_matchable(const CMatrix<float>& depth, const CMatrix<float>& texture, const CMatrix<float>& fine,
                          float min_texture, int x, int y) {
   return !(depth(x, y) > 0) && texture(x, y) >= min_texture && fine(x, y) >= min_texture;
-}
-
-// The mean window cost over the neighbours that see the whole window; false when none does.
-bool mean_cost(const std::vector<WindowPair>& pairs, const ReferenceWindow& window, double a, double b, double c,
-               double& cost) {
-  double sum = 0;
-  int seen = 0;
-  for (const WindowPair& p : pairs) {
-    double one;
-    if (window_cost(p, window, a, b, c, one)) sum += one, ++seen;
-  }
-  cost = seen > 0 ? sum / seen : 0;
-  return seen > 0;
 }
 
 }  // namespace

@@ -22,6 +22,7 @@
 #include "tools/depth/local_texture.h"
 #include "tools/depth/neighbour_views.h"
 #include "tools/depth/plane_growth.h"
+#include "tools/depth/plane_propagation.h"
 #include "tools/depth/slanted_refinement.h"
 #include "tools/depth/view_geometry.h"
 
@@ -145,6 +146,15 @@ ViewDepth estimate_view(const DepthOptions& o, const std::vector<DepthView>& vie
       if (e.depth.data[p] > 0 && score.data[p] < o.min_score) e.depth.data[p] = 0, ++low;
     e.pixels_with_depth = st.refined - low;
     out << ", " << st.unmatched + low << " without a slanted window; slanted windows "
+        << std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count() << " s";
+  }
+  if (o.propagate > 0) {
+    PropagationSettings ps;
+    ps.passes = o.propagate, ps.near = near, ps.far = far;
+    ps.label_step = (1.0f / near - 1.0f / far) / static_cast<float>(o.labels - 1);
+    const auto t0 = std::chrono::steady_clock::now();
+    const long moved = propagate_planes(e.depth, cameras[i], neighbours, ps);
+    out << ", " << moved << " moved to nearby planes in "
         << std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count() << " s";
   }
   if (o.grow) {

@@ -48,23 +48,48 @@ bool reference_window(const Grey& ref, const ViewGeometry& r, int x, int y, int 
 
 bool window_cost(const WindowPair& p, const ReferenceWindow& win, double a, double b, double c, double& cost) {
   const int R = win.radius, n = (2 * R + 1) * (2 * R + 1);
+  // The inverse depth w = a + b dx + c dy is affine in the window offset; positive at the
+  // window's corners, it is positive everywhere in it.
+  for (int sy = -1; sy <= 1; sy += 2)
+    for (int sx = -1; sx <= 1; sx += 2)
+      if (!(a + R * (sx * b + sy * c) > 0)) return false;
+  // So is q = M r + m w, with r = (rx0 - dx / fx, ry0 - dy / fy, 1): q = q0 + dx qx + dy qy,
+  // which leaves one division per window pixel.
+  double q0[3], qx[3], qy[3];
+  for (int i = 0; i < 3; ++i) {
+    const double* M = p.M + 3 * i;
+    q0[i] = M[0] * win.rx0 + M[1] * win.ry0 + M[2] + p.m[i] * a;
+    qx[i] = p.m[i] * b - M[0] / win.fx;
+    qy[i] = p.m[i] * c - M[1] / win.fy;
+  }
   double sum = 0, squares = 0, cross = 0;
-  for (int dy = -R, k = 0; dy <= R; ++dy)
+  for (int dy = -R, k = 0; dy <= R; ++dy) {
+    const double row[3] = {q0[0] + dy * qy[0], q0[1] + dy * qy[1], q0[2] + dy * qy[2]};  // q at dx = 0
     for (int dx = -R; dx <= R; ++dx, ++k) {
-      const double w = a + b * dx + c * dy;
-      const double rx = win.rx0 - dx / win.fx, ry = win.ry0 - dy / win.fy;
-      const double qx = p.M[0] * rx + p.M[1] * ry + p.M[2] + p.m[0] * w;
-      const double qy = p.M[3] * rx + p.M[4] * ry + p.M[5] + p.m[1] * w;
-      const double qz = p.M[6] * rx + p.M[7] * ry + p.M[8] + p.m[2] * w;
-      if (!(qz > 0) || !(w > 0)) return false;
-      const double u = p.cx - p.fx * qx / qz, v = p.cy - p.fy * qy / qz;
+      const double qz = row[2] + dx * qx[2];
+      if (!(qz > 0)) return false;
+      const double inverse = 1.0 / qz;
+      const double u = p.cx - p.fx * (row[0] + dx * qx[0]) * inverse, v = p.cy - p.fy * (row[1] + dx * qx[1]) * inverse;
       if (!(u >= 0 && v >= 0 && u <= p.W - 1 && v <= p.H - 1)) return false;
       const float g = p.grey.sample(static_cast<float>(u), static_cast<float>(v));
       sum += g, squares += static_cast<double>(g) * g, cross += static_cast<double>(win.centred[k]) * g;
     }
+  }
   const double var = squares - sum * sum / n;
   cost = var > 1e-6 ? 1.0 - cross / std::sqrt(var * win.norm) : 1.0;
   return true;
+}
+
+bool mean_cost(const std::vector<WindowPair>& pairs, const ReferenceWindow& window, double a, double b, double c,
+               double& cost) {
+  double sum = 0;
+  int seen = 0;
+  for (const WindowPair& p : pairs) {
+    double one;
+    if (window_cost(p, window, a, b, c, one)) sum += one, ++seen;
+  }
+  cost = seen > 0 ? sum / seen : 0;
+  return seen > 0;
 }
 
 bool fit_plane(const CMatrix<float>& depth, int x, int y, int radius, double tolerance, double& a, double& b,

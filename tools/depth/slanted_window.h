@@ -35,6 +35,12 @@ struct WindowPair {
 
 WindowPair window_pair(const ViewGeometry& reference, const Camera& neighbour);
 
+// Inverse depth a + b dx + c dy around a pixel (dx, dy in pixels).
+struct Plane {
+  double a = 0, b = 0, c = 0;
+  bool valid = false;
+};
+
 // The reference's window of (2 radius + 1)^2 grey values around a pixel, less their mean.
 struct ReferenceWindow {
   int x = 0, y = 0, radius = 0;
@@ -50,6 +56,10 @@ bool reference_window(const Grey& reference, const ViewGeometry& geometry, int x
 // 1 - the normalised cross-correlation of the window laid on the inverse-depth plane
 // w = a + b dx + c dy with the neighbour's image; false when the neighbour does not see all of it.
 bool window_cost(const WindowPair& pair, const ReferenceWindow& window, double a, double b, double c, double& cost);
+
+// The mean window cost over the neighbours that see the whole window; false when none does.
+bool mean_cost(const std::vector<WindowPair>& pairs, const ReferenceWindow& window, double a, double b, double c,
+               double& cost);
 
 // Inverse depth as a + b dx + c dy around a pixel, fitted to the valid depths of its window; a
 // second fit leaves out those that lie far off the first (other surfaces, wrong depths): beyond
