@@ -353,3 +353,19 @@ void measured_planes(CMatrix<float>& depth, CMatrix<float3>& normal_map, const C
     for (int y = 0; y < height; ++y) fit_row(in, y, width, &depth(0, y), &normal_map(0, y), n);
   }
 }
+
+void particles_on_measured_planes(std::vector<Particle>& particles, std::vector<float>& offsets,
+                                  std::vector<float3>& normals, const std::vector<Camera*>& cameras,
+                                  const std::vector<CMatrix<float>>& depthmaps, float min_depth, float max_depth) {
+  for (std::size_t i = 0; i < cameras.size(); ++i) {
+    const Camera& camera = *cameras[i];
+    CMatrix<float> depth;
+    CMatrix<float3> normal_map;
+    measured_planes(depth, normal_map, depthmaps[i], camera, kMeasuredPlaneFootprints, kMeasuredPlaneWindow,
+                    kMeasuredPlaneWideWindow, min_depth, max_depth);
+    const std::size_t first = particles.size();
+    create_particles_from_depthmap(particles, offsets, normals, depth, normal_map, depth, camera.image, camera,
+                                   min_depth, max_depth);
+    for (std::size_t k = first; k < particles.size(); ++k) particles[k].init_normal = normals[k];
+  }
+}

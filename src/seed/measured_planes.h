@@ -1,8 +1,11 @@
 #pragma once
 
+#include <vector>
+
 #include "device/vector_types.h"
 #include "image/CMatrix.h"
 #include "src/core/camera.h"
+#include "src/core/particle.h"
 
 // Where the fine particles of a view start when few views see each surface: on a plane fitted to
 // each pixel's own measured neighbourhood, instead of on the superpixel scaffold.
@@ -42,3 +45,11 @@ inline constexpr int kMeasuredPlaneWindow = 3;
 inline constexpr int kMeasuredPlaneWideWindow = 7;
 inline constexpr double kWideningUncertainty = 0.1;
 inline constexpr float kMeasuredPlaneFootprints = 5.0f;
+
+// Appends the fine particles of every view of `cameras` (its depth map in `depthmaps`, by the
+// camera's place) on their measured planes, with the default windows: the plane stands for the
+// measurement too, so that the data term pulls towards it rather than towards the noise, and its
+// normal is the particle's init_normal, where it starts and what it may return to.
+void particles_on_measured_planes(std::vector<Particle>& particles, std::vector<float>& offsets,
+                                  std::vector<float3>& normals, const std::vector<Camera*>& cameras,
+                                  const std::vector<CMatrix<float>>& depthmaps, float min_depth, float max_depth);
