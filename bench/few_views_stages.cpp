@@ -150,6 +150,27 @@ void print_support_diagnosis(const std::vector<Particle>& particles, const std::
     }
   }
   print_silent_views(particles, offsets, normals, cameras, measured, truth, verdicts, margin, cos_limit, world);
+  // The planted outliers that pass, off every surface by more than two footprints as the evaluator
+  // counts them: by the views that agree and see, and the surface they lie nearest to.
+  std::map<std::string, long> kept_outliers;
+  std::vector<double> off;
+  for (size_t k = 0; k < particles.size(); ++k) {
+    const PixelTruth& t = truth[particles[k].camera_index][particles[k].pixel_index];
+    const float3 m = particles[k].pos;
+    if (t.shape < 0 || margin[k] < 0 || scene::length(scene::Vec3{m.x, m.y, m.z} - t.point) <= 0.1) continue;
+    const float3 p = particle_position(particles[k], offsets[k]);
+    const scene::SurfacePoint near = scene::closest_surface(world, {p.x, p.y, p.z});
+    if (near.distance <= 2 * average_depth / cameras[0]->K[0]) continue;
+    off.push_back(near.distance / particles[k].radius);
+    ++kept_outliers["agreeing " + std::to_string(std::min(verdicts.agreeing_views[k], 4)) + ", seeing " +
+                    std::to_string(std::min(verdicts.seeing_views[k], 6))];
+    ++kept_outliers["near " + scene::surface_group(world.shapes[near.shape], {p.x, p.y, p.z}) + ", own views " +
+                    std::to_string(std::min(t.views, 9))];
+  }
+  std::sort(off.begin(), off.end());
+  std::cout << "\nplanted outliers kept off every surface: " << off.size() << " (distance in own footprints: median "
+            << (off.empty() ? 0.0 : off[off.size() / 2]) << ")\n";
+  for (const auto& [key, n] : kept_outliers) std::cout << "  " << std::left << std::setw(40) << key << std::right << n << "\n";
   std::cout << "\n2-view points no view judges: true surface beyond the facing limit " << unseen_why[0]
             << ", estimated normal beyond it " << unseen_why[1] << ", facing view silent " << unseen_why[2] << "\n";
   std::cout << "\nlast support filter (% of each row's points):\n"
