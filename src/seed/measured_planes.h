@@ -31,8 +31,9 @@
 // with weights that fall to 0 at 4.685 spreads from the first plane, and taken if its depth at the
 // pixel lies within 3 such uncertainties of the first plane's and the wide window shows no
 // curvature (a fit with a term in the squared distance from the pixel moves its centre by less than
-// 2 standard deviations of that move). A surface that curves or ends within the wide window keeps
-// the small plane. A wide_window not above `window` fits the small window only.
+// 2 standard deviations of that move). Where the wide window curves, the depth at the pixel is
+// that of the curved fit, with the small plane's slopes; a surface that ends within the wide window
+// keeps the small plane. A wide_window not above `window` fits the small window only.
 void measured_planes(CMatrix<float>& depth, CMatrix<float3>& normal_map, const CMatrix<float>& measured,
                      const Camera& camera, float footprints, int window, int wide_window, float min_depth,
                      float max_depth);
