@@ -182,8 +182,8 @@ void print_support_diagnosis(const std::vector<Particle>& particles, const std::
               << 100.0 * r.unconfirmed / r.n << "\n";
 }
 
-// Why a facing view says nothing on a two-view point that no view judges: per pair of such a
-// point and a view facing it on whose image it lands, what the view's pixel there holds.
+// Why the facing views say nothing on a two-view point that no view judges: what the view's pixel
+// where the point lands holds, for the view that sees the point's own surface there if any.
 void print_silent_views(const std::vector<Particle>& particles, const std::vector<float>& offsets,
                         const std::vector<float3>& normals, const std::vector<Camera*>& cameras,
                         const std::vector<CMatrix<float>>& measured, const std::vector<std::vector<PixelTruth>>& truth,
@@ -242,31 +242,12 @@ void print_silent_views(const std::vector<Particle>& particles, const std::vecto
         if (mz > 0) measured_off.push_back((cz - mz) / fp);
       }
     }
-    if (best == "no facing view on its image") {
-      // The steepest angle at which a view whose image the true point lands on sees its true surface.
-      double best_cos = -1;
-      for (const Camera* cam : cameras) {
-        if (cam->index == particles[k].camera_index) continue;
-        const float* R = cam->R;
-        const scene::Vec3 q = t.point;
-        const double cx = R[0] * q.x + R[3] * q.y + R[6] * q.z + cam->t[0];
-        const double cy = R[1] * q.x + R[4] * q.y + R[7] * q.z + cam->t[1];
-        const double cz = R[2] * q.x + R[5] * q.y + R[8] * q.z + cam->t[2];
-        const double ax = cam->width - 1 - (cx * cam->K[0] / cz + cam->K[6]);
-        const double ay = cam->height - 1 - (cy * cam->K[4] / cz + cam->K[7]);
-        if (!(cz > 0 && ax >= -0.5 && ay >= -0.5 && ax < cam->width - 0.5 && ay < cam->height - 0.5)) continue;
-        const scene::Vec3 to{cam->center[0] - q.x, cam->center[1] - q.y, cam->center[2] - q.z};
-        best_cos = std::max(best_cos, scene::dot(t.normal, to) / scene::length(to));
-      }
-      const double angle = std::acos(std::clamp(best_cos, -1.0, 1.0)) * 180.0 / M_PI;
-      std::ostringstream bin;
-      bin << ": steepest view on whose image it lands at " << (angle < 70 ? std::string("< 70") : angle >= 90 ? std::string(">= 90") : std::to_string(2 * static_cast<int>(angle / 2))) << " deg";
-      best += bin.str();
-    }
-    ++why["point: " + group + best];
+    ++why[group + best];
   }
-  std::cout << "\nsilent facing views of unjudged 2-view points (pairs):\n";
-  for (const auto& [k, n] : why) std::cout << "  " << std::left << std::setw(50) << k << std::right << n << "\n";
+  std::cout << "\n2-view points no view judges, by what the most telling facing view holds at the pixel where\n"
+               "the point lands (the same surface or another by the truth; the point behind, level with or in\n"
+               "front of the view's particle there):\n";
+  for (const auto& [k, n] : why) std::cout << "  " << std::left << std::setw(60) << k << std::right << n << "\n";
   const auto median_abs = [](std::vector<double> v) {
     for (double& x : v) x = std::fabs(x);
     if (v.empty()) return 0.0;
