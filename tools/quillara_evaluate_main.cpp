@@ -1,7 +1,12 @@
 // quillara-evaluate: measures a model, or depth maps, made from a generated scene against the true
 // surfaces.
 #include <cstdio>
+#include <functional>
 #include <iostream>
+#include <memory>
+#include <new>
+#include <optional>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -45,6 +50,44 @@ std::vector<double> millimetres(const cli::OptionValue& v) {
   return distances;
 }
 
+// About what the breakdown holds per model point (the point, its position, label, distance and
+// place in the cell order), and the agreement per point of both models (as points, as samples,
+// and in a grid).
+constexpr size_t kBreakdownBytesPerPoint = 110;
+constexpr size_t kAgreementBytesPerPoint = 200;
+
+std::string mebibytes(size_t bytes) { return std::to_string((bytes + (size_t{1} << 20) - 1) >> 20) + " MiB"; }
+
+// A line on standard error every 16 blocks of a pass over the model, so that the measure of a
+// large model shows where it stands (small models print nothing).
+scene::ModelBlocks with_progress(scene::ModelBlocks blocks) {
+  auto inner = blocks.for_each_block;
+  auto pass = std::make_shared<int>(0);
+  const size_t total = blocks.points;
+  blocks.for_each_block = [inner, pass, total](const scene::BlockVisitor& visit) {
+    ++*pass;
+    size_t done = 0, count = 0;
+    inner([&](const std::vector<scene::ModelPoint>& block) {
+      visit(block);
+      done += block.size();
+      if (++count % 16 == 0)
+        std::cerr << "quillara-evaluate: pass " << *pass << " over the model, " << done << " of " << total
+                  << " points\n";
+    });
+  };
+  return blocks;
+}
+
+// Runs `work`; out of memory becomes one line naming the file and what was being done.
+template <class Work>
+auto within_memory(const std::string& file, const std::string& doing, Work work) {
+  try {
+    return work();
+  } catch (const std::bad_alloc&) {
+    throw std::runtime_error(file + ": out of memory while " + doing);
+  }
+}
+
 void evaluate(const std::vector<std::string>& args) {
   std::vector<double> distances;
   std::string depth_dir, poses_dir, other, rig_dir;
@@ -64,33 +107,52 @@ void evaluate(const std::vector<std::string>& args) {
         "expected SCENE_DIR MODEL.ply [--within MM[,MM...]] [--breakdown] [--rig DIR], SCENE_DIR MODEL.ply --against "
         "OTHER.ply, SCENE_DIR --depth-maps DIR or SCENE_DIR --poses DIR");
   if (!poses_dir.empty()) {
-    std::cout << scene::format_pose_truth(scene::compare_poses_with_truth(line.words[0], poses_dir));
-    return;
-  }
-  if (!other.empty()) {
-    std::cout << scene::format_agreement(scene::measure_agreement(
-        line.words[0], scene::read_model_ply(line.words[1]), scene::read_model_ply(other)));
+    std::cout << scene::format_pose_truth(within_memory(poses_dir, "comparing the poses with the true ones", [&] {
+      return scene::compare_poses_with_truth(line.words[0], poses_dir);
+    }));
     return;
   }
   if (!depth_dir.empty()) {
-    std::cout << scene::format_depth_truth(scene::compare_with_truth(line.words[0], depth_dir));
+    std::cout << scene::format_depth_truth(within_memory(depth_dir, "comparing the depth maps with the true surfaces", [&] {
+      return scene::compare_with_truth(line.words[0], depth_dir);
+    }));
     return;
   }
-  std::vector<scene::ModelPoint> model = scene::read_model_ply(line.words[1]);
+  const std::string& model_file = line.words[1];
+  if (!other.empty()) {
+    const size_t points = scene::open_model_ply(model_file).count + scene::open_model_ply(other).count;
+    const scene::Agreement agreement = within_memory(model_file, "comparing it with " + other + " (both in memory, about " + mebibytes(points * kAgreementBytesPerPoint) + ")", [&] {
+      return scene::measure_agreement(line.words[0], scene::read_model_ply(model_file), scene::read_model_ply(other));
+    });
+    std::cout << scene::format_agreement(agreement);
+    return;
+  }
+  std::optional<scene::RigMotion> rig;
+  const scene::ModelBlocks blocks = with_progress(scene::model_blocks(model_file, [&rig](std::vector<scene::ModelPoint>& block) {
+    if (rig) scene::move_model(block, *rig);
+  }));
   if (!rig_dir.empty()) {
-    const scene::RigMotion rig = scene::rig_motion_onto_truth(line.words[0], rig_dir);
-    scene::move_model(model, rig);
+    rig = scene::rig_motion_onto_truth(line.words[0], rig_dir);
     char line_text[160];
     std::snprintf(line_text, sizeof line_text,
                   "rig: the model moved by the best rigid motion of its cameras onto the true ones: %.4f degrees, %.2f mm\n",
-                  rig.size.degrees, 1000 * rig.size.centre);
+                  rig->size.degrees, 1000 * rig->size.centre);
     std::cout << line_text;
   }
-  const scene::Evaluation e = scene::evaluate_model(line.words[0], model, distances);
+  const std::string need = mebibytes(scene::evaluation_bytes(line.words[0], distances.size()));
+  const scene::Evaluation e = within_memory(model_file, "measuring it block by block (about " + need + ")", [&] {
+    return scene::evaluate_model(line.words[0], blocks, distances);
+  });
   std::cout << scene::format_evaluation(e);
   if (!breakdown) return;
   if (distances.empty()) distances = {e.footprint, 2 * e.footprint};
-  std::cout << scene::format_breakdown(scene::break_down_scene(line.words[0], model, distances));
+  const std::string text = within_memory(model_file, "breaking completeness down (the whole model in memory, about " +
+                                                         mebibytes(blocks.points * kBreakdownBytesPerPoint) + ")", [&] {
+    std::vector<scene::ModelPoint> model;
+    blocks.for_each_block([&](const std::vector<scene::ModelPoint>& block) { model.insert(model.end(), block.begin(), block.end()); });
+    return scene::format_breakdown(scene::break_down_scene(line.words[0], model, distances));
+  });
+  std::cout << text;
 }
 
 }  // namespace

@@ -33,6 +33,7 @@ struct Result {
 struct Limits {
   double seconds = 300.0;
   long long file_size = -1;
+  long long address_space = -1;  // bytes of address space the child may map
   std::string stop_at = "";
   int stop_signal = SIGTERM;
 };
@@ -68,6 +69,10 @@ inline Result run(const std::string& program, const std::string& dir, const std:
       const rlimit size{static_cast<rlim_t>(limits.file_size), static_cast<rlim_t>(limits.file_size)};
       setrlimit(RLIMIT_FSIZE, &size);
       std::signal(SIGXFSZ, SIG_IGN);
+    }
+    if (limits.address_space >= 0) {
+      const rlimit space{static_cast<rlim_t>(limits.address_space), static_cast<rlim_t>(limits.address_space)};
+      setrlimit(RLIMIT_AS, &space);
     }
     if (chdir(dir.c_str()) == 0) execv(argv[0], argv.data());
     _exit(127);

@@ -198,3 +198,33 @@ TEST(EvaluateBadInput, ModelsAndDepthMapsAreChecked) {
                      p + within + bad + "' (see quillara-evaluate --help)\n"});
   expect_cases(QUILLARA_EVALUATE_BIN, root, cases);
 }
+
+// A model too large for memory: the evaluator streams it within a small allowance, and the
+// breakdown, which holds the whole model, ends in one line naming the model, what it was doing and
+// the size it needed, not an abort. Skipped under AddressSanitizer, whose operator new ends the
+// program instead of throwing when memory runs out.
+TEST(EvaluateBadInput, OutOfMemoryNamesTheModel) {
+#if defined(__SANITIZE_ADDRESS__)
+  GTEST_SKIP() << "AddressSanitizer does not let operator new throw std::bad_alloc";
+#endif
+  const std::string root = io_test::fresh_scratch_dir();
+  const Generated scene = generate(root + "/scene", scene::Layout::none, 3);
+  const size_t points = 4000000;
+  std::vector<float> xyz(3 * points);
+  for (size_t i = 0; i < points; ++i) {
+    xyz[3 * i] = static_cast<float>(i % 2000) * 1e-3f - 1.0f;
+    xyz[3 * i + 1] = static_cast<float>(i / 2000) * 1e-3f - 1.0f;
+  }
+  io_test::write_bytes(root + "/big.ply", "ply\nformat binary_little_endian 1.0\nelement vertex " +
+                                              std::to_string(points) +
+                                              "\nproperty float x\nproperty float y\nproperty float z\nend_header\n" +
+                                              std::string(reinterpret_cast<const char*>(xyz.data()), 4 * xyz.size()));
+  e2e::Limits limits;
+  limits.seconds = 300;
+  limits.address_space = 300ll << 20;
+  const e2e::Result r = e2e::run(QUILLARA_EVALUATE_BIN, root, {scene.dir, "big.ply", "--breakdown"}, {}, limits);
+  EXPECT_EQ(r.status, 1) << r;
+  EXPECT_NE(r.out.find("completeness: "), std::string::npos) << r;
+  EXPECT_EQ(r.err, "quillara-evaluate: big.ply: out of memory while breaking completeness down (the whole model in "
+                   "memory, about 420 MiB)\n");
+}

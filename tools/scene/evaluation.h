@@ -3,6 +3,7 @@
 #include <string>
 #include <vector>
 
+#include "tools/scene/model_blocks.h"
 #include "tools/scene/model_file.h"
 #include "tools/scene/surface_error.h"
 
@@ -44,9 +45,16 @@ struct Evaluation {
 SheetFaces measure_sheet_faces(const Scene& scene, const std::vector<ModelPoint>& model);
 
 // Reads scene_dir's ground_truth.ply, average_depth.txt, view_00.txt and outliers.ply when it is
-// there, and the model; measures completeness and accuracy also at each of `distances`.
+// there, and the model; measures completeness and accuracy also at each of `distances`. The model
+// streams past block by block (twice or more only when its distances do not fit the median's
+// buffer); what is held grows with the true samples, not with the model.
+Evaluation evaluate_model(const std::string& scene_dir, const ModelBlocks& model, const std::vector<double>& distances = {});
 Evaluation evaluate_model(const std::string& scene_dir, const std::vector<ModelPoint>& model,
                           const std::vector<double>& distances = {});
+
+// About the memory evaluate_model needs for a model file of the scene in scene_dir, measured at
+// `distances` more: the grids of the true samples and one block of the model.
+size_t evaluation_bytes(const std::string& scene_dir, size_t distances);
 
 // A few readable lines.
 std::string format_evaluation(const Evaluation& e);

@@ -24,16 +24,6 @@ Mat3 yaw_axes(double angle) {
 // (the face normal) pointing to the centre line from the side `side` (+1 left, -1 right).
 Mat3 facade_axes(double side) { return from_columns({1, 0, 0}, {0, 0, 1}, {0, -side, 0}); }
 
-double bound_radius(const Shape& s) {
-  switch (s.kind) {
-    case ShapeKind::sphere: return s.size.x;
-    case ShapeKind::rectangle: return std::hypot(s.size.x, s.size.y);
-    case ShapeKind::cylinder: return std::hypot(s.size.x, s.size.z);
-    case ShapeKind::box: return length(s.size);
-  }
-  return 0;
-}
-
 double street_length(int views) { return views * kStreetViewSpacing + 2.0; }
 
 // The object of block b on side `side`: the four kinds in turn, shifted by one between the
@@ -76,6 +66,16 @@ Shape street_rod(int block, double side) {
 }
 
 }  // namespace
+
+double bound_radius(const Shape& s) {
+  switch (s.kind) {
+    case ShapeKind::sphere: return s.size.x;
+    case ShapeKind::rectangle: return std::hypot(s.size.x, s.size.y);
+    case ShapeKind::cylinder: return std::hypot(s.size.x, s.size.z);
+    case ShapeKind::box: return length(s.size);
+  }
+  return 0;
+}
 
 bool parse_arrangement(const std::string& name, Arrangement& arrangement) {
   if (name == "ring") arrangement = Arrangement::ring;

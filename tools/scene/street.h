@@ -35,6 +35,9 @@ Scene make_street_scene(int views);
 // a little along the street and down, so that each surface is seen from several directions.
 std::vector<SceneCamera> make_street_cameras(int views, int width, int height);
 
+// Radius of a sphere about the shape's centre that holds all of it.
+double bound_radius(const Shape& shape);
+
 // The shapes that can show within `range` of `eye` (all of them for an infinite range); shape
 // indices of hits then refer to the returned scene.
 Scene shapes_near(const Scene& scene, Vec3 eye, double range);

@@ -3,81 +3,66 @@
 #include <algorithm>
 #include <cmath>
 #include <stdexcept>
-#include <unordered_map>
 
+#include "tools/scene/sample_grid.h"
 #include "tools/scene/surface_distance.h"
 
 namespace scene {
-namespace {
 
-struct Cell {
-  int64_t x, y, z;
-  bool operator==(const Cell&) const = default;
-};
-
-struct CellHash {
-  size_t operator()(const Cell& c) const {
-    return static_cast<size_t>(c.x * 73856093LL ^ c.y * 19349663LL ^ c.z * 83492791LL);
-  }
-};
-
-Cell cell_of(Vec3 p, double size) {
-  return {static_cast<int64_t>(std::floor(p.x / size)), static_cast<int64_t>(std::floor(p.y / size)),
-          static_cast<int64_t>(std::floor(p.z / size))};
+AccuracyTally make_accuracy_tally(size_t points, const std::vector<double>& tolerances) {
+  AccuracyTally t;
+  t.tolerances = tolerances;
+  t.within.assign(tolerances.size(), 0);
+  t.median = make_order_statistic(points / 2);
+  t.median.done = points == 0;
+  return t;
 }
 
-}  // namespace
+void add_distances(AccuracyTally& t, const std::vector<double>& distances) {
+  if (t.first_pass) {
+    for (double v : distances) {
+      t.sum += v;
+      t.sum2 += v * v;
+      t.max = std::max(t.max, v);
+      for (size_t k = 0; k < t.tolerances.size(); ++k) t.within[k] += v < t.tolerances[k];
+    }
+    t.points += distances.size();
+  }
+  if (!t.median.done)
+    for (double v : distances) add_value(t.median, v);
+}
+
+bool median_known(AccuracyTally& t) {
+  t.first_pass = false;
+  return t.median.done || end_pass(t.median);
+}
+
+Accuracy accuracy_of(const AccuracyTally& t, size_t tolerance) {
+  Accuracy a;
+  a.points = t.points;
+  if (t.points == 0) return a;
+  a.mean = t.sum / t.points;
+  a.rms = std::sqrt(t.sum2 / t.points);
+  a.max = t.max;
+  a.within = static_cast<double>(t.within[tolerance]) / t.points;
+  a.median = t.median.value;
+  return a;
+}
 
 Accuracy measure_accuracy(const Scene& scene, const std::vector<Vec3>& points, double tolerance) {
-  Accuracy a;
-  a.points = points.size();
-  if (points.empty()) return a;
   std::vector<double> d(points.size());
   for (size_t i = 0; i < points.size(); ++i) d[i] = distance_to_surface(scene, points[i]);
-  double sum = 0, sum2 = 0;
-  size_t within = 0;
-  for (double v : d) {
-    sum += v;
-    sum2 += v * v;
-    a.max = std::max(a.max, v);
-    within += v < tolerance;
-  }
-  a.mean = sum / d.size();
-  a.rms = std::sqrt(sum2 / d.size());
-  a.within = static_cast<double>(within) / d.size();
-  std::nth_element(d.begin(), d.begin() + d.size() / 2, d.end());
-  a.median = d[d.size() / 2];
-  return a;
+  AccuracyTally tally = make_accuracy_tally(points.size(), {tolerance});
+  do add_distances(tally, d);
+  while (!median_known(tally));
+  return accuracy_of(tally, 0);
 }
 
 std::vector<char> covered_samples(const std::vector<Vec3>& samples, const std::vector<Vec3>& points, double tolerance,
                                   const std::vector<int>& sample_labels, const std::vector<int>& point_labels) {
-  if (!(tolerance > 0)) throw std::runtime_error("measure_completeness: the tolerance must be positive");
-  const bool labelled = !sample_labels.empty();
-  // Points bucketed in cells of the tolerance's size: any point within the tolerance of a sample
-  // lies in the sample's cell or one of its 26 neighbours.
-  std::unordered_map<Cell, std::vector<size_t>, CellHash> grid;
-  for (size_t i = 0; i < points.size(); ++i) grid[cell_of(points[i], tolerance)].push_back(i);
-  std::vector<char> covered(samples.size(), 0);
-#pragma omp parallel for schedule(dynamic, 1024)
-  for (size_t k = 0; k < samples.size(); ++k) {
-    const Vec3 s = samples[k];
-    const Cell c = cell_of(s, tolerance);
-    bool found = false;
-    for (int64_t dx = -1; dx <= 1 && !found; ++dx)
-      for (int64_t dy = -1; dy <= 1 && !found; ++dy)
-        for (int64_t dz = -1; dz <= 1 && !found; ++dz) {
-          const auto it = grid.find({c.x + dx, c.y + dy, c.z + dz});
-          if (it == grid.end()) continue;
-          for (size_t i : it->second)
-            if (length(points[i] - s) < tolerance && (!labelled || point_labels[i] == sample_labels[k])) {
-              found = true;
-              break;
-            }
-        }
-    covered[k] = found;
-  }
-  return covered;
+  SampleGrid grid = make_sample_grid(samples, tolerance, sample_labels);
+  mark_covered(grid, points, point_labels);
+  return covered_in_given_order(grid);
 }
 
 double measure_completeness(const std::vector<SurfaceSample>& truth, const std::vector<Vec3>& points,

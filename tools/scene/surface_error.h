@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <vector>
 
+#include "tools/scene/order_statistic.h"
 #include "tools/scene/scene.h"
 #include "tools/scene/scene_files.h"
 
@@ -14,6 +15,25 @@ struct Accuracy {
   double mean = 0, rms = 0, median = 0, max = 0;  // of the distances to the true surface
   double within = 0;  // fraction of points closer than the tolerance
 };
+
+// Accuracy at several tolerances from distances that come a block at a time. The median needs the
+// same distances again, in further passes, while `median_known` is false.
+struct AccuracyTally {
+  size_t points = 0;  // of the first pass
+  double sum = 0, sum2 = 0, max = 0;
+  std::vector<double> tolerances;
+  std::vector<size_t> within;  // per tolerance
+  OrderStatistic median;
+  bool first_pass = true;
+};
+
+// For `points` distances in all.
+AccuracyTally make_accuracy_tally(size_t points, const std::vector<double>& tolerances);
+void add_distances(AccuracyTally& tally, const std::vector<double>& distances);
+// Ends a pass over all the distances: true when the median is known.
+bool median_known(AccuracyTally& tally);
+// The accuracy at tolerance number `tolerance`, once the median is known.
+Accuracy accuracy_of(const AccuracyTally& tally, size_t tolerance);
 
 // Distances of the points to the nearest true surface.
 Accuracy measure_accuracy(const Scene& scene, const std::vector<Vec3>& points, double tolerance);
