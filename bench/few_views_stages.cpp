@@ -100,8 +100,15 @@ double distance_to_own_surface(const scene::Scene& world, int shape, const Parti
 // Why the last support filter removes points: per surface group and view count, the share that
 // fails the visible share, the share no other view sees (by the views' verdicts) and the share no
 // other view agrees with.
+void print_silent_views(const std::vector<Particle>& particles, const std::vector<float>& offsets,
+                        const std::vector<float3>& normals, const std::vector<Camera*>& cameras,
+                        const std::vector<CMatrix<float>>& measured, const std::vector<std::vector<PixelTruth>>& truth,
+                        const ViewVerdicts& verdicts, const std::vector<float>& margin, float cos_limit,
+                        const scene::Scene& world);
+
 void print_support_diagnosis(const std::vector<Particle>& particles, const std::vector<float>& offsets,
                              const std::vector<float3>& normals, const std::vector<Camera*>& cameras,
+                             const std::vector<CMatrix<float>>& measured,
                              const std::vector<std::vector<PixelTruth>>& truth, const scene::Scene& world) {
   const float cos_limit = std::cos(support_rule.facing_limit_degrees * 3.14159265f / 180.0f);
   const ViewVerdicts verdicts = judge_by_views(particles, offsets, normals, cameras,
@@ -142,6 +149,28 @@ void print_support_diagnosis(const std::vector<Particle>& particles, const std::
       ++unseen_why[!true_faces ? 0 : !estimated_faces ? 1 : 2];
     }
   }
+  print_silent_views(particles, offsets, normals, cameras, measured, truth, verdicts, margin, cos_limit, world);
+  // The planted outliers that pass, off every surface by more than two footprints as the evaluator
+  // counts them: by the views that agree and see, and the surface they lie nearest to.
+  std::map<std::string, long> kept_outliers;
+  std::vector<double> off;
+  for (size_t k = 0; k < particles.size(); ++k) {
+    const PixelTruth& t = truth[particles[k].camera_index][particles[k].pixel_index];
+    const float3 m = particles[k].pos;
+    if (t.shape < 0 || margin[k] < 0 || scene::length(scene::Vec3{m.x, m.y, m.z} - t.point) <= 0.1) continue;
+    const float3 p = particle_position(particles[k], offsets[k]);
+    const scene::SurfacePoint near = scene::closest_surface(world, {p.x, p.y, p.z});
+    if (near.distance <= 2 * average_depth / cameras[0]->K[0]) continue;
+    off.push_back(near.distance / particles[k].radius);
+    ++kept_outliers["agreeing " + std::to_string(std::min(verdicts.agreeing_views[k], 4)) + ", seeing " +
+                    std::to_string(std::min(verdicts.seeing_views[k], 6))];
+    ++kept_outliers["near " + scene::surface_group(world.shapes[near.shape], {p.x, p.y, p.z}) + ", own views " +
+                    std::to_string(std::min(t.views, 9))];
+  }
+  std::sort(off.begin(), off.end());
+  std::cout << "\nplanted outliers kept off every surface: " << off.size() << " (distance in own footprints: median "
+            << (off.empty() ? 0.0 : off[off.size() / 2]) << ")\n";
+  for (const auto& [key, n] : kept_outliers) std::cout << "  " << std::left << std::setw(40) << key << std::right << n << "\n";
   std::cout << "\n2-view points no view judges: true surface beyond the facing limit " << unseen_why[0]
             << ", estimated normal beyond it " << unseen_why[1] << ", facing view silent " << unseen_why[2] << "\n";
   std::cout << "\nlast support filter (% of each row's points):\n"
@@ -151,6 +180,83 @@ void print_support_diagnosis(const std::vector<Particle>& particles, const std::
     std::cout << std::left << std::setw(16) << name.substr(2) << std::right << std::setw(9) << r.n << std::setw(10)
               << 100.0 * r.fail / r.n << std::setw(10) << 100.0 * r.unseen / r.n << std::setw(10)
               << 100.0 * r.unconfirmed / r.n << "\n";
+}
+
+// Why the facing views say nothing on a two-view point that no view judges: what the view's pixel
+// where the point lands holds, for the view that sees the point's own surface there if any.
+void print_silent_views(const std::vector<Particle>& particles, const std::vector<float>& offsets,
+                        const std::vector<float3>& normals, const std::vector<Camera*>& cameras,
+                        const std::vector<CMatrix<float>>& measured, const std::vector<std::vector<PixelTruth>>& truth,
+                        const ViewVerdicts& verdicts, const std::vector<float>& margin, float cos_limit,
+                        const scene::Scene& world) {
+  const std::vector<ViewCover> covers = view_covers(particles, offsets, cameras);
+  std::map<std::string, long> why;
+  std::vector<double> own_off, view_off, measured_off;  // in the view's footprints, along its ray
+  for (size_t k = 0; k < particles.size(); ++k) {
+    const PixelTruth& t = truth[particles[k].camera_index][particles[k].pixel_index];
+    if (t.shape < 0 || t.views != 2 || margin[k] >= 0 || verdicts.seeing_views[k] != 0) continue;
+    const float3 m = particles[k].pos;
+    if (scene::length(scene::Vec3{m.x, m.y, m.z} - t.point) > 0.1) continue;
+    const float3 p = particle_position(particles[k], offsets[k]);
+    std::string best = "no facing view on its image";
+    const std::string group = scene::surface_group(world.shapes[t.shape], t.point) + ", ";
+    for (size_t c = 0; c < cameras.size(); ++c) {
+      const Camera& cam = *cameras[c];
+      if (cam.index == particles[k].camera_index) continue;
+      const float3 towards = make_float3(cam.center[0], cam.center[1], cam.center[2]) - p;
+      if (!(dot(normals[k], towards) / length(towards) >= cos_limit)) continue;
+      const float* R = cam.R;
+      const float cx = R[0] * p.x + R[3] * p.y + R[6] * p.z + cam.t[0];
+      const float cy = R[1] * p.x + R[4] * p.y + R[7] * p.z + cam.t[1];
+      const float cz = R[2] * p.x + R[5] * p.y + R[8] * p.z + cam.t[2];
+      const float ax = static_cast<float>(cam.width - 1) - (cx * cam.K[0] / cz + cam.K[6]);
+      const float ay = static_cast<float>(cam.height - 1) - (cy * cam.K[4] / cz + cam.K[7]);
+      const int x = static_cast<int>(std::lround(ax)), y = static_cast<int>(std::lround(ay));
+      if (!(cz > 0 && x >= 0 && y >= 0 && x < cam.width && y < cam.height)) continue;
+      const float fp = cz / cam.K[0];
+      const PixelTruth& there = truth[cam.index][y * cam.width + x];
+      const auto depth_in_view = [&](scene::Vec3 q) {
+        return R[2] * q.x + R[5] * q.y + R[8] * q.z + cam.t[2];
+      };
+      // Where the particle's own true point lies in this view, against the view's true surface there.
+      const double true_own = depth_in_view(t.point), true_there = there.shape < 0 ? 1e9 : depth_in_view(there.point);
+      std::string key = there.shape != t.shape ? "other surface at the pixel" : "same surface at the pixel";
+      if (there.shape == t.shape && true_own > true_there + 2 * fp) key = "same surface, own point hidden";
+      const int cover = covers[c].particle[y * cam.width + x];
+      if (cover < 0) {
+        if (best.rfind("same", 0) != 0) best = key + ": no cover";
+        continue;
+      }
+      const float3 q = particle_position(particles[cover], offsets[cover]);
+      const float zq = R[2] * q.x + R[5] * q.y + R[8] * q.z + cam.t[2];
+      const float delta = (cz - zq) / fp;  // > 0: the point lies behind the view's particle
+      const float mz = measured[cam.index](x, y);
+      const float3 d = p - q;
+      const float tangent = std::fabs(dot(normals[cover], d)) / particles[cover].radius;
+      key += delta > 1 ? ": behind" : delta < -1 ? ": in front" : ": level";
+      if (std::fabs(delta) <= 1) key += tangent > 1 ? ", off tangent" : dot(normals[k], normals[cover]) < 0 ? ", normals apart" : ", far";
+      if (best.rfind("same", 0) != 0) best = key;
+      if (there.shape == t.shape) {
+        own_off.push_back((cz - true_own) / fp);
+        view_off.push_back((zq - true_there) / fp);
+        if (mz > 0) measured_off.push_back((cz - mz) / fp);
+      }
+    }
+    ++why[group + best];
+  }
+  std::cout << "\n2-view points no view judges, by what the most telling facing view holds at the pixel where\n"
+               "the point lands (the same surface or another by the truth; the point behind, level with or in\n"
+               "front of the view's particle there):\n";
+  for (const auto& [k, n] : why) std::cout << "  " << std::left << std::setw(60) << k << std::right << n << "\n";
+  const auto median_abs = [](std::vector<double> v) {
+    for (double& x : v) x = std::fabs(x);
+    if (v.empty()) return 0.0;
+    std::nth_element(v.begin(), v.begin() + v.size() / 2, v.end());
+    return v[v.size() / 2];
+  };
+  std::cout << "  same surface, median |error| along the view's ray in its footprints: the point "
+            << median_abs(own_off) << ", the view's particle " << median_abs(view_off)
+            << ", the point against the view's measured depth " << median_abs(measured_off) << "\n";
 }
 
 // How near each particle lies to its own pixel's true point, per row (by the views that see the
@@ -194,6 +300,29 @@ void print_near_own_points(const std::vector<std::pair<std::string, NearRows>>& 
     }
     std::cout << "\n";
   }
+}
+
+// The median angle between the estimated and the true normals, per row as near_own_points.
+void print_normal_errors(const char* stage, const std::vector<Particle>& particles, const std::vector<float3>& normals,
+                         const std::vector<std::vector<PixelTruth>>& truth, const scene::Scene& world) {
+  std::map<std::string, std::vector<double>> rows;
+  for (size_t k = 0; k < particles.size(); ++k) {
+    const PixelTruth& t = truth[particles[k].camera_index][particles[k].pixel_index];
+    if (t.shape < 0) continue;
+    const float3 n = normals[k];
+    const double c = (n.x * t.normal.x + n.y * t.normal.y + n.z * t.normal.z) / std::max(1e-9f, length(n));
+    const double angle = std::acos(std::clamp(c, -1.0, 1.0)) * 180.0 / M_PI;
+    rows[std::to_string(std::min(t.views, 5)) + " views"].push_back(angle);
+    if (t.views == 2) rows["2 views " + scene::surface_group(world.shapes[t.shape], t.point)].push_back(angle);
+  }
+  std::cout << "\nnormal error " << stage << " (median deg, share > 10 deg):";
+  for (auto& [row, v] : rows) {
+    const double over = std::count_if(v.begin(), v.end(), [](double a) { return a > 10; });
+    std::nth_element(v.begin(), v.begin() + v.size() / 2, v.end());
+    std::cout << "\n  " << std::left << std::setw(20) << row << std::right << std::setw(8) << std::setprecision(1)
+              << std::fixed << v[v.size() / 2] << std::setw(8) << 100.0 * over / v.size();
+  }
+  std::cout << "\n";
 }
 
 // Processor time of the stage that ends here, on standard error.
@@ -240,14 +369,8 @@ int main(int argc, char* argv[]) {
         if (usable_depth(depthmaps[i](x, y), depth_range_min, depth_range_max)) fate[{i, y * cameras[i].width + x}] = kNoSuperpixel;
   if (stages.fine_start == FineStart::measured_planes) {
     // As quillara does: particles on planes fitted to each pixel's measured neighbourhood.
-    for (int i = 0; i < n_keyframes; ++i) {
-      CMatrix<float> depth;
-      CMatrix<float3> normal_map;
-      measured_planes(depth, normal_map, depthmaps[i], cameras[i], kMeasuredPlaneFootprints,
-                      kMeasuredPlaneWindow, kMeasuredPlaneWideWindow, depth_range_min, depth_range_max);
-      create_particles_from_depthmap(particles, offsets, normals, depth, normal_map, depth, cameras[i].image,
-                                     cameras[i], depth_range_min, depth_range_max);
-    }
+    particles_on_measured_planes(particles, offsets, normals, camera_ptrs, depthmaps, depth_range_min,
+                                 depth_range_max);
   } else {
     for (int i = 0; i < n_keyframes; ++i) {
       create_superpixels(superpixels[i], depthmaps[i], cameras[i].image, cameras[i], average_depth, superpixel_count);
@@ -286,13 +409,16 @@ int main(int argc, char* argv[]) {
   writeParticlesToPLY(particles, offsets, normals, output_directory + "/stage_scaffold.ply");
   std::vector<std::pair<std::string, NearRows>> near_stages = {
       {"start", near_own_points(particles, offsets, truth, world)}};
+  print_normal_errors("at the start", particles, normals, truth, world);
   stage_time("fine particles");
   if (!support_rule.visible()) support_filter(particles, offsets, normals, camera_ptrs, stages.pixel_support);
   filter_particles(particles, offsets, normals, stages.pixel_filter);
-  if (stages.drift_limit > 0.0f) return_drifted_particles(particles, offsets, stages.drift_limit);
+  if (stages.drift_limit > 0.0f)
+    return_drifted_particles(particles, offsets, normals, stages.drift_limit, stages.turn_limit);
   stage_time("fine filter");
   writeParticlesToPLY(particles, offsets, normals, output_directory + "/stage_filtered.ply");
   near_stages.emplace_back("filtered", near_own_points(particles, offsets, truth, world));
+  print_normal_errors("after the fine filter", particles, normals, truth, world);
   std::map<Key, bool> on_surface;
   for (size_t k = 0; k < particles.size(); ++k) {
     const Key key{particles[k].camera_index, particles[k].pixel_index};
@@ -300,7 +426,7 @@ int main(int argc, char* argv[]) {
     if (auto it = fate.find(key); it != fate.end() && it->second == kFilteredOff)
       it->second = on_surface[key] ? kSupportRemoved : kFilteredOff;
   }
-  if (support_rule.visible()) print_support_diagnosis(particles, offsets, normals, camera_ptrs, truth, world);
+  if (support_rule.visible()) print_support_diagnosis(particles, offsets, normals, camera_ptrs, depthmaps, truth, world);
   stage_time("diagnosis");
   support_filter(particles, offsets, normals, camera_ptrs, stages.pixel_support);
   stage_time("last support filter");

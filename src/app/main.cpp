@@ -51,24 +51,6 @@ void write_model(const std::vector<Particle>& particles, const std::vector<float
   writeParticlesToPLY(particles, offsets, normals, output_directory + name, model_color_names);
 }
 
-// Few views: each fine particle starts on a plane fitted to its own pixel's measured
-// neighbourhood; no superpixel model is made, as its planes straddle thin objects and their
-// background and disagree with the measurements on curved surfaces. The plane stands for the
-// measurement too, so that the data term pulls towards it rather than towards the noise.
-void start_on_measured_planes(std::vector<Particle>& particles, std::vector<float>& offsets,
-                              std::vector<float3>& normals, const std::vector<Camera*>& cameras,
-                              const std::vector<CMatrix<float>>& depthmaps) {
-  for (int i = 0; i < n_keyframes; ++i) {
-    const Camera& cam = *cameras[i];
-    CMatrix<float> depth;
-    CMatrix<float3> normal_map;
-    measured_planes(depth, normal_map, depthmaps[i], cam, kMeasuredPlaneFootprints, kMeasuredPlaneWindow,
-                    kMeasuredPlaneWideWindow, depth_range_min, depth_range_max);
-    create_particles_from_depthmap(particles, offsets, normals, depth, normal_map, depth, cam.image, cam,
-                                   depth_range_min, depth_range_max);
-  }
-}
-
 // With --improve-cameras the pose step needs the device BLAS; the device reports its memory first.
 void start_device() {
   if (improve_cameras) throw_if(start_pose_device());
@@ -144,7 +126,11 @@ void run(int argc, char* argv[]) {
                                        depth_range_min, depth_range_max);
       }
     } else {
-      start_on_measured_planes(particles, offsets, normals, camera_ptrs, depthmaps);
+      // Few views: each fine particle starts on a plane fitted to its own pixel's measured
+      // neighbourhood; no superpixel model is made, as its planes straddle thin objects and their
+      // background and disagree with the measurements on curved surfaces.
+      particles_on_measured_planes(particles, offsets, normals, camera_ptrs, depthmaps, depth_range_min,
+                                   depth_range_max);
     }
     if (use_backface_visibility_test)
       remove_backfacing_particles(particles, offsets, normals, camera_ptrs, backface_tolerance, 1);
@@ -153,9 +139,11 @@ void run(int argc, char* argv[]) {
     if (!stages.pixel_support.rule.visible())
       support_filter(particles, offsets, normals, camera_ptrs, stages.pixel_support);
     filter_stage(particles, offsets, normals, stages.pixel_filter);
-    if (stages.drift_limit > 0.0f)
-      std::cout << "  back on their measured planes: "
-                << return_drifted_particles(particles, offsets, stages.drift_limit) << " points\n";
+    if (stages.drift_limit > 0.0f) {
+      const ReturnedParticles back =
+          return_drifted_particles(particles, offsets, normals, stages.drift_limit, stages.turn_limit);
+      std::cout << "  back on their measured planes: " << back.moved << " points, " << back.turned << " normals\n";
+    }
   };
 
   std::size_t superpixel_points = 0;

@@ -51,6 +51,7 @@ StageOptions make_stage_options(const Camera& first_view) {
       .radii = r,
       .fine_start = visible ? FineStart::measured_planes : FineStart::superpixel_scaffold,
       .drift_limit = visible ? kVisibleDriftLimit : 0.0f,
+      .turn_limit = visible ? kVisibleTurnLimit : 0.0f,
       .superpixel_filter = {.alpha = alpha_sp, .beta = beta_sp, .radius = r.superpixel_filter,
                             .timestep = gradient_descent_timestep_sp, .schedule = kSuperpixelSchedule,
                             .use_normal_dot_weight = dot},

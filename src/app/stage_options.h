@@ -17,13 +17,18 @@ inline constexpr float kVisibleSupportAlpha = 0.01f;
 // With the visible share, how far (in footprints) the fine filter may carry a particle along its
 // ray from its measured plane before the particle goes back to it.
 inline constexpr float kVisibleDriftLimit = 0.5f;
+// And how far (in degrees) it may turn a particle's normal from its measured plane's: on well-seen
+// surfaces the filter's normals differ from the planes' by a degree or two, on surfaces two views
+// see it turns a quarter of them by more than this.
+inline constexpr float kVisibleTurnLimit = 10.0f;
 
 // What every stage of a run is given, made once from the run-level settings, the support rule of
 // the command line and the first view.
 struct StageOptions {
   RunRadii radii;
   FineStart fine_start = FineStart::superpixel_scaffold;
-  float drift_limit = 0.0f;  // footprints; 0: the fine filter's moves stand as they are
+  float drift_limit = 0.0f;  // footprints; 0: the fine filter's moves and turns stand as they are
+  float turn_limit = 0.0f;   // degrees, with a drift limit
   FilterOptions superpixel_filter;
   SupportFilterOptions superpixel_support;
   FilterOptions pixel_filter;

@@ -64,6 +64,13 @@ struct Fit {
   bool ok = false;
 };
 
+// The wide window's two fits about a pixel.
+struct WideFit {
+  Fit plane;            // ok where the window does not curve
+  double centre = 0;    // relative inverse depth at the pixel of the fit with the curvature term
+  bool curves = false;  // the two fits' depths at the pixel part by more than their noise
+};
+
 LANE_INLINE lane_float lane_select(const lane_int& mask, const lane_float& yes, const lane_float& no) {
   return mask ? yes : no;
 }
@@ -199,8 +206,8 @@ LANE_INLINE double depth_spread(const WindowLayout& layout, Neighbours& n, const
 // term k (du^2 + dv^2). Over a window symmetric about the pixel that term takes up the offset any
 // quadratic surface gives a plane at the pixel, so the two centres part where the surface curves;
 // their difference has a standard deviation of about sqrt(2.5 / n) spreads over n points when
-// it does not.
-LANE_INLINE Fit wide_plane(const WindowLayout& layout, const Neighbours& n, const Fit& fit, double spread,
+// it does not. Where they part, the curved fit's centre is the better depth at the pixel.
+LANE_INLINE WideFit wide_plane(const WindowLayout& layout, const Neighbours& n, const Fit& fit, double spread,
                            double ridge, double w0) {
   const lane_float a = lane_splat(static_cast<float>(fit.a)), b = lane_splat(static_cast<float>(fit.b));
   const lane_float c = lane_splat(static_cast<float>(fit.c)), zero = lane_splat(0.0f), one = lane_splat(1.0f);
@@ -239,12 +246,15 @@ LANE_INLINE Fit wide_plane(const WindowLayout& layout, const Neighbours& n, cons
   Eigen::Matrix4d m4;
   m4 << s[0], s[1], s[2], s[9], s[1], s[3], s[4], s[10], s[2], s[4], s[5], s[11], s[9], s[10], s[11], s[12];
   const Eigen::Vector4d curved = m4.ldlt().solve(Eigen::Vector4d(s[6], s[7], s[8], s[13]));
-  Fit out;
-  out.a = plane(0);
-  out.b = plane(1);
-  out.c = plane(2);
-  out.ok = std::isfinite(out.a) && std::isfinite(out.b) && out.c + w0 > 0.0 && curved(0) + w0 > 0.0 &&
-           std::fabs(1.0 / (curved(0) + w0) - 1.0 / (out.c + w0)) <= 2.0 * spread * std::sqrt(2.5 / s[0]);
+  WideFit out;
+  out.plane.a = plane(0);
+  out.plane.b = plane(1);
+  out.plane.c = plane(2);
+  out.centre = curved(0);
+  if (!(std::isfinite(out.plane.a) && std::isfinite(out.plane.b) && out.plane.c + w0 > 0.0 && out.centre + w0 > 0.0))
+    return out;
+  out.curves = std::fabs(1.0 / (out.centre + w0) - 1.0 / (out.plane.c + w0)) > 2.0 * spread * std::sqrt(2.5 / s[0]);
+  out.plane.ok = !out.curves;
   return out;
 }
 
@@ -287,13 +297,18 @@ LANE_KERNEL void fit_row(const RowInputs& in, int y, int width, float* depth_row
     // Where the small window leaves the depth uncertain by more than a tenth of a footprint, the
     // wide window's plane is taken if it agrees with the small one and the wide window does not
     // curve: a surface that curves or ends within it moves its plane away from the small one's.
+    // Where it curves, the plane misses the pixel by the curvature's offset (on the limb of a ball
+    // seen obliquely, several millimetres along the ray), and the curved fit's depth stands.
     if (fit.ok && count > inner) {
       // The plane's depth at the pixel is uncertain by the spread over the root of the points' number.
       const double spread = depth_spread(layout, n, fit, w0, inner);
       const double uncertainty = spread / std::sqrt(static_cast<double>(inner));
       if (uncertainty > kWideningUncertainty * footprint) {
-        const Fit wide = wide_plane(layout, n, fit, spread, in.ridge, w0);
-        if (wide.ok && std::fabs(1.0 / (wide.c + w0) - 1.0 / (fit.c + w0)) <= 3.0 * uncertainty) fit = wide;
+        const WideFit wide = wide_plane(layout, n, fit, spread, in.ridge, w0);
+        if (wide.plane.ok && std::fabs(1.0 / (wide.plane.c + w0) - 1.0 / (fit.c + w0)) <= 3.0 * uncertainty)
+          fit = wide.plane;
+        else if (wide.curves)
+          fit.c = wide.centre;  // the small plane's slopes, the curved fit's depth
       }
     }
     const float plane_depth = fit.ok ? static_cast<float>(1.0 / (fit.c + w0)) : 0.0f;
@@ -351,5 +366,21 @@ void measured_planes(CMatrix<float>& depth, CMatrix<float3>& normal_map, const C
     Neighbours n(layout.slots);
 #pragma omp for schedule(dynamic, 4)
     for (int y = 0; y < height; ++y) fit_row(in, y, width, &depth(0, y), &normal_map(0, y), n);
+  }
+}
+
+void particles_on_measured_planes(std::vector<Particle>& particles, std::vector<float>& offsets,
+                                  std::vector<float3>& normals, const std::vector<Camera*>& cameras,
+                                  const std::vector<CMatrix<float>>& depthmaps, float min_depth, float max_depth) {
+  for (std::size_t i = 0; i < cameras.size(); ++i) {
+    const Camera& camera = *cameras[i];
+    CMatrix<float> depth;
+    CMatrix<float3> normal_map;
+    measured_planes(depth, normal_map, depthmaps[i], camera, kMeasuredPlaneFootprints, kMeasuredPlaneWindow,
+                    kMeasuredPlaneWideWindow, min_depth, max_depth);
+    const std::size_t first = particles.size();
+    create_particles_from_depthmap(particles, offsets, normals, depth, normal_map, depth, camera.image, camera,
+                                   min_depth, max_depth);
+    for (std::size_t k = first; k < particles.size(); ++k) particles[k].init_normal = normals[k];
   }
 }

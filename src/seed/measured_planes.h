@@ -1,8 +1,11 @@
 #pragma once
 
+#include <vector>
+
 #include "device/vector_types.h"
 #include "image/CMatrix.h"
 #include "src/core/camera.h"
+#include "src/core/particle.h"
 
 // Where the fine particles of a view start when few views see each surface: on a plane fitted to
 // each pixel's own measured neighbourhood, instead of on the superpixel scaffold.
@@ -28,8 +31,9 @@
 // with weights that fall to 0 at 4.685 spreads from the first plane, and taken if its depth at the
 // pixel lies within 3 such uncertainties of the first plane's and the wide window shows no
 // curvature (a fit with a term in the squared distance from the pixel moves its centre by less than
-// 2 standard deviations of that move). A surface that curves or ends within the wide window keeps
-// the small plane. A wide_window not above `window` fits the small window only.
+// 2 standard deviations of that move). Where the wide window curves, the depth at the pixel is
+// that of the curved fit, with the small plane's slopes; a surface that ends within the wide window
+// keeps the small plane. A wide_window not above `window` fits the small window only.
 void measured_planes(CMatrix<float>& depth, CMatrix<float3>& normal_map, const CMatrix<float>& measured,
                      const Camera& camera, float footprints, int window, int wide_window, float min_depth,
                      float max_depth);
@@ -42,3 +46,11 @@ inline constexpr int kMeasuredPlaneWindow = 3;
 inline constexpr int kMeasuredPlaneWideWindow = 7;
 inline constexpr double kWideningUncertainty = 0.1;
 inline constexpr float kMeasuredPlaneFootprints = 5.0f;
+
+// Appends the fine particles of every view of `cameras` (its depth map in `depthmaps`, by the
+// camera's place) on their measured planes, with the default windows: the plane stands for the
+// measurement too, so that the data term pulls towards it rather than towards the noise, and its
+// normal is the particle's init_normal, where it starts and what it may return to.
+void particles_on_measured_planes(std::vector<Particle>& particles, std::vector<float>& offsets,
+                                  std::vector<float3>& normals, const std::vector<Camera*>& cameras,
+                                  const std::vector<CMatrix<float>>& depthmaps, float min_depth, float max_depth);

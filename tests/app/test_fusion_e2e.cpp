@@ -230,9 +230,9 @@ TEST(FewViews, TheVisibleShareKeepsTheSurfaceAndRemovesOutliers) {
   EXPECT_GT(e.planted_outliers, 1000u);
   // At 160 x 120 a footprint is four times that at 640 x 480, and an oblique view's reach along the
   // surface with it: a few more planted points meet a surface there, and a few more stay on their
-  // own planes where the filter would have carried them onto the surface (98.0 % go; at 640 x 480
-  // over 99.6 %).
-  EXPECT_GE(e.outliers_removed, 0.978);
+  // own planes where the filter would have carried them onto the surface (98.35 % go; at 640 x 480
+  // over 99.8 %).
+  EXPECT_GE(e.outliers_removed, 0.98);
 
   EXPECT_GT(no_floor.model.size(), visible.model.size());
   EXPECT_LT(no_floor.evaluation.outliers_removed, e.outliers_removed);

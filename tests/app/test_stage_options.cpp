@@ -68,7 +68,7 @@ TEST(StageOptions, RadiiOutOfTheKernelsRange) {
 
 // The visible share starts the fine model on measured planes and gives the fine filter its own data
 // term, which an explicit --alpha overrides; without the share both stay as they were.
-TEST(StageOptions, VisibleShareChangesTheStartTheDriftLimitAndTheDefaultAlpha) {
+TEST(StageOptions, VisibleShareChangesTheStartTheLimitsAndTheDefaultAlpha) {
   average_depth = 2.75f;
   superpixel_count = 5000;
   alpha = 0.001f;
@@ -78,11 +78,13 @@ TEST(StageOptions, VisibleShareChangesTheStartTheDriftLimitAndTheDefaultAlpha) {
   EXPECT_EQ(stages.fine_start, FineStart::superpixel_scaffold);
   EXPECT_EQ(stages.pixel_filter.alpha, 0.001f);
   EXPECT_EQ(stages.drift_limit, 0.0f);
+  EXPECT_EQ(stages.turn_limit, 0.0f);
 
   support_rule.share = 0.3f;
   stages = make_stage_options(view);
   EXPECT_EQ(stages.fine_start, FineStart::measured_planes);
   EXPECT_EQ(stages.drift_limit, kVisibleDriftLimit);
+  EXPECT_EQ(stages.turn_limit, kVisibleTurnLimit);
   EXPECT_EQ(stages.pixel_filter.alpha, kVisibleSupportAlpha);
   EXPECT_EQ(stages.superpixel_filter.alpha, alpha_sp);
   EXPECT_EQ(stages.pixel_support.rule.share, 0.3f);

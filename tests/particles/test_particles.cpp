@@ -1,5 +1,5 @@
-// Which depth each particle starts from, which pixels give none, and how a set is thinned by a
-// value per particle. Where the particles land for a view file's camera is checked against
+// Which depth each particle starts from, which pixels give none, how a set is thinned by a value
+// per particle, and which particles go back to where they started. Where the particles land for a view file's camera is checked against
 // ray-cast truth in tests/app/test_camera_convention.cpp and by the renderer suites.
 
 #include <gtest/gtest.h>
@@ -11,6 +11,7 @@
 #include "device/vector_math.h"
 #include "src/core/back_project.h"
 #include "src/particles/particles_from_depthmap.h"
+#include "src/particles/return_drifted_particles.h"
 #include "src/particles/threshold_particles.h"
 #include "tests/support/superpixel_test_support.h"
 
@@ -128,4 +129,26 @@ TEST(ThresholdParticles, HolesAreFilledByTheLastSurvivors) {
   floats = {7.0f, 8.0f};
   threshold_particles<float>(floats, s.particles, s.offsets, s.normals, 0.0f, 1.0f);
   EXPECT_TRUE(s.particles.empty() && s.offsets.empty() && s.normals.empty());
+}
+
+// Offsets beyond the drift limit (in each particle's own footprints) go back to 0, normals turned
+// beyond the turn limit (or NaN) back to init_normal; the rest stand, and each kind is counted.
+TEST(ReturnDriftedParticles, FarMovesAndTurnsGoBack) {
+  const float turned = 15.0f * 3.14159265f / 180.0f, slightly = 5.0f * 3.14159265f / 180.0f;
+  std::vector<Particle> particles(4);
+  for (Particle& p : particles) {
+    p.radius = 0.01f;
+    p.init_normal = make_float3(0.0f, 0.0f, 1.0f);
+  }
+  particles[3].radius = 0.03f;
+  std::vector<float> offsets = {0.004f, -0.006f, 0.0f, 0.012f};
+  std::vector<float3> normals = {make_float3(std::sin(slightly), 0.0f, std::cos(slightly)),
+                                 make_float3(0.0f, std::sin(turned), std::cos(turned)),
+                                 make_float3(kNaN, kNaN, kNaN), make_float3(0.0f, 0.0f, -1.0f)};
+  const ReturnedParticles back = return_drifted_particles(particles, offsets, normals, 0.5f, 10.0f);
+  EXPECT_EQ(back.moved, 1u);
+  EXPECT_EQ(back.turned, 3u);
+  EXPECT_EQ(offsets, (std::vector<float>{0.004f, 0.0f, 0.0f, 0.012f}));
+  EXPECT_FLOAT_EQ(normals[0].x, std::sin(slightly));
+  for (int i = 1; i < 4; ++i) EXPECT_EQ(normals[i].z, 1.0f) << i;
 }

@@ -329,9 +329,9 @@ TEST(MeasuredPlanes, FitEachPixelsOwnSurface) {
 }
 
 // Far, noisy surfaces: where the small window leaves the depth uncertain, a plane comes back from
-// the wide window with half the error; on a dome that curves within the wide window most
-// pixels keep the small window's planes, which it bends less.
-TEST(MeasuredPlanes, WidenOverNoisyPlanesButNotOverCurvedSurfaces) {
+// the wide window with half the error; on a dome that curves within the wide window the depth
+// comes from the fit with a curvature term, whose centre the curvature does not move.
+TEST(MeasuredPlanes, WidenOverNoisyPlanesAndFollowCurvedSurfaces) {
   const Camera camera = turned_camera(48, 40);
   std::mt19937 random(7);
   std::normal_distribution<float> noise(0.0f, 0.08f);  // over a tenth of a footprint after 7 x 7 pixels
@@ -361,7 +361,9 @@ TEST(MeasuredPlanes, WidenOverNoisyPlanesButNotOverCurvedSurfaces) {
     }
     SCOPED_TRACE(curved ? "dome" : "plane");
     if (curved)
-      EXPECT_LT(error[1], 1.25 * error[0]);  // 1.18 times; 1.56 when every wide plane is taken
+      // 0.98 times; 1.18 where the small plane stands for a curved window, 1.56 when every wide
+      // plane is taken.
+      EXPECT_LT(error[1], 1.1 * error[0]);
     else
       EXPECT_LT(error[1], 0.6 * error[0]);  // 0.49 times
   }
