@@ -6,6 +6,7 @@
 #include "device/launch.h"
 #include "ketra/access.h"
 #include "src/stereo/ncc_window.h"
+#include "src/stereo/sad_row.h"
 #include "src/stereo/sweep_geometry.h"
 #include "src/stereo/warp_row.h"
 
@@ -113,19 +114,16 @@ void stage_colours(NccTile& t, ketra::Array<uchar4, 2> const& warped, int x0, in
 template <bool InverseDepth, int LabelsPerThread>
 void add_matching_costs_SAD_kernel(LaunchShape shape, ketra::Array<float, 4> costs, float a, float step, float inv_fx,
                                    float inv_fy, float cx, float cy, ProjectionMatrix P) {
+  static_assert(InverseDepth, "the row form sweeps inverse depth");
   const SweepCamera cam{inv_fx, inv_fy, cx, cy, P};
   device::launch(shape.grid, shape.block, [=](device::Index const& idx) {
+    // The pixels of a block row are one element, their labels computed side by side.
     const int W = extent(costs, 0), H = extent(costs, 1), L = extent(costs, 2);
-    const int x = idx.x(), y = idx.y(), first = idx.z() * LabelsPerThread;
-    if (x >= W || y >= H || first >= L) return;
-    const float4 ref = reference_colour(x, y);
+    const int x0 = idx.x(), y = idx.y(), first = idx.z() * LabelsPerThread;
+    if (idx.thread.x != 0 || x0 >= W || y >= H || first >= L) return;
+    const int n = W - x0 < static_cast<int>(idx.blockDim.x) ? W - x0 : static_cast<int>(idx.blockDim.x);
     const int last = first + LabelsPerThread < L ? first + LabelsPerThread : L;
-    for (int l = first; l < last; ++l) {
-      const Reprojection r = reproject(x, y, label_depth<InverseDepth>(a, step, l), W, H, cam);
-      if (!inside(r, W, H)) continue;
-      const float4 o = other_colour(r, W, H);
-      add_cost(costs, x, y, l, std::fabs(o.x - ref.x) + std::fabs(o.y - ref.y) + std::fabs(o.z - ref.z));
-    }
+    sad_row(costs, x0, n, y, first, last, a, step, cam, ref_img_tex, img_tex);
   });
 }
 
