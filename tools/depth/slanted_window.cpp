@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cmath>
 
+#include "src/core/simd_lanes.h"
+
 namespace depth_tool {
 
 Grey grey_of(const CMatrix<uchar4>& image) {
@@ -46,7 +48,40 @@ bool reference_window(const Grey& ref, const ViewGeometry& r, int x, int y, int 
   return w.norm >= 1e-3 * n;
 }
 
-bool window_cost(const WindowPair& p, const ReferenceWindow& win, double a, double b, double c, double& cost) {
+namespace {
+
+// Four window pixels of a row side by side: the projection in double, the samples in float, each
+// lane computing exactly what the one-pixel form computes.
+typedef double double_lanes __attribute__((vector_size(32)));
+typedef float float_lanes __attribute__((vector_size(16)));
+typedef int int_lanes __attribute__((vector_size(16)));
+constexpr int kWindowLanes = 4;
+
+// The grey values at index at + offset of every lane, the vector built in one expression rather
+// than lane by lane through memory.
+LANE_INLINE float_lanes grey_lanes(const float* v, int_lanes at, std::size_t offset) {
+  return float_lanes{v[static_cast<std::size_t>(at[0]) + offset], v[static_cast<std::size_t>(at[1]) + offset],
+                     v[static_cast<std::size_t>(at[2]) + offset], v[static_cast<std::size_t>(at[3]) + offset]};
+}
+
+// Grey::sample of every lane, (x, y) inside the image.
+LANE_INLINE float_lanes sample_lanes(const Grey& g, float_lanes x, float_lanes y) {
+  const int_lanes right = {g.W - 2, g.W - 2, g.W - 2, g.W - 2}, bottom = {g.H - 2, g.H - 2, g.H - 2, g.H - 2};
+  int_lanes x0 = __builtin_convertvector(x, int_lanes), y0 = __builtin_convertvector(y, int_lanes);
+  x0 = x0 < right ? x0 : right;
+  y0 = y0 < bottom ? y0 : bottom;
+  const float_lanes fx = x - __builtin_convertvector(x0, float_lanes), fy = y - __builtin_convertvector(y0, float_lanes);
+  const int_lanes at = y0 * g.W + x0;
+  const std::size_t W = static_cast<std::size_t>(g.W);
+  const float_lanes p00 = grey_lanes(g.v.data(), at, 0), p10 = grey_lanes(g.v.data(), at, 1),
+                    p01 = grey_lanes(g.v.data(), at, W), p11 = grey_lanes(g.v.data(), at, W + 1);
+  return (1 - fy) * ((1 - fx) * p00 + fx * p10) + fy * ((1 - fx) * p01 + fx * p11);
+}
+
+}  // namespace
+
+LANE_KERNEL bool window_cost(const WindowPair& p, const ReferenceWindow& win, double a, double b, double c,
+                             double& cost) {
   const int R = win.radius, n = (2 * R + 1) * (2 * R + 1);
   // The inverse depth w = a + b dx + c dy is affine in the window offset; positive at the
   // window's corners, it is positive everywhere in it.
@@ -62,17 +97,27 @@ bool window_cost(const WindowPair& p, const ReferenceWindow& win, double a, doub
     qx[i] = p.m[i] * b - M[0] / win.fx;
     qy[i] = p.m[i] * c - M[1] / win.fy;
   }
+  const double right = p.W - 1, bottom = p.H - 1;
+  const float* centred = win.centred.data();
   double sum = 0, squares = 0, cross = 0;
   for (int dy = -R, k = 0; dy <= R; ++dy) {
     const double row[3] = {q0[0] + dy * qy[0], q0[1] + dy * qy[1], q0[2] + dy * qy[2]};  // q at dx = 0
-    for (int dx = -R; dx <= R; ++dx, ++k) {
-      const double qz = row[2] + dx * qx[2];
-      if (!(qz > 0)) return false;
-      const double inverse = 1.0 / qz;
-      const double u = p.cx - p.fx * (row[0] + dx * qx[0]) * inverse, v = p.cy - p.fy * (row[1] + dx * qx[1]) * inverse;
-      if (!(u >= 0 && v >= 0 && u <= p.W - 1 && v <= p.H - 1)) return false;
-      const float g = p.grey.sample(static_cast<float>(u), static_cast<float>(v));
-      sum += g, squares += static_cast<double>(g) * g, cross += static_cast<double>(win.centred[k]) * g;
+    for (int dx0 = -R; dx0 <= R; dx0 += kWindowLanes) {
+      // The last group of a row repeats its last pixel in the lanes beyond it.
+      double_lanes dx;
+      for (int l = 0; l < kWindowLanes; ++l) dx[l] = std::min(dx0 + l, R);
+      const double_lanes qz = row[2] + dx * qx[2];
+      const double_lanes inverse = 1.0 / qz;
+      const double_lanes u = p.cx - p.fx * (row[0] + dx * qx[0]) * inverse,
+                         v = p.cy - p.fy * (row[1] + dx * qx[1]) * inverse;
+      for (int l = 0; l < kWindowLanes; ++l)
+        if (!(qz[l] > 0) || !(u[l] >= 0 && v[l] >= 0 && u[l] <= right && v[l] <= bottom)) return false;
+      const float_lanes g = sample_lanes(p.grey, __builtin_convertvector(u, float_lanes),
+                                         __builtin_convertvector(v, float_lanes));
+      // The sums in window order, as the one-pixel form adds them.
+      const int lanes = std::min(kWindowLanes, R + 1 - dx0);
+      for (int l = 0; l < lanes; ++l, ++k)
+        sum += g[l], squares += static_cast<double>(g[l]) * g[l], cross += static_cast<double>(centred[k]) * g[l];
     }
   }
   const double var = squares - sum * sum / n;
