@@ -137,24 +137,40 @@ bool mean_cost(const std::vector<WindowPair>& pairs, const ReferenceWindow& wind
   return seen > 0;
 }
 
+namespace {
+
+struct PlaneSample {
+  double dx, dy, w;
+};
+
+// The working arrays of fit_plane, kept per thread: it runs once per pixel and pass, and
+// allocating them each time cost as much as the fit.
+struct PlaneFitScratch {
+  std::vector<PlaneSample> samples;
+  std::vector<char> use;
+  std::vector<double> off, sorted;
+};
+
+}  // namespace
+
 bool fit_plane(const CMatrix<float>& depth, int x, int y, int radius, double tolerance, double& a, double& b,
                double& c) {
-  struct Sample {
-    double dx, dy, w;
-  };
-  std::vector<Sample> samples;
+  thread_local PlaneFitScratch scratch;
+  std::vector<PlaneSample>& samples = scratch.samples;
+  samples.clear();
   for (int dy = -radius; dy <= radius; ++dy)
     for (int dx = -radius; dx <= radius; ++dx) {
       const int u = x + dx, v = y + dy;
       if (u >= 0 && v >= 0 && u < depth.xSize && v < depth.ySize && depth(u, v) > 0)
         samples.push_back({static_cast<double>(dx), static_cast<double>(dy), 1.0 / depth(u, v)});
     }
-  std::vector<char> use(samples.size(), 1);
+  std::vector<char>& use = scratch.use;
+  use.assign(samples.size(), 1);
   for (int round = 0; round < 2; ++round) {
     double n = 0, sx = 0, sy = 0, sw = 0, sxx = 0, syy = 0, sxy = 0, sxw = 0, syw = 0;
     for (std::size_t i = 0; i < samples.size(); ++i) {
       if (!use[i]) continue;
-      const Sample& q = samples[i];
+      const PlaneSample& q = samples[i];
       n += 1, sx += q.dx, sy += q.dy, sw += q.w, sxx += q.dx * q.dx, syy += q.dy * q.dy, sxy += q.dx * q.dy,
           sxw += q.dx * q.w, syw += q.dy * q.w;
     }
@@ -176,10 +192,12 @@ bool fit_plane(const CMatrix<float>& depth, int x, int y, int radius, double tol
     }
     a = s[0], b = s[1], c = s[2];
     if (round == 1) break;
-    std::vector<double> off(samples.size());
+    std::vector<double>& off = scratch.off;
+    off.resize(samples.size());
     for (std::size_t i = 0; i < samples.size(); ++i)
       off[i] = std::fabs(samples[i].w - (a + b * samples[i].dx + c * samples[i].dy));
-    std::vector<double> sorted = off;
+    std::vector<double>& sorted = scratch.sorted;
+    sorted = off;
     std::nth_element(sorted.begin(), sorted.begin() + static_cast<long>(sorted.size() / 2), sorted.end());
     const double limit = std::max(3.0 * sorted[sorted.size() / 2], tolerance);
     for (std::size_t i = 0; i < samples.size(); ++i) use[i] = off[i] <= limit;
