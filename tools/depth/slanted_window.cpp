@@ -53,6 +53,7 @@ namespace {
 // Four window pixels of a row side by side: the projection in double, the samples in float, each
 // lane computing exactly what the one-pixel form computes.
 typedef double double_lanes __attribute__((vector_size(32)));
+typedef long long long_lanes __attribute__((vector_size(32)));  // masks of double lanes
 typedef float float_lanes __attribute__((vector_size(16)));
 typedef int int_lanes __attribute__((vector_size(16)));
 constexpr int kWindowLanes = 4;
@@ -110,8 +111,9 @@ LANE_KERNEL bool window_cost(const WindowPair& p, const ReferenceWindow& win, do
       const double_lanes inverse = 1.0 / qz;
       const double_lanes u = p.cx - p.fx * (row[0] + dx * qx[0]) * inverse,
                          v = p.cy - p.fy * (row[1] + dx * qx[1]) * inverse;
-      for (int l = 0; l < kWindowLanes; ++l)
-        if (!(qz[l] > 0) || !(u[l] >= 0 && v[l] >= 0 && u[l] <= right && v[l] <= bottom)) return false;
+      // Every lane in front of the camera and inside the neighbour's image (NaN fails both).
+      const long_lanes inside = (qz > 0) & (u >= 0) & (v >= 0) & (u <= right) & (v <= bottom);
+      if ((inside[0] & inside[1] & inside[2] & inside[3]) == 0) return false;
       const float_lanes g = sample_lanes(p.grey, __builtin_convertvector(u, float_lanes),
                                          __builtin_convertvector(v, float_lanes));
       // The sums in window order, as the one-pixel form adds them.
