@@ -4,11 +4,13 @@
 
 #include <gtest/gtest.h>
 
+#include <cfloat>
 #include <cmath>
 
 #include "src/render/point_batches.h"
 #include "src/stereo/depthmap_estimation_kernels.h"
 #include "src/stereo/matching_costs.h"
+#include "src/stereo/sgm_minima.h"
 #include "src/stereo/sweep_geometry.h"
 #include "tests/stereo/stereo_test_support.h"
 
@@ -118,4 +120,30 @@ TEST_F(LanesTest, WindowMeansAreTheRowByRowSums) {
       ASSERT_EQ(got.y, sums[1] * (1.0f / 49.0f));
       ASSERT_EQ(got.z, sums[2] * (1.0f / 49.0f));
     }
+}
+
+// The path-cost minima of curves long enough for the lanes (37 labels: whole groups and a tail),
+// with ties and plateaus: the first smallest sum and the smallest valley two labels or more away,
+// as a plain scan finds them.
+TEST_F(LanesTest, PathMinimaAreThoseOfThePlainScan) {
+  constexpr int L = 37, pixels = 300;
+  std::vector<float> S(L * pixels);
+  uint32_t seed = 17;
+  for (float& v : S) v = static_cast<float>((seed = seed * 1664525u + 1013904223u) >> 28);  // 0 .. 15: many ties
+  ketra::Array<float, 3> s = array<float, 3>(L, pixels, 1);
+  upload(s, S);
+  ketra::Array<float, 3> minima = array<float, 3>(pixels, 1, 2);
+  sgm_path_minima(minima, s);
+  const std::vector<float> got = download(minima);
+  for (int x = 0; x < pixels; ++x) {
+    const float* c = &S[x * L];
+    int b = 0;
+    for (int l = 1; l < L; ++l) b = c[l] < c[b] ? l : b;
+    float second = FLT_MAX;
+    for (int l = 0; l < L; ++l)
+      if ((l == 0 || c[l] <= c[l - 1]) && (l == L - 1 || c[l] <= c[l + 1]) && std::abs(l - b) > 1)
+        second = std::min(second, c[l]);
+    ASSERT_EQ(got[x], c[b]) << x;
+    ASSERT_EQ(got[pixels + x], second) << x;
+  }
 }
