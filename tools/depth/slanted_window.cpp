@@ -209,8 +209,13 @@ bool fit_plane(const CMatrix<float>& depth, int x, int y, int radius, double tol
     if (round == 1) break;
     std::vector<double>& off = scratch.off;
     off.resize(samples.size());
-    for (std::size_t i = 0; i < samples.size(); ++i)
+    bool all_within = true;
+    for (std::size_t i = 0; i < samples.size(); ++i) {
       off[i] = std::fabs(samples[i].w - (a + b * samples[i].dx + c * samples[i].dy));
+      all_within &= off[i] <= tolerance;
+    }
+    // Within the tolerance every sample stays, and the second fit would repeat the first.
+    if (all_within) break;
     std::vector<double>& sorted = scratch.sorted;
     sorted = off;
     std::nth_element(sorted.begin(), sorted.begin() + static_cast<long>(sorted.size() / 2), sorted.end());
