@@ -91,7 +91,10 @@ void sgm_path_kernel(LaunchShape shape, ketra::Array<float, 3> C, ketra::Array<f
             walk.at(start, i + 1, nx, ny, nw);
             const char* next_c = reinterpret_cast<const char*>(&element(C, 0, nx, ny));
             const char* next_s = reinterpret_cast<const char*>(&element(S, 0, nx, ny));
-            for (std::size_t b = 0; b < row_bytes; b += 64) __builtin_prefetch(next_c + b), __builtin_prefetch(next_s + b, 1);
+            for (std::size_t b = 0; b < row_bytes; b += 64) {
+              __builtin_prefetch(next_c + b);
+              __builtin_prefetch(next_s + b, 1);
+            }
           }
           const float* c = &element(C, 0, x, y);
           float* s = &element(S, 0, x, y);

@@ -84,7 +84,8 @@ LANE_INLINE float_lanes sample_lanes(const Grey& g, float_lanes x, float_lanes y
   int_lanes x0 = __builtin_convertvector(x, int_lanes), y0 = __builtin_convertvector(y, int_lanes);
   x0 = x0 < right ? x0 : right;
   y0 = y0 < bottom ? y0 : bottom;
-  const float_lanes fx = x - __builtin_convertvector(x0, float_lanes), fy = y - __builtin_convertvector(y0, float_lanes);
+  const float_lanes fx = x - __builtin_convertvector(x0, float_lanes);
+  const float_lanes fy = y - __builtin_convertvector(y0, float_lanes);
   const int_lanes at = y0 * g.W + x0;
   float_lanes p00, p10, p01, p11;
   grey_pairs(g.v.data(), at, p00, p10);
