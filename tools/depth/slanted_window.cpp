@@ -57,17 +57,16 @@ typedef double double_lanes __attribute__((vector_size(32)));
 typedef long long long_lanes __attribute__((vector_size(32)));  // masks of double lanes
 typedef float float_lanes __attribute__((vector_size(16)));
 typedef int int_lanes __attribute__((vector_size(16)));
+typedef float float_pairs __attribute__((vector_size(32)));     // two neighbouring pixels per lane
+typedef long long pair_words __attribute__((vector_size(32)));  // the same, as 8-byte words
 constexpr int kWindowLanes = 4;
-
-typedef float float_pairs __attribute__((vector_size(32)));
-typedef double pair_words __attribute__((vector_size(32)));
 
 // The grey values at index at and at + 1 of every lane (two neighbouring pixels of a row), each
 // pair read as one 8-byte word, the vectors built in one expression rather than lane by lane
 // through memory.
 LANE_INLINE void grey_pairs(const float* v, int_lanes at, float_lanes& left, float_lanes& right) {
   const auto word = [v](int i) {
-    double w;
+    long long w;
     std::memcpy(&w, v + i, sizeof w);
     return w;
   };
