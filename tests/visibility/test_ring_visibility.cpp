@@ -33,27 +33,24 @@ Ring ring() {
   for (int i = 0; i < kViews; ++i) {
     r.cameras.push_back(generated(i).camera);
     const ParticleSet s = particles_of(generated(i));
-    r.set.particles.insert(r.set.particles.end(), s.particles.begin(), s.particles.end());
-    r.set.offsets.insert(r.set.offsets.end(), s.offsets.begin(), s.offsets.end());
-    r.set.normals.insert(r.set.normals.end(), s.normals.begin(), s.normals.end());
+    for (std::size_t k = 0; k < s.size(); ++k) r.set.add(s.particles[k], s.offsets[k], s.normals[k]);
   }
   for (Camera& c : r.cameras) r.camera_ptrs.push_back(&c);
   return r;
 }
 
-// A planted point for every 7th interior pixel of view 0: 0.5 units in front of the surface
-// towards the camera, its normal turned away. Returns how many.
-std::size_t plant_back_faces(ParticleSet& set) {
+// A planted point for every 7th interior pixel of view 0: `distance` units in front of the surface
+// towards the camera, its normal `facing` times its ray (1 towards the camera, -1 away). Returns how
+// many.
+std::size_t plant_in_front(ParticleSet& set, float distance, float facing) {
   const GeneratedView& v = generated(0);
   const ParticleSet own = particles_of(v);
   std::size_t planted = 0;
   for (std::size_t i = 0; i < own.particles.size(); i += 7) {
     Particle p = own.particles[i];
     if (!interior(v, p.pixel_index % v.camera.width, p.pixel_index / v.camera.width)) continue;
-    p.pos = p.pos + 0.5f * p.dir;  // dir points at the camera centre
-    set.particles.push_back(p);
-    set.offsets.push_back(0.0f);
-    set.normals.push_back(-1.0f * p.dir);
+    p.pos = p.pos + distance * p.dir;  // dir points at the camera centre
+    set.add(p, 0.0f, facing * p.dir);
     ++planted;
   }
   return planted;
@@ -114,18 +111,7 @@ int views_that_see(const Particle& p, float3 position, float3 normal, float& exp
 TEST(ViewAgreement, ViewsSeeAndAgreeAsRayCastingSaysAndContradictFloatingPoints) {
   Ring r = ring();
   const std::size_t true_count = r.set.particles.size();
-  const GeneratedView& first = generated(0);
-  std::size_t planted = 0;
-  for (std::size_t i = 0; i < true_count; i += 7) {
-    Particle p = r.set.particles[i];
-    if (p.camera_index != 0 || !interior(first, p.pixel_index % first.camera.width, p.pixel_index / first.camera.width))
-      continue;
-    p.pos = p.pos + 0.3f * p.dir;  // dir points at the camera centre
-    r.set.particles.push_back(p);
-    r.set.offsets.push_back(0.0f);
-    r.set.normals.push_back(p.dir);
-    ++planted;
-  }
+  const std::size_t planted = plant_in_front(r.set, 0.3f, 1.0f);
   ASSERT_GT(planted, 100u);
   const ViewVerdicts verdicts = judge_by_views(r.set.particles, r.set.offsets, r.set.normals, r.camera_ptrs,
                                                view_covers(r.set.particles, r.set.offsets, r.camera_ptrs), kPi, kCos75);
@@ -252,7 +238,7 @@ TEST(ViewAgreement, ObliqueViewAgreesBetweenItsPixelsAndStillSeesThroughPointsIn
 
 TEST(BackfaceVisibility, RemovesPointsFloatingInFrontAndFacingAwayKeepsTheSurfaces) {
   Ring m = ring();
-  const std::size_t true_count = m.set.particles.size(), planted = plant_back_faces(m.set);
+  const std::size_t true_count = m.set.particles.size(), planted = plant_in_front(m.set, 0.5f, -1.0f);
   ASSERT_GT(planted, 200u);
   std::vector<int> counts;
   const float r1 = footprint(generated(0), 60, 45);  // one pixel at the scene's depth
