@@ -163,13 +163,9 @@ TEST(ViewAgreement, ParticlesCoverTheirFootprintsInTheirOwnView) {
   camera.index = 3;
   std::vector<Camera*> cameras = {&camera};
   const auto particle_at = [](int x, int y, float depth, float footprint_pixels, int view) {
-    Particle p{};
     // Array pixel (x, y) of the pinhole camera at the origin, mirrored as the views are.
-    p.pos = make_float3((19.0f - x - 9.5f) / 10.0f * depth, (15.0f - y - 7.5f) / 10.0f * depth, depth);
-    p.dir = make_float3(0.0f, 0.0f, -1.0f);
-    p.radius = footprint_pixels * depth / 10.0f;
-    p.camera_index = view;
-    return p;
+    return cloud::particle(make_float3((19.0f - x - 9.5f) / 10.0f * depth, (15.0f - y - 7.5f) / 10.0f * depth, depth),
+                           make_float3(0.0f, 0.0f, -1.0f), view, footprint_pixels * depth / 10.0f);
   };
   const std::vector<Particle> particles = {particle_at(5, 5, 2.0f, 3.0f, 3), particle_at(8, 5, 4.0f, 3.0f, 3),
                                            particle_at(15, 12, 1.0f, 1.0f, 3), particle_at(2, 12, 1.0f, 3.0f, 0)};
@@ -206,28 +202,20 @@ TEST(ViewAgreement, ObliqueViewAgreesBetweenItsPixelsAndStillSeesThroughPointsIn
     const float3 ray = make_float3((W - 1 - x - camera.K[6]) / f, (H - 1 - y - camera.K[7]) / f, 1.0f);
     return (dot(n, anchor) / dot(n, ray)) * ray;
   };
-  std::vector<Particle> particles;
-  std::vector<float3> normals;
+  ParticleSet s;
   const auto add = [&](float3 position, int view) {
-    Particle p{};
-    p.pos = position;
-    p.dir = -1.0f * position / length(position);
-    p.radius = position.z / f;
-    p.camera_index = view;
-    particles.push_back(p);
-    normals.push_back(n);
+    s.add(cloud::particle(position, -1.0f * position / length(position), view, position.z / f), 0.0f, n);
   };
   for (int y = 0; y < H; ++y)
     for (int x = 0; x < W; ++x) add(on_plane(x, y), 1);
   const float3 between = on_plane(20.5f, 15.0f);
   const float footprint = between.z / f;
   add(between, 0);
-  const float3 towards_camera = particles.back().dir;
+  const float3 towards_camera = s.particles.back().dir;
   add(between + 10.0f * footprint * towards_camera, 0);
   add(between - 10.0f * footprint * towards_camera, 0);
-  const std::vector<float> offsets(particles.size(), 0.0f);
-  const ViewVerdicts v = judge_by_views(particles, offsets, normals, cameras, view_covers(particles, offsets, cameras),
-                                        kPi, std::cos(80.0f * kPi / 180.0f));
+  const ViewVerdicts v = judge_by_views(s.particles, s.offsets, s.normals, cameras,
+                                        view_covers(s.particles, s.offsets, cameras), kPi, std::cos(80.0f * kPi / 180.0f));
   const std::size_t on = W * H, in_front = on + 1, behind = on + 2;
   EXPECT_EQ(v.agreeing_views[on], 1);
   EXPECT_NEAR(v.agreeing[on], kPi * std::cos(slant), 0.05f);
