@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cmath>
 #include <iostream>
+#include <utility>
 #include <vector>
 
 #include "formats/depth_png.h"
@@ -26,33 +27,25 @@ double median(std::vector<double> v) {
 }  // namespace
 
 TEST(CurvedWindows, TheQuadricFitRecoversTheSurfaceAndLeavesStrayDepthsOut) {
-  const depth_tool::Quadric truth{0.4, 0.002, -0.001, 3e-5, -2e-5, 5e-5};
+  const depth_tool::Quadric t{0.4, 0.002, -0.001, 3e-5, -2e-5, 5e-5};
+  const auto w = [&](double dx, double dy) { return t.a + t.b * dx + t.c * dy + t.d * dx * dx + t.e * dx * dy + t.f * dy * dy; };
   CMatrix<float> depth(21, 21, 0.0f);
   for (int y = 0; y < 21; ++y)
-    for (int x = 0; x < 21; ++x) {
-      const double dx = x - 10, dy = y - 10;
-      depth(x, y) = static_cast<float>(
-          1.0 / (truth.a + truth.b * dx + truth.c * dy + truth.d * dx * dx + truth.e * dx * dy + truth.f * dy * dy));
-    }
-  // Another surface in one corner, and a few wrong depths.
+    for (int x = 0; x < 21; ++x) depth(x, y) = static_cast<float>(1.0 / w(x - 10, y - 10));
+  // Another surface in one corner, and two wrong depths.
   for (int y = 0; y < 4; ++y)
     for (int x = 0; x < 4; ++x) depth(x, y) = 1.0f;
   depth(12, 9) *= 1.2f, depth(7, 13) *= 0.8f;
   depth_tool::Quadric q;
-  ASSERT_TRUE(depth_tool::fit_quadric(depth, 10, 10, 5, 1e-4, q));
-  // Float depths round the inverse depths to about 1e-7 of 0.4.
-  EXPECT_NEAR(q.a, truth.a, 1e-6);
-  EXPECT_NEAR(q.b, truth.b, 1e-6);
-  EXPECT_NEAR(q.c, truth.c, 1e-6);
-  EXPECT_NEAR(q.d, truth.d, 1e-7);
-  EXPECT_NEAR(q.e, truth.e, 1e-7);
-  EXPECT_NEAR(q.f, truth.f, 1e-7);
-  // Beside the corner, whose depths fill a corner of the window, the fit leaves them out.
-  ASSERT_TRUE(depth_tool::fit_quadric(depth, 6, 6, 5, 1e-4, q));
-  EXPECT_NEAR(q.a, truth.a - 4 * (truth.b + truth.c) + 16 * (truth.d + truth.e + truth.f), 1e-6);
-  EXPECT_NEAR(q.d, truth.d, 1e-7);
-
-  // Too few depths (one row), or rows that cannot tell dy from dy^2, fix no quadric.
+  for (const auto [x, y] : {std::pair{10, 10}, std::pair{6, 6}}) {  // (6, 6): the corner fills part of the window
+    ASSERT_TRUE(depth_tool::fit_quadric(depth, x, y, 5, 1e-4, q));
+    EXPECT_NEAR(q.a, w(x - 10, y - 10), 1e-6);  // float depths: inverse depths to about 1e-7
+    EXPECT_NEAR(q.b, t.b + 2 * t.d * (x - 10) + t.e * (y - 10), 1e-6);
+    EXPECT_NEAR(q.d, t.d, 1e-7);
+    EXPECT_NEAR(q.e, t.e, 1e-7);
+    EXPECT_NEAR(q.f, t.f, 1e-7);
+  }
+  // Too few depths (one row), or two rows, which cannot tell dy from dy^2, fix no quadric.
   CMatrix<float> rows(21, 21, 0.0f);
   for (int x = 0; x < 21; ++x) rows(x, 10) = 2.0f;
   EXPECT_FALSE(depth_tool::fit_quadric(rows, 10, 10, 5, 1e-4, q));
