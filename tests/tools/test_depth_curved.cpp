@@ -85,9 +85,10 @@ TEST(CurvedWindows, DepthsLeftBehindTheSphereComeBackAndFlatSurfacesStay) {
   std::cout << moved << " moved; sphere median " << 100 * median(on_sphere) << " %, elsewhere "
             << 100 * median(elsewhere) << " %, " << close << " of " << elsewhere.size() << " within 0.5 %\n";
   EXPECT_GT(moved, static_cast<long>(depth.size() / 4));
-  // Planar windows on the same two neighbours leave the sphere 0.16 % far; the curved ones 0.10 %.
-  EXPECT_LT(std::fabs(median(on_sphere)), 0.0013);
-  // On the flat surfaces the windows' own scatter at this size: about 80 % stay within 0.5 %.
+  // Planar windows on the nearest two neighbours leave the sphere 0.16 % far, curved ones 0.09 %;
+  // curved ones on the neighbours that face the surface 0.06 %.
+  EXPECT_LT(std::fabs(median(on_sphere)), 0.0008);
+  // The flat surfaces stay (the nearest two neighbours alone scatter 20 % beyond 0.5 % here).
   EXPECT_LT(std::fabs(median(elsewhere)), 0.0005);
-  EXPECT_GT(close, 0.75 * static_cast<double>(elsewhere.size()));
+  EXPECT_GT(close, 0.88 * static_cast<double>(elsewhere.size()));
 }

@@ -37,10 +37,28 @@ double value(const Quadric& q, double dx, double dy) {
   return q.a + q.b * dx + q.c * dy + q.d * dx * dx + q.e * dx * dy + q.f * dy * dy;
 }
 
+// Whether the neighbour sees the tangent plane of q at the window's centre within acos(min_facing)
+// of its normal. Inverse depth linear in the camera-plane ray (rx, ry, 1) makes the plane
+// beta X + gamma Y + alpha Z = 1 in the reference's frame, so (beta, gamma, alpha) is its normal.
+bool faces(const WindowPair& p, const ReferenceWindow& window, const Quadric& q, double min_facing) {
+  const double n[3] = {-q.b * window.fx, -q.c * window.fy,
+                       q.a + q.b * window.fx * window.rx0 + q.c * window.fy * window.ry0};
+  const double P[3] = {window.rx0 / q.a, window.ry0 / q.a, 1.0 / q.a};
+  double C[3];  // the neighbour's centre, where M X + m = 0
+  for (int i = 0; i < 3; ++i) C[i] = -(p.M[i] * p.m[0] + p.M[3 + i] * p.m[1] + p.M[6 + i] * p.m[2]);
+  const double to_reference = -(n[0] * P[0] + n[1] * P[1] + n[2] * P[2]);
+  const double to_neighbour = n[0] * (C[0] - P[0]) + n[1] * (C[1] - P[1]) + n[2] * (C[2] - P[2]);
+  const double length = std::sqrt((n[0] * n[0] + n[1] * n[1] + n[2] * n[2]) *
+                                  ((C[0] - P[0]) * (C[0] - P[0]) + (C[1] - P[1]) * (C[1] - P[1]) +
+                                   (C[2] - P[2]) * (C[2] - P[2])));
+  // The normal turned to face the reference, which sees the surface.
+  return (to_reference < 0 ? -to_neighbour : to_neighbour) >= min_facing * length;
+}
+
 // The inverse depth at the window's centre where the window laid on q, moved along the ray by up
-// to s.range labels, agrees best with the neighbours that see it at every depth tried: the vertex
-// of the parabola through the best step and its two neighbours. False when no neighbour sees it
-// or the best lies at an end of the range.
+// to s.range labels, agrees best with the neighbours that face the surface and see the window at
+// every depth tried: the vertex of the parabola through the best step and its two neighbours.
+// False when no neighbour counts or the best lies at an end of the range.
 bool best_along_ray(const std::vector<WindowPair>& pairs, const ReferenceWindow& window, Quadric q,
                     const CurvedRefinementSettings& s, std::vector<double>& cost, std::vector<double>& pair_costs,
                     double& best_w) {
@@ -48,6 +66,7 @@ bool best_along_ray(const std::vector<WindowPair>& pairs, const ReferenceWindow&
   const double centre = q.a, spacing = 2.0 * s.range * s.label_step / (s.steps - 1);
   bool seen = false;
   for (const WindowPair& p : pairs) {
+    if (!faces(p, window, q, s.min_facing)) continue;
     bool all = true;
     for (int h = 0; h < s.steps && all; ++h) {
       q.a = centre - s.range * s.label_step + h * spacing;
@@ -158,8 +177,7 @@ long refine_on_curved_windows(CMatrix<float>& depth, const Camera& reference,
                               const std::vector<const Camera*>& neighbours, const CurvedRefinementSettings& s) {
   const ViewGeometry r = view_geometry(reference);
   std::vector<WindowPair> pairs;
-  for (std::size_t k = 0; k < neighbours.size() && static_cast<int>(k) < s.nearest; ++k)
-    pairs.push_back(window_pair(r, *neighbours[k]));
+  for (const Camera* n : neighbours) pairs.push_back(window_pair(r, *n));
   const Grey ref = grey_of(reference.image);
   const int W = reference.width, H = reference.height;
   const CMatrix<float> input = depth;

@@ -29,18 +29,17 @@ struct CurvedRefinementSettings {
   int fit_radius = 5;       // depths the surface's quadric is fitted to
   float range = 1.5f;       // depths tried: the quadric moved by up to this many label steps either way
   int steps = 13;           // depths tried, evenly over the range
-  int nearest = 2;          // neighbours matched: the first this many of the list (nearest first)
+  double min_facing = 0.5;  // a neighbour counts where it sees the surface within acos(this) of its normal
   float label_step = 0.0f;  // one label step in inverse depth (of the sweep that made the depths)
 };
 
 // Moves every depth (0 = none) along its ray to where its window, laid on the quadric that the
-// surrounding depths describe, agrees best with the nearest neighbours' images. On a convex
-// surface a window matches best a little behind it: a planar window because the surface bulges
-// in front of the plane through its depths, and any window the more, the more obliquely and
-// differently the neighbour sees the surface. The curved window on the nearest views (the least
-// foreshortened against the reference) leaves the smallest offset. Depths whose best lies at an
-// end of the range, or whose window no such neighbour sees, stay as they are. Returns the number
-// of depths moved.
+// surrounding depths describe, agrees best with the images of the neighbours that see the surface
+// there within acos(min_facing) of its normal. On a convex surface a window matches best a little
+// behind it: a planar window because the surface bulges in front of the plane through its depths,
+// and any window the more, the more obliquely a neighbour sees the surface; one that sees it
+// nearly edge-on pulls the match far behind. Depths whose best lies at an end of the range, or
+// that no such neighbour sees, stay as they are. Returns the number of depths moved.
 long refine_on_curved_windows(CMatrix<float>& depth, const Camera& reference,
                               const std::vector<const Camera*>& neighbours, const CurvedRefinementSettings& settings);
 
