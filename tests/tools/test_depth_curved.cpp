@@ -28,7 +28,9 @@ double median(std::vector<double> v) {
 
 TEST(CurvedWindows, TheQuadricFitRecoversTheSurfaceAndLeavesStrayDepthsOut) {
   const depth_tool::Quadric t{0.4, 0.002, -0.001, 3e-5, -2e-5, 5e-5};
-  const auto w = [&](double dx, double dy) { return t.a + t.b * dx + t.c * dy + t.d * dx * dx + t.e * dx * dy + t.f * dy * dy; };
+  const auto w = [&](double dx, double dy) {
+    return t.a + t.b * dx + t.c * dy + t.d * dx * dx + t.e * dx * dy + t.f * dy * dy;
+  };
   CMatrix<float> depth(21, 21, 0.0f);
   for (int y = 0; y < 21; ++y)
     for (int x = 0; x < 21; ++x) depth(x, y) = static_cast<float>(1.0 / w(x - 10, y - 10));

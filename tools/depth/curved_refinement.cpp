@@ -134,7 +134,8 @@ bool fit_quadric(const CMatrix<float>& depth, int x, int y, int radius, double t
   // The start is a plane through the depths next to the pixel, so that another surface filling a
   // corner of the window cannot pull the first fit; the quadric is then fitted twice, each time to
   // the depths near the fit before.
-  for (std::size_t i = 0; i < samples.size(); ++i) use[i] = std::fabs(samples[i].dx) <= 2 && std::fabs(samples[i].dy) <= 2;
+  for (std::size_t i = 0; i < samples.size(); ++i)
+    use[i] = std::fabs(samples[i].dx) <= 2 && std::fabs(samples[i].dy) <= 2;
   if (!fit(std::integral_constant<int, 3>{})) return false;
   for (int round = 0; round < 2; ++round) {
     keep_near();
@@ -191,7 +192,8 @@ long refine_on_curved_windows(CMatrix<float>& depth, const Camera& reference,
       Quadric q;
       double w;
       if (!fit_quadric(input, x, y, s.fit_radius, 2.0 * s.label_step, q) ||
-          !reference_window(ref, r, x, y, s.radius, window) || !best_along_ray(pairs, window, q, s, cost, pair_costs, w))
+          !reference_window(ref, r, x, y, s.radius, window) ||
+          !best_along_ray(pairs, window, q, s, cost, pair_costs, w))
         continue;
       depth(x, y) = static_cast<float>(1.0 / w);
       ++moved;
