@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "formats/depth_png.h"
+#include "tests/support/generated_scene.h"
 #include "tests/support/io_test_support.h"
 #include "tools/depth/curved_refinement.h"
 #include "tools/depth/depth_views.h"
@@ -56,9 +57,8 @@ TEST(CurvedWindows, TheQuadricFitRecoversTheSurfaceAndLeavesStrayDepthsOut) {
 }
 
 TEST(CurvedWindows, DepthsLeftBehindTheSphereComeBackAndFlatSurfacesStay) {
-  scene::SceneOptions o;
-  o.out_dir = io_test::fresh_scratch_dir() + "/scene";
-  o.views = 16, o.width = 320, o.height = 240, o.ground_truth_stride = 8;
+  scene::SceneOptions o = e2e::scene_options(io_test::fresh_scratch_dir() + "/scene", 16, 320, 240);
+  o.ground_truth_stride = 8;
   const scene::Scene sc = scene::make_default_scene();
   scene::write_scene(sc, o);
   std::vector<depth_tool::DepthView> views;
