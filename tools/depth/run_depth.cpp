@@ -15,6 +15,7 @@
 #include "image/png_io.h"
 #include "src/core/settings.h"
 #include "tools/cli/shell_quote.h"
+#include "tools/depth/curved_refinement.h"
 #include "tools/depth/depth_consistency.h"
 #include "tools/depth/depth_views.h"
 #include "tools/depth/estimate_depthmap.h"
@@ -165,6 +166,14 @@ ViewDepth estimate_view(const DepthOptions& o, const std::vector<DepthView>& vie
     const long grown = grow_on_slanted_windows(e.depth, cameras[i], neighbours, textures[i], gs);
     e.pixels_with_depth += grown;
     out << ", " << grown << " grown from neighbouring planes in "
+        << std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count() << " s";
+  }
+  {
+    CurvedRefinementSettings cs;
+    cs.label_step = (1.0f / near - 1.0f / far) / static_cast<float>(o.labels - 1);
+    const auto t0 = std::chrono::steady_clock::now();
+    const long moved = refine_on_curved_windows(e.depth, cameras[i], neighbours, cs);
+    out << ", " << moved << " moved on curved windows in "
         << std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count() << " s";
   }
   device::reset();
