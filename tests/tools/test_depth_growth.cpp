@@ -1,7 +1,7 @@
-// Growing and propagating depths along neighbouring slanted planes in quillara-depth, on the true
+// Growing, propagating and searching depths along slanted planes in quillara-depth, on the true
 // depth maps and images of a generated scene: holes cut into a view's depths fill again with depths
-// close to the truth, the flat background stays all but empty, and patches of wrong depths give way
-// to the planes around them.
+// close to the truth, the flat background stays all but empty, patches of wrong depths give way to
+// the planes around them, and the plane search finds the surfaces from no depth at all.
 
 #include <gtest/gtest.h>
 
@@ -16,6 +16,7 @@
 #include "tools/depth/local_texture.h"
 #include "tools/depth/plane_growth.h"
 #include "tools/depth/plane_propagation.h"
+#include "tools/depth/plane_search.h"
 #include "tools/scene/scene_files.h"
 
 namespace {
@@ -99,4 +100,26 @@ TEST(DepthGrowth, WrongPatchesGiveWayToTheSurfaceAroundThem) {
   // At this size some depths on the far, grazing ground and at object edges drift to a plane
   // beside them (about 13 %); the rest stay.
   EXPECT_GT(kept, 0.8 * static_cast<double>(right));
+}
+
+TEST(DepthGrowth, ThePlaneSearchFindsTheSurfacesFromNoDepthAndLeavesTheBackgroundEmpty) {
+  const ThreeViews t = three_views();
+  CMatrix<float> depth(t.truth.xSize, t.truth.ySize, 0.0f);
+  depth_tool::PlaneSearchSettings s;
+  s.passes = 4, s.near = 0.5f, s.far = 20.0f, s.label_step = (1 / s.near - 1 / s.far) / 127;
+  const CMatrix<float> texture = depth_tool::local_texture(t.views[0].camera.image, 4);
+  const depth_tool::PlaneSearchStatistics st =
+      depth_tool::search_planes(depth, t.views[0].camera, {&t.views[1].camera, &t.views[2].camera}, texture, s);
+  long surface = 0, close = 0, background = 0;
+  for (std::size_t p = 0; p < depth.size(); ++p) {
+    const bool searched = texture.data[p] >= s.min_texture;
+    if (!(t.truth.data[p] > 0)) background += depth.data[p] > 0;
+    else if (searched) ++surface, close += std::fabs(depth.data[p] - t.truth.data[p]) <= 0.01f * t.truth.data[p];
+  }
+  std::cout << "searched " << st.searched << ", kept " << st.kept << "; surface " << surface << ", within 1 % "
+            << close << ", background " << background << "\n";
+  EXPECT_EQ(st.added, st.kept);
+  // Random depths that hit the surface spread across it within the passes.
+  EXPECT_GT(close, 0.8 * static_cast<double>(surface));
+  EXPECT_LT(background, st.kept / 20);
 }

@@ -87,7 +87,8 @@ DepthOptions parse_depth_arguments(const std::vector<std::string>& args) {
        {"--p2", "", cli::store_number(o.P2, 0.0f, most, "a number of at least 0")},
        {"--p2-edge", "", cli::store_number(o.P2_edge, 0.0f, most, "a number of at least 0")},
        {"--consistent", "", cli::store_number(o.consistent, 0, 255, "an integer from 0 to 255")},
-       {"--propagate", "", cli::store_number(o.propagate, 0, 64, "an integer from 0 to 64")}},
+       {"--propagate", "", cli::store_number(o.propagate, 0, 64, "an integer from 0 to 64")},
+       {"--search", "", cli::store_number(o.search, 0, 64, "an integer from 0 to 64")}},
       true);
   cli::expect_no_words(line, "; view files go behind '--'");
   if (o.out_dir.empty()) throw cli::UsageError("-o DIR is required");

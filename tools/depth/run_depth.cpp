@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdlib>
 #include <cstdio>
 #include <cstring>
 #include <chrono>
@@ -23,6 +24,7 @@
 #include "tools/depth/neighbour_views.h"
 #include "tools/depth/plane_growth.h"
 #include "tools/depth/plane_propagation.h"
+#include "tools/depth/plane_search.h"
 #include "tools/depth/slanted_refinement.h"
 #include "tools/depth/view_geometry.h"
 
@@ -148,7 +150,21 @@ ViewDepth estimate_view(const DepthOptions& o, const std::vector<DepthView>& vie
     out << ", " << st.unmatched + low << " without a slanted window; slanted windows "
         << std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count() << " s";
   }
-  if (o.propagate > 0) {
+  if (o.search > 0) {
+    PlaneSearchSettings ss;
+    ss.passes = o.search, ss.near = near, ss.far = far, ss.min_texture = o.min_texture;
+    ss.label_step = (1.0f / near - 1.0f / far) / static_cast<float>(o.labels - 1);
+    if (const char* e = std::getenv("QS_SCORE")) ss.min_score = std::atof(e);
+    if (const char* e = std::getenv("QS_TEXTURE")) ss.min_texture = std::atof(e);
+    if (const char* e = std::getenv("QS_ROBUST")) ss.robust = std::atoi(e) != 0;
+    if (const char* e = std::getenv("QS_REACH")) ss.reach = std::atoi(e);
+    const auto t0 = std::chrono::steady_clock::now();
+    const PlaneSearchStatistics st = search_planes(e.depth, cameras[i], neighbours, textures[i], ss);
+    e.pixels_with_depth = st.kept;
+    out << ", plane search: " << st.kept << " of " << st.searched << " pixels kept a plane (" << st.added
+        << " new) in " << std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count() << " s";
+  }
+  if (o.search == 0 && o.propagate > 0) {
     PropagationSettings ps;
     ps.passes = o.propagate, ps.near = near, ps.far = far;
     ps.label_step = (1.0f / near - 1.0f / far) / static_cast<float>(o.labels - 1);
@@ -157,7 +173,7 @@ ViewDepth estimate_view(const DepthOptions& o, const std::vector<DepthView>& vie
     out << ", " << moved << " moved to nearby planes in "
         << std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count() << " s";
   }
-  if (o.grow) {
+  if (o.search == 0 && o.grow) {
     GrowthSettings gs;
     gs.min_texture = o.min_texture, gs.near = near, gs.far = far;
     gs.label_step = (1.0f / near - 1.0f / far) / static_cast<float>(o.labels - 1);
