@@ -2,7 +2,9 @@
 
 #include <algorithm>
 #include <cmath>
+#include <array>
 #include <cstdint>
+#include <cstdlib>
 
 #include "tools/depth/slanted_window.h"
 
@@ -21,15 +23,35 @@ double draw(int x, int y, int pass, int k) {
   return static_cast<double>(z >> 11) * (2.0 / 9007199254740992.0) - 1.0;
 }
 
+// The window of every `stride`-th pixel within `radius` of (x, y): the window of a camera whose
+// pixels are `stride` times larger, so that window_cost scores it as it is, given the plane's
+// slopes per sample (stride times those per pixel). False as for reference_window.
+bool sparse_window(const Grey& ref, const ViewGeometry& r, int x, int y, int radius, int stride,
+                   ReferenceWindow& w) {
+  const int R = radius / stride;
+  if (x < radius || y < radius || x >= ref.W - radius || y >= ref.H - radius) return false;
+  const int side = 2 * R + 1, n = side * side;
+  w.x = x, w.y = y, w.radius = R, w.fx = r.fx / stride, w.fy = r.fy / stride;
+  w.rx0 = (r.cx - x) / r.fx, w.ry0 = (r.cy - y) / r.fy;
+  w.centred.resize(static_cast<std::size_t>(n));
+  double mean = 0;
+  for (int dy = -R, k = 0; dy <= R; ++dy)
+    for (int dx = -R; dx <= R; ++dx, ++k) mean += w.centred[k] = ref.at(x + stride * dx, y + stride * dy);
+  mean /= n;
+  w.norm = 0;
+  for (float& v : w.centred) v = static_cast<float>(v - mean), w.norm += static_cast<double>(v) * v;
+  return w.norm >= 1e-3 * n;
+}
+
 // The window cost over the neighbours that see the whole window: the mean of the better half of
 // them when `robust`, of all of them otherwise; false when none sees it.
-bool view_cost(const std::vector<WindowPair>& pairs, const ReferenceWindow& window, const Plane& q, bool robust,
-               double& cost) {
+bool view_cost(const std::vector<WindowPair>& pairs, const ReferenceWindow& window, int stride, const Plane& q,
+               bool robust, double& cost) {
   double costs[16];
   int seen = 0;
   for (const WindowPair& p : pairs) {
     double one;
-    if (seen < 16 && window_cost(p, window, q.a, q.b, q.c, one)) costs[seen++] = one;
+    if (seen < 16 && window_cost(p, window, q.a, stride * q.b, stride * q.c, one)) costs[seen++] = one;
   }
   if (seen == 0) return false;
   const int used = robust ? (seen + 1) / 2 : seen;
@@ -49,7 +71,7 @@ PlaneSearchStatistics search_planes(CMatrix<float>& depth, const Camera& referen
   std::vector<WindowPair> pairs;
   for (const Camera* n : neighbours) pairs.push_back(window_pair(r, *n));
   const Grey ref = grey_of(reference.image);
-  const int W = reference.width, H = reference.height, R = s.radius, d = s.reach;
+  const int W = reference.width, H = reference.height, R = s.radius;
   const double w_low = 1.0 / s.far, w_high = 1.0 / s.near;
   const std::size_t n = static_cast<std::size_t>(W) * H;
   std::vector<Plane> planes(n);
@@ -63,7 +85,7 @@ PlaneSearchStatistics search_planes(CMatrix<float>& depth, const Camera& referen
     for (int x = 0; x < W; ++x) {
       const std::size_t i = static_cast<std::size_t>(y) * W + x;
       const bool has_depth = depth(x, y) > 0;
-      if (!(has_depth || texture(x, y) >= s.min_texture) || !reference_window(ref, r, x, y, R, window)) continue;
+      if (!(has_depth || texture(x, y) >= s.min_texture) || !sparse_window(ref, r, x, y, R, s.stride, window)) continue;
       Plane& q = planes[i];
       if (has_depth) {
         if (!fit_plane(depth, x, y, R, 2.0 * s.label_step, q.a, q.b, q.c)) q.b = q.c = 0;
@@ -72,14 +94,16 @@ PlaneSearchStatistics search_planes(CMatrix<float>& depth, const Camera& referen
         q.a = w_low + 0.5 * (draw(x, y, -1, 0) + 1.0) * (w_high - w_low);
       }
       q.valid = true;
-      if (!view_cost(pairs, window, q, s.robust, cost[i])) cost[i] = kNone;
+      if (!view_cost(pairs, window, s.stride, q, s.robust, cost[i])) cost[i] = kNone;
     }
   }
 
-  const int offsets[8][2] = {{-1, 0}, {1, 0}, {0, -1}, {0, 1}, {-d, 0}, {d, 0}, {0, -d}, {0, d}};
+  std::vector<std::array<int, 2>> offsets;
+  for (int k : s.reaches) offsets.insert(offsets.end(), {{-k, 0}, {k, 0}, {0, -k}, {0, k}});
   for (int pass = 0; pass < s.passes; ++pass) {
     // Random changes shrink pass by pass: from two label steps in depth and a turn of the slant
     // by half a unit of its tangent.
+    const double same_a = 1e-3 * s.label_step, same_slant = same_a / (2 * R + 1);
     const double shrink = std::ldexp(1.0, -pass), depth_change = 2.0 * s.label_step * shrink,
                  slant_change = 0.5 * shrink / r.fx;
     for (int colour = 0; colour < 2; ++colour) {
@@ -89,11 +113,15 @@ PlaneSearchStatistics search_planes(CMatrix<float>& depth, const Camera& referen
         for (int x = (y + colour) % 2; x < W; x += 2) {
           const std::size_t i = static_cast<std::size_t>(y) * W + x;
           Plane best = planes[i];
-          if (!best.valid || !reference_window(ref, r, x, y, R, window)) continue;
+          if (!best.valid || !sparse_window(ref, r, x, y, R, s.stride, window)) continue;
           double best_cost = cost[i];
           const auto offer = [&](const Plane& q) {
+            // A copy of the pixel's own plane (spread to the pixels around it) is not scored again.
+            if (std::fabs(q.a - best.a) < same_a && std::fabs(q.b - best.b) < same_slant &&
+                std::fabs(q.c - best.c) < same_slant)
+              return;
             double c;
-            if (q.a >= w_low && q.a <= w_high && view_cost(pairs, window, q, s.robust, c) && c < best_cost)
+            if (q.a >= w_low && q.a <= w_high && view_cost(pairs, window, s.stride, q, s.robust, c) && c < best_cost)
               best_cost = c, best = q;
           };
           for (const auto& o : offsets) {

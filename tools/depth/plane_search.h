@@ -9,8 +9,9 @@ namespace depth_tool {
 
 struct PlaneSearchSettings {
   int radius = 3;            // window of (2 radius + 1)^2 pixels
+  int stride = 1;            // of which every stride-th in each direction is compared
   int passes = 3;            // each pass visits one half of a checkerboard, then the other
-  int reach = 7;             // planes come from the pixels 1 and this many pixels away (odd)
+  std::vector<int> reaches = {1, 3, 7, 15};  // planes come from the pixels this far away (odd)
   float min_texture = 3.0f;  // local spread (grey levels) a pixel without a depth needs to be searched
   double min_score = 0.5;    // score a pixel's best plane needs to keep its depth
   bool robust = true;        // score by the better half of the neighbours instead of all of them
@@ -27,8 +28,8 @@ struct PlaneSearchStatistics {
 // Every pixel keeps its own inverse-depth plane w = a + b dx + c dy and the score of its slanted
 // window on it: a pixel with a depth starts from that depth on the plane fitted around it, a
 // textured pixel without one from a random depth facing the camera. Each pass visits the pixels
-// of one colour of a checkerboard, then the other, offering each the planes of the pixels 1 and
-// `reach` away in the four directions (all of the other colour, so the half-pass reads no plane
+// of one colour of a checkerboard, then the other, offering each the planes of the pixels
+// `reaches` away in the four directions (all of the other colour, so the half-pass reads no plane
 // that it writes), one random depth on its own slant and two small random changes of its own
 // plane; it keeps the best. A plane's score is one less the mean window cost (1 - normalised
 // cross-correlation) over the better half of the neighbours that see the window, so that a

@@ -156,10 +156,17 @@ ViewDepth estimate_view(const DepthOptions& o, const std::vector<DepthView>& vie
     ss.label_step = (1.0f / near - 1.0f / far) / static_cast<float>(o.labels - 1);
     if (const char* e = std::getenv("QS_SCORE")) ss.min_score = std::atof(e);
     if (const char* e = std::getenv("QS_TEXTURE")) ss.min_texture = std::atof(e);
+    if (const char* e = std::getenv("QS_RADIUS")) ss.radius = std::atoi(e);
+    if (const char* e = std::getenv("QS_STRIDE")) ss.stride = std::atoi(e);
     if (const char* e = std::getenv("QS_ROBUST")) ss.robust = std::atoi(e) != 0;
-    if (const char* e = std::getenv("QS_REACH")) ss.reach = std::atoi(e);
     const auto t0 = std::chrono::steady_clock::now();
-    const PlaneSearchStatistics st = search_planes(e.depth, cameras[i], neighbours, textures[i], ss);
+    std::vector<const Camera*> wide = neighbours;
+    if (const char* e = std::getenv("QS_ANGLE")) {
+      wide.clear();
+      const int count = std::getenv("QS_N") ? std::atoi(std::getenv("QS_N")) : o.neighbours;
+      for (int j : choose_neighbours(cameras, i, count, middle, std::atof(e))) wide.push_back(&cameras[j]);
+    }
+    const PlaneSearchStatistics st = search_planes(e.depth, cameras[i], wide, textures[i], ss);
     e.pixels_with_depth = st.kept;
     out << ", plane search: " << st.kept << " of " << st.searched << " pixels kept a plane (" << st.added
         << " new) in " << std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count() << " s";
