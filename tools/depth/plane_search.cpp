@@ -66,7 +66,7 @@ bool view_cost(const std::vector<WindowPair>& pairs, const ReferenceWindow& wind
 
 PlaneSearchStatistics search_planes(CMatrix<float>& depth, const Camera& reference,
                                     const std::vector<const Camera*>& neighbours, const CMatrix<float>& texture,
-                                    const PlaneSearchSettings& s) {
+                                    const PlaneSearchSettings& s, const std::vector<CMatrix<float>>& offered) {
   const ViewGeometry r = view_geometry(reference);
   std::vector<WindowPair> pairs;
   for (const Camera* n : neighbours) pairs.push_back(window_pair(r, *n));
@@ -133,6 +133,13 @@ PlaneSearchStatistics search_planes(CMatrix<float>& depth, const Camera& referen
             moved.a = q.a - q.b * o[0] - q.c * o[1];
             offer(moved);
           }
+          if (pass == 0)
+            for (const CMatrix<float>& m : offered)
+              if (m(x, y) > 0) {
+                Plane q = best;
+                q.a = 1.0 / m(x, y);
+                offer(q);
+              }
           Plane random = best;
           random.a = w_low + 0.5 * (draw(x, y, pass, 0) + 1.0) * (w_high - w_low);
           offer(random);

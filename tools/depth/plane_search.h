@@ -39,6 +39,7 @@ struct PlaneSearchStatistics {
 // as they are.
 PlaneSearchStatistics search_planes(CMatrix<float>& depth, const Camera& reference,
                                     const std::vector<const Camera*>& neighbours, const CMatrix<float>& texture,
-                                    const PlaneSearchSettings& settings);
+                                    const PlaneSearchSettings& settings,
+                                    const std::vector<CMatrix<float>>& offered = {});
 
 }  // namespace depth_tool

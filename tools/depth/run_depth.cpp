@@ -17,6 +17,7 @@
 #include "src/core/settings.h"
 #include "tools/cli/shell_quote.h"
 #include "tools/depth/depth_consistency.h"
+#include "tools/depth/depth_transfer.h"
 #include "tools/depth/depth_views.h"
 #include "tools/depth/estimate_depthmap.h"
 #include "tools/depth/exposure_alignment.h"
@@ -90,6 +91,31 @@ void check_output_directory(const std::string& dir) {
                              "\" holds white space, which the view files written there cannot hold; choose another -o DIR");
 }
 
+PlaneSearchSettings search_settings(const DepthOptions& o, float near, float far) {
+  PlaneSearchSettings ss;
+  ss.passes = o.search, ss.near = near, ss.far = far, ss.min_texture = o.min_texture;
+  ss.label_step = (1.0f / near - 1.0f / far) / static_cast<float>(o.labels - 1);
+  if (const char* e = std::getenv("QS_SCORE")) ss.min_score = std::atof(e);
+  if (const char* e = std::getenv("QS_TEXTURE")) ss.min_texture = std::atof(e);
+  if (const char* e = std::getenv("QS_RADIUS")) ss.radius = std::atoi(e);
+  if (const char* e = std::getenv("QS_STRIDE")) ss.stride = std::atoi(e);
+  if (const char* e = std::getenv("QS_ROBUST")) ss.robust = std::atoi(e) != 0;
+  return ss;
+}
+
+std::vector<int> search_views(const DepthOptions& o, const std::vector<Camera>& cameras, int i, float middle) {
+  const double angle = std::getenv("QS_ANGLE") ? std::atof(std::getenv("QS_ANGLE")) : 60.0;
+  const int count = std::getenv("QS_N") ? std::atoi(std::getenv("QS_N")) : o.neighbours;
+  return choose_neighbours(cameras, i, count, middle, angle);
+}
+
+std::vector<const Camera*> search_neighbours(const DepthOptions& o, const std::vector<Camera>& cameras, int i,
+                                             float middle) {
+  std::vector<const Camera*> wide;
+  for (int j : search_views(o, cameras, i, middle)) wide.push_back(&cameras[j]);
+  return wide;
+}
+
 // One view's result before it is written.
 struct ViewDepth {
   std::vector<int> others;  // the views its depths are checked against; empty when it was not matched
@@ -151,22 +177,9 @@ ViewDepth estimate_view(const DepthOptions& o, const std::vector<DepthView>& vie
         << std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count() << " s";
   }
   if (o.search > 0) {
-    PlaneSearchSettings ss;
-    ss.passes = o.search, ss.near = near, ss.far = far, ss.min_texture = o.min_texture;
-    ss.label_step = (1.0f / near - 1.0f / far) / static_cast<float>(o.labels - 1);
-    if (const char* e = std::getenv("QS_SCORE")) ss.min_score = std::atof(e);
-    if (const char* e = std::getenv("QS_TEXTURE")) ss.min_texture = std::atof(e);
-    if (const char* e = std::getenv("QS_RADIUS")) ss.radius = std::atoi(e);
-    if (const char* e = std::getenv("QS_STRIDE")) ss.stride = std::atoi(e);
-    if (const char* e = std::getenv("QS_ROBUST")) ss.robust = std::atoi(e) != 0;
     const auto t0 = std::chrono::steady_clock::now();
-    std::vector<const Camera*> wide = neighbours;
-    if (const char* e = std::getenv("QS_ANGLE")) {
-      wide.clear();
-      const int count = std::getenv("QS_N") ? std::atoi(std::getenv("QS_N")) : o.neighbours;
-      for (int j : choose_neighbours(cameras, i, count, middle, std::atof(e))) wide.push_back(&cameras[j]);
-    }
-    const PlaneSearchStatistics st = search_planes(e.depth, cameras[i], wide, textures[i], ss);
+    const PlaneSearchStatistics st = search_planes(e.depth, cameras[i], search_neighbours(o, cameras, i, middle),
+                                                   textures[i], search_settings(o, near, far));
     e.pixels_with_depth = st.kept;
     out << ", plane search: " << st.kept << " of " << st.searched << " pixels kept a plane (" << st.added
         << " new) in " << std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count() << " s";
@@ -195,6 +208,33 @@ ViewDepth estimate_view(const DepthOptions& o, const std::vector<DepthView>& vie
   result.depth = std::move(e.depth);
   result.matched = e.pixels_with_depth;
   return result;
+}
+
+// A second plane search in every view, offered the depths that its search neighbours' maps give
+// its pixels: a surface found in one view thus reaches the views that missed it.
+void search_again(const DepthOptions& o, const std::vector<DepthView>& views, const std::vector<Camera>& cameras,
+                  const std::vector<CMatrix<float>>& textures, std::vector<ViewDepth>& results, std::ostream& out) {
+  std::vector<ViewGeometry> geometry;
+  for (const Camera& c : cameras) geometry.push_back(view_geometry(c));
+  for (int i = 0; i < static_cast<int>(views.size()); ++i) {
+    ViewDepth& r = results[i];
+    if (r.others.empty()) continue;
+    const auto t0 = std::chrono::steady_clock::now();
+    float near, far;
+    depth_range(o, views[i], near, far);
+    const float middle = 2.0f / (1.0f / near + 1.0f / far);
+    const std::vector<int> sources = search_views(o, cameras, i, middle);
+    std::vector<CMatrix<float>> offered;
+    for (int j : sources) offered.push_back(transferred_depths(geometry[i], geometry[j], results[j].depth));
+    std::vector<const Camera*> neighbours;
+    for (int j : sources) neighbours.push_back(&cameras[j]);
+    PlaneSearchSettings ss = search_settings(o, near, far);
+    if (const char* e = std::getenv("QS_ROUNDS")) ss.passes = std::atoi(e);
+    const PlaneSearchStatistics st = search_planes(r.depth, cameras[i], neighbours, textures[i], ss, offered);
+    r.matched = st.kept;
+    out << "View " << i + 1 << " searched again with its neighbours' depths: depth at " << st.kept << " pixels in "
+        << std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count() << " s" << std::endl;
+  }
 }
 
 // Keeps the depths that at least o.consistent other views' maps confirm; every view's count is
@@ -296,6 +336,7 @@ void run_depth(const DepthOptions& o, std::ostream& out) {
 
   std::vector<ViewDepth> results;
   for (int i = 0; i < static_cast<int>(views.size()); ++i) results.push_back(estimate_view(o, views, cameras, textures, i, out));
+  if (o.search > 0 && std::getenv("QS_ROUNDS")) search_again(o, views, cameras, textures, results, out);
   keep_consistent(o, cameras, results, out);
 
   long pixels = 0, with_depth = 0;
