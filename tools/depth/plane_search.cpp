@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <cstdlib>
 
+#include "tools/depth/local_texture.h"
 #include "tools/depth/slanted_window.h"
 
 namespace depth_tool {
@@ -71,6 +72,7 @@ PlaneSearchStatistics search_planes(CMatrix<float>& depth, const Camera& referen
   std::vector<WindowPair> pairs;
   for (const Camera* n : neighbours) pairs.push_back(window_pair(r, *n));
   const Grey ref = grey_of(reference.image);
+  const CMatrix<float> fine = local_texture(reference.image, 1);
   const int W = reference.width, H = reference.height, R = s.radius;
   const double w_low = 1.0 / s.far, w_high = 1.0 / s.near;
   const std::size_t n = static_cast<std::size_t>(W) * H;
@@ -85,7 +87,10 @@ PlaneSearchStatistics search_planes(CMatrix<float>& depth, const Camera& referen
     for (int x = 0; x < W; ++x) {
       const std::size_t i = static_cast<std::size_t>(y) * W + x;
       const bool has_depth = depth(x, y) > 0;
-      if (!(has_depth || texture(x, y) >= s.min_texture) || !sparse_window(ref, r, x, y, R, s.stride, window)) continue;
+      // Without a depth, a pixel needs texture of its own too: a window that straddles the edge of a
+      // flat background matches by its textured side alone.
+      const bool textured = texture(x, y) >= s.min_texture && fine(x, y) >= s.min_texture;
+      if (!(has_depth || textured) || !sparse_window(ref, r, x, y, R, s.stride, window)) continue;
       Plane& q = planes[i];
       if (has_depth) {
         if (!fit_plane(depth, x, y, R, 2.0 * s.label_step, q.a, q.b, q.c)) q.b = q.c = 0;

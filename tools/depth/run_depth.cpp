@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdlib>
 #include <cstdio>
 #include <cstring>
 #include <chrono>
@@ -91,29 +90,24 @@ void check_output_directory(const std::string& dir) {
                              "\" holds white space, which the view files written there cannot hold; choose another -o DIR");
 }
 
-PlaneSearchSettings search_settings(const DepthOptions& o, float near, float far) {
+PlaneSearchSettings search_settings(const DepthOptions& o, float near, float far, int passes) {
   PlaneSearchSettings ss;
-  ss.passes = o.search, ss.near = near, ss.far = far, ss.min_texture = o.min_texture;
+  ss.passes = passes, ss.near = near, ss.far = far, ss.min_texture = o.min_texture;
   ss.label_step = (1.0f / near - 1.0f / far) / static_cast<float>(o.labels - 1);
-  if (const char* e = std::getenv("QS_SCORE")) ss.min_score = std::atof(e);
-  if (const char* e = std::getenv("QS_TEXTURE")) ss.min_texture = std::atof(e);
-  if (const char* e = std::getenv("QS_RADIUS")) ss.radius = std::atoi(e);
-  if (const char* e = std::getenv("QS_STRIDE")) ss.stride = std::atoi(e);
-  if (const char* e = std::getenv("QS_ROBUST")) ss.robust = std::atoi(e) != 0;
   return ss;
 }
 
+// The views a plane search compares against: as many as the cost volume's, but with optical axes
+// up to 100 degrees apart. The robust score lets the farther ones count where they see the
+// surface, which with views 45 degrees apart doubles the views to compare with.
 std::vector<int> search_views(const DepthOptions& o, const std::vector<Camera>& cameras, int i, float middle) {
-  const double angle = std::getenv("QS_ANGLE") ? std::atof(std::getenv("QS_ANGLE")) : 60.0;
-  const int count = std::getenv("QS_N") ? std::atoi(std::getenv("QS_N")) : o.neighbours;
-  return choose_neighbours(cameras, i, count, middle, angle);
+  return choose_neighbours(cameras, i, o.neighbours, middle, 100.0);
 }
 
-std::vector<const Camera*> search_neighbours(const DepthOptions& o, const std::vector<Camera>& cameras, int i,
-                                             float middle) {
-  std::vector<const Camera*> wide;
-  for (int j : search_views(o, cameras, i, middle)) wide.push_back(&cameras[j]);
-  return wide;
+std::vector<const Camera*> camera_list(const std::vector<Camera>& cameras, const std::vector<int>& chosen) {
+  std::vector<const Camera*> list;
+  for (int j : chosen) list.push_back(&cameras[j]);
+  return list;
 }
 
 // One view's result before it is written.
@@ -178,8 +172,9 @@ ViewDepth estimate_view(const DepthOptions& o, const std::vector<DepthView>& vie
   }
   if (o.search > 0) {
     const auto t0 = std::chrono::steady_clock::now();
-    const PlaneSearchStatistics st = search_planes(e.depth, cameras[i], search_neighbours(o, cameras, i, middle),
-                                                   textures[i], search_settings(o, near, far));
+    const PlaneSearchStatistics st =
+        search_planes(e.depth, cameras[i], camera_list(cameras, search_views(o, cameras, i, middle)), textures[i],
+                      search_settings(o, near, far, o.search));
     e.pixels_with_depth = st.kept;
     out << ", plane search: " << st.kept << " of " << st.searched << " pixels kept a plane (" << st.added
         << " new) in " << std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count() << " s";
@@ -226,11 +221,8 @@ void search_again(const DepthOptions& o, const std::vector<DepthView>& views, co
     const std::vector<int> sources = search_views(o, cameras, i, middle);
     std::vector<CMatrix<float>> offered;
     for (int j : sources) offered.push_back(transferred_depths(geometry[i], geometry[j], results[j].depth));
-    std::vector<const Camera*> neighbours;
-    for (int j : sources) neighbours.push_back(&cameras[j]);
-    PlaneSearchSettings ss = search_settings(o, near, far);
-    if (const char* e = std::getenv("QS_ROUNDS")) ss.passes = std::atoi(e);
-    const PlaneSearchStatistics st = search_planes(r.depth, cameras[i], neighbours, textures[i], ss, offered);
+    const PlaneSearchStatistics st = search_planes(r.depth, cameras[i], camera_list(cameras, sources), textures[i],
+                                                   search_settings(o, near, far, o.search_again), offered);
     r.matched = st.kept;
     out << "View " << i + 1 << " searched again with its neighbours' depths: depth at " << st.kept << " pixels in "
         << std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count() << " s" << std::endl;
@@ -336,7 +328,7 @@ void run_depth(const DepthOptions& o, std::ostream& out) {
 
   std::vector<ViewDepth> results;
   for (int i = 0; i < static_cast<int>(views.size()); ++i) results.push_back(estimate_view(o, views, cameras, textures, i, out));
-  if (o.search > 0 && std::getenv("QS_ROUNDS")) search_again(o, views, cameras, textures, results, out);
+  if (o.search > 0 && o.search_again > 0) search_again(o, views, cameras, textures, results, out);
   keep_consistent(o, cameras, results, out);
 
   long pixels = 0, with_depth = 0;
