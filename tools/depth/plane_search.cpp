@@ -89,7 +89,7 @@ PlaneSearchStatistics search_planes(CMatrix<float>& depth, const Camera& referen
       const bool has_depth = depth(x, y) > 0;
       // Without a depth, a pixel needs texture of its own too: a window that straddles the edge of a
       // flat background matches by its textured side alone.
-      const bool textured = texture(x, y) >= s.min_texture && fine(x, y) >= s.min_texture;
+      const bool textured = texture(x, y) >= s.min_texture && fine(x, y) >= s.min_fine_texture;
       if (!(has_depth || textured) || !sparse_window(ref, r, x, y, R, s.stride, window)) continue;
       Plane& q = planes[i];
       if (has_depth) {

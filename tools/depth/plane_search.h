@@ -13,6 +13,7 @@ struct PlaneSearchSettings {
   int passes = 3;            // each pass visits one half of a checkerboard, then the other
   std::vector<int> reaches = {1, 3, 7, 15};  // planes come from the pixels this far away (odd)
   float min_texture = 3.0f;  // local spread (grey levels) a pixel without a depth needs to be searched
+  float min_fine_texture = 1.5f;  // and the same over its own 3 x 3 pixels
   double min_score = 0.5;    // score a pixel's best plane needs to keep its depth
   bool robust = true;        // score by the better half of the neighbours instead of all of them
   float near = 0, far = 0;   // depths stay inside the range swept
