@@ -120,7 +120,8 @@ TEST(DepthGrowth, ThePlaneSearchFillsHolesMendsWrongPatchesAndLeavesTheBackgroun
     for (int x = 0; x < depth.xSize; ++x) {
       const float d = depth(x, y), truth = t.truth(x, y);
       if (!(truth > 0)) background += d > 0;
-      else if (texture(x, y) >= s.min_texture) ++surface[quarter(x, y)], close[quarter(x, y)] += std::fabs(d - truth) <= 0.02f * truth;
+      else if (texture(x, y) >= s.min_texture)
+        ++surface[quarter(x, y)], close[quarter(x, y)] += std::fabs(d - truth) <= 0.02f * truth;
     }
   std::cout << "within 2 %: holes " << close[0] << " of " << surface[0] << ", wrong patches " << close[3] << " of "
             << surface[3] << ", right " << close[1] + close[2] << " of " << surface[1] + surface[2] << "; background "

@@ -1,12 +1,11 @@
 #include "tools/depth/plane_search.h"
 
 #include <algorithm>
-#include <cmath>
 #include <array>
+#include <cmath>
 #include <cstdint>
-#include <cstdlib>
 
-#include "tools/depth/local_texture.h"
+#include "tools/depth/matching_frame.h"
 #include "tools/depth/slanted_window.h"
 
 namespace depth_tool {
@@ -68,13 +67,10 @@ bool view_cost(const std::vector<WindowPair>& pairs, const ReferenceWindow& wind
 PlaneSearchStatistics search_planes(CMatrix<float>& depth, const Camera& reference,
                                     const std::vector<const Camera*>& neighbours, const CMatrix<float>& texture,
                                     const PlaneSearchSettings& s, const std::vector<CMatrix<float>>& offered) {
-  const ViewGeometry r = view_geometry(reference);
-  std::vector<WindowPair> pairs;
-  for (const Camera* n : neighbours) pairs.push_back(window_pair(r, *n));
-  const Grey ref = grey_of(reference.image);
-  const CMatrix<float> fine = local_texture(reference.image, 1);
+  const MatchingFrame frame = matching_frame(reference, neighbours, s.near, s.far);
+  const ViewGeometry& r = frame.geometry;
   const int W = reference.width, H = reference.height, R = s.radius;
-  const double w_low = 1.0 / s.far, w_high = 1.0 / s.near;
+  const double w_low = frame.w_low, w_high = frame.w_high;
   const std::size_t n = static_cast<std::size_t>(W) * H;
   std::vector<Plane> planes(n);
   constexpr double kNone = 2.0;  // the cost of a plane no neighbour sees: worse than any window's
@@ -89,8 +85,8 @@ PlaneSearchStatistics search_planes(CMatrix<float>& depth, const Camera& referen
       const bool has_depth = depth(x, y) > 0;
       // Without a depth, a pixel needs texture of its own too: a window that straddles the edge of a
       // flat background matches by its textured side alone.
-      const bool textured = texture(x, y) >= s.min_texture && fine(x, y) >= s.min_fine_texture;
-      if (!(has_depth || textured) || !sparse_window(ref, r, x, y, R, s.stride, window)) continue;
+      const bool textured = texture(x, y) >= s.min_texture && frame.fine_texture(x, y) >= s.min_fine_texture;
+      if (!(has_depth || textured) || !sparse_window(frame.grey, r, x, y, R, s.stride, window)) continue;
       Plane& q = planes[i];
       if (has_depth) {
         if (!fit_plane(depth, x, y, R, 2.0 * s.label_step, q.a, q.b, q.c)) q.b = q.c = 0;
@@ -99,7 +95,7 @@ PlaneSearchStatistics search_planes(CMatrix<float>& depth, const Camera& referen
         q.a = w_low + 0.5 * (draw(x, y, -1, 0) + 1.0) * (w_high - w_low);
       }
       q.valid = true;
-      if (!view_cost(pairs, window, s.stride, q, s.robust, cost[i])) cost[i] = kNone;
+      if (!view_cost(frame.pairs, window, s.stride, q, s.robust, cost[i])) cost[i] = kNone;
     }
   }
 
@@ -118,7 +114,7 @@ PlaneSearchStatistics search_planes(CMatrix<float>& depth, const Camera& referen
         for (int x = (y + colour) % 2; x < W; x += 2) {
           const std::size_t i = static_cast<std::size_t>(y) * W + x;
           Plane best = planes[i];
-          if (!best.valid || !sparse_window(ref, r, x, y, R, s.stride, window)) continue;
+          if (!best.valid || !sparse_window(frame.grey, r, x, y, R, s.stride, window)) continue;
           double best_cost = cost[i];
           const auto offer = [&](const Plane& q) {
             // A copy of the pixel's own plane (spread to the pixels around it) is not scored again.
@@ -126,7 +122,8 @@ PlaneSearchStatistics search_planes(CMatrix<float>& depth, const Camera& referen
                 std::fabs(q.c - best.c) < same_slant)
               return;
             double c;
-            if (q.a >= w_low && q.a <= w_high && view_cost(pairs, window, s.stride, q, s.robust, c) && c < best_cost)
+            if (q.a >= w_low && q.a <= w_high && view_cost(frame.pairs, window, s.stride, q, s.robust, c) &&
+                c < best_cost)
               best_cost = c, best = q;
           };
           for (const auto& o : offsets) {
