@@ -125,28 +125,24 @@ TEST(DefaultRun, FusesAGeneratedSceneAccuratelyAndCompletely) {
   }
 }
 
-// Support levels that nothing reaches empty both models; both files are still written, empty.
-TEST(DefaultRun, EmptiedModelsAreStillWritten) {
-  const fs::path root = io_test::fresh_scratch_dir();
-  const e2e::GeneratedScene generated = e2e::generate_scene(scene_in(root, 2, 64, 48));
-  const fs::path out = root / "model";
-  const e2e::Result r = quillara(generated, out.string(), "30", {"--min-support-sp", "1e9"});
-  ASSERT_EQ(r.status, 0) << r.err;
-  EXPECT_TRUE(scene::read_model_ply((out / "model_superpixel.ply").string()).empty());
-  EXPECT_TRUE(scene::read_model_ply((out / "model.ply").string()).empty());
-  EXPECT_NE(r.out.find("                   #particles = 0\n"), std::string::npos);
-  EXPECT_TRUE(r.out.ends_with("\nThe model is empty: too few views confirm each surface at the support levels in "
-                              "force (--min-support-sp 1e+09, --min-support 3); with few views try --visible-support "
-                              "0.3, which asks each point only for a share of what the views that see it could "
-                              "confirm, or lower levels, e.g. --min-support-sp 1 --min-support 1.\n"))
-      << r.out;
-}
-
 // --backface-test and --preview in one run: both removals run and the models before and after the
-// last one are written beside the two of every run; the previews show input beside model.
-TEST(BackfaceAndPreview, RemovalsWriteTheirModelsAndPreviewsShowInputBesideModel) {
+// last one are written beside the two of every run; the previews show input beside model. Support
+// levels that nothing reaches empty both models; both files are still written, empty.
+TEST(BackfaceAndPreview, RemovalsWriteTheirModelsPreviewsShowInputBesideModelAndEmptyModelsAreWritten) {
   const fs::path root = io_test::fresh_scratch_dir();
   const e2e::GeneratedScene generated = e2e::generate_scene(scene_in(root, 6, 128, 96));
+  const fs::path emptied = root / "emptied";
+  const e2e::Result none = quillara(generated, emptied.string(), "400", {"--min-support-sp", "1e9"});
+  ASSERT_EQ(none.status, 0) << none.err;
+  EXPECT_TRUE(scene::read_model_ply((emptied / "model_superpixel.ply").string()).empty());
+  EXPECT_TRUE(scene::read_model_ply((emptied / "model.ply").string()).empty());
+  EXPECT_NE(none.out.find("                   #particles = 0\n"), std::string::npos);
+  EXPECT_TRUE(none.out.ends_with("\nThe model is empty: too few views confirm each surface at the support levels in "
+                                 "force (--min-support-sp 1e+09, --min-support 3); with few views try --visible-support "
+                                 "0.3, which asks each point only for a share of what the views that see it could "
+                                 "confirm, or lower levels, e.g. --min-support-sp 1 --min-support 1.\n"))
+      << none.out;
+
   const std::string out = (root / "model").string();
   const e2e::Result r =
       quillara(generated, out, "400", {"--min-support-sp", "1", "--min-support", "1", "--backface-test", "--preview"});
@@ -242,63 +238,44 @@ TEST(FewViews, TheVisibleShareKeepsTheSurfaceAndRemovesOutliers) {
   EXPECT_NE(io_test::read_bytes(fixed.out_dir + "/model.ply").find("property uchar diffuse_red\n"), std::string::npos);
 }
 
-namespace {
-
-struct ImprovedRun {
-  std::string out_dir;
-  std::vector<std::string> view_files;
-  e2e::Result run;
-};
-
-// The first `count` views of a ring of `ring` views of 96 x 72 pixels, their poses written 0.2
-// degrees and one footprint off, run with --improve-cameras and low support levels. Every view has
-// three others within 60 degrees when the ring has 24 views and count is 4 or more.
-ImprovedRun improve(int ring, int count) {
+// The first views of a ring of 24 views of 96 x 72 pixels, their poses written 0.2 degrees and one
+// footprint off, run with --improve-cameras and low support levels. With four views each has three
+// others within 60 degrees: three passes of pose step and model step, each timed, the refined views
+// written as view files naming the input's images and depth maps, and no pass model on disk. With
+// three views each has two: the run is refused before any model is made, and leaves no refined views.
+TEST(ImproveCameras, RefinesOverlappingViewsAndRefusesTooFewNeighbours) {
   const fs::path root = io_test::fresh_scratch_dir();
-  scene::SceneOptions options = scene_in(root, ring, 96, 72);
+  scene::SceneOptions options = scene_in(root, 24, 96, 72);
   options.perturbation = {0.2, 1.0};
-  const e2e::GeneratedScene generated = e2e::generate_scene(options, count);
-  ImprovedRun r{(root / "model").string(), generated.view_files, {}};
-  r.run = quillara(generated, r.out_dir, "200", {"--min-support-sp", "1", "--min-support", "1", "--improve-cameras"});
-  return r;
-}
-
-}  // namespace
-
-// The schedule: three passes of pose step and model step, each timed, the refined views written as
-// view files naming the input's images and depth maps, and no pass model on disk.
-TEST(ImproveCameras, RunsThreePassesAndWritesTheRefinedViews) {
-  const ImprovedRun r = improve(24, 4);
-  ASSERT_EQ(r.run.status, 0) << r.run.err;
-  EXPECT_EQ(e2e::occurrences(r.run.out, " camera pose, view "), 12u);
-  EXPECT_EQ(e2e::occurrences(r.run.out, ", pose step: "), 3u);
-  EXPECT_EQ(e2e::occurrences(r.run.out, ", model step: "), 3u);
-  EXPECT_NE(r.run.out.find(" cuda meminfo: free "), std::string::npos);
-  EXPECT_NE(r.run.out.find("  refined views:    4 view files in " + r.out_dir + "/views\n"), std::string::npos)
-      << r.run.out;
-  EXPECT_EQ(e2e::file_names(r.out_dir), (std::vector<std::string>{"model.ply", "model_superpixel.ply", "views"}));
-
-  for (const std::string& file : r.view_files) {
+  e2e::GeneratedScene generated = e2e::generate_scene(options, 4);
+  const std::string out = (root / "model").string(), refused = (root / "refused").string();
+  const std::vector<std::string> improve = {"--min-support-sp", "1", "--min-support", "1", "--improve-cameras"};
+  const e2e::Result r = quillara(generated, out, "200", improve);
+  ASSERT_EQ(r.status, 0) << r.err;
+  EXPECT_EQ(e2e::occurrences(r.out, " camera pose, view "), 12u);
+  EXPECT_EQ(e2e::occurrences(r.out, ", pose step: "), 3u);
+  EXPECT_EQ(e2e::occurrences(r.out, ", model step: "), 3u);
+  EXPECT_NE(r.out.find(" cuda meminfo: free "), std::string::npos);
+  EXPECT_NE(r.out.find("  refined views:    4 view files in " + out + "/views\n"), std::string::npos) << r.out;
+  EXPECT_EQ(e2e::file_names(out), (std::vector<std::string>{"model.ply", "model_superpixel.ply", "views"}));
+  for (const std::string& file : generated.view_files) {
     SCOPED_TRACE(file);
     Camera input, refined;
     CMatrix<float> depth;
     std::string input_depth, refined_depth;
     read_view(file, 0, input, depth, &input_depth);
-    read_view(r.out_dir + "/views/" + fs::path(file).filename().string(), 0, refined, depth, &refined_depth);
+    read_view(out + "/views/" + fs::path(file).filename().string(), 0, refined, depth, &refined_depth);
     EXPECT_EQ(refined.image_filename, input.image_filename);
     EXPECT_EQ(refined_depth, input_depth);
   }
-}
 
-// The three views of a ring of 8 have two neighbours within 60 degrees: the run is refused before
-// any model is made, and leaves no refined views.
-TEST(ImproveCameras, TooFewNeighboursAreRefusedAtTheStart) {
-  const ImprovedRun r = improve(8, 3);
-  EXPECT_EQ(r.run.status, 1);
-  EXPECT_EQ(r.run.err,
+  generated.view_files.pop_back();
+  const e2e::Result few = quillara(generated, refused, "200", improve);
+  EXPECT_EQ(few.status, 1);
+  EXPECT_EQ(few.err,
             "--improve-cameras: no view has three other views whose optical axes lie within 60 degrees of its own; "
             "camera alignment needs views that overlap\n");
-  EXPECT_EQ(r.run.out.find("Filter particles"), std::string::npos);
-  EXPECT_FALSE(fs::exists(r.out_dir + "/model_superpixel.ply"));
-  EXPECT_FALSE(fs::exists(r.out_dir + "/views"));
+  EXPECT_EQ(few.out.find("Filter particles"), std::string::npos);
+  EXPECT_FALSE(fs::exists(refused + "/model_superpixel.ply"));
+  EXPECT_FALSE(fs::exists(refused + "/views"));
 }

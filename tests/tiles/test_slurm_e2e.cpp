@@ -36,11 +36,8 @@ TEST_F(SlurmCluster, JobArrayOfAPlanGivesTheMaxMemoryModel) {
   const e2e::GeneratedScene scene = e2e::generate_scene(e2e::small_scene((kRoot / "scene").string()));
   const std::vector<std::string> env = {"OMP_NUM_THREADS=1", "OMP_WAIT_POLICY=passive",
                                         "SLURM_CONF=" + kCluster + "/slurm.conf"};
-  const auto args = [&](std::vector<std::string> head) {
-    for (const std::string& a : {"--max-memory", "52M", "--depth-avg", scene.average_depth.c_str(), "--superpixels", "300", "--"})
-      head.push_back(a);
-    head.insert(head.end(), scene.view_files.begin(), scene.view_files.end());
-    return head;
+  const auto args = [&](const std::vector<std::string>& head) {
+    return e2e::fusion_args(head, scene.average_depth, "300", {"--max-memory", "52M"}, scene.view_files);
   };
   ASSERT_EQ(e2e::run(QUILLARA_BIN, kRoot.string(), args({"-o", "local"}), env).status, 0);
   const e2e::Result planned = e2e::run(QUILLARA_TILES_BIN, kRoot.string(), args({"plan", "-o", "jobs"}), env);

@@ -17,6 +17,7 @@
 #include "src/tiles/tile_files.h"
 #include "src/tiles/tile_plan.h"
 #include "tests/support/io_test_support.h"
+#include "tests/support/particle_cloud.h"
 #include "tools/tiles/plan_file.h"
 
 namespace fs = std::filesystem;
@@ -113,11 +114,8 @@ TEST(SuperpixelLabels, KeepEveryPixelOfEverySuperpixelInRowOrder) {
 TileModel model_of(int first) {
   TileModel m;
   for (int i = first; i < first + 3; ++i) {
-    Particle p{};
-    p.pos = {0.1f * i, -0.2f * i, 1.0f + i};
-    p.dir = {0.0f, 0.6f, 0.8f};
+    Particle p = cloud::particle({0.1f * i, -0.2f * i, 1.0f + i}, {0.0f, 0.6f, 0.8f}, 0, 0.001f * (i + 1));
     p.color = {static_cast<unsigned char>(10 * i), 200, static_cast<unsigned char>(255 - i), 255};
-    p.radius = 0.001f * (i + 1);
     m.particles.push_back(p);
     m.offsets.push_back(0.01f * i - 0.02f);
     m.normals.push_back({0.0f, 0.0f, i % 2 ? 1.0f : -1.0f});

@@ -25,12 +25,13 @@ class TiledRun : public testing::Test {
   e2e::Result run(const std::string& program, const std::vector<std::string>& args, const e2e::Limits& limits = {}) {
     return e2e::run(program, dir_.string(), args, {"OMP_NUM_THREADS=1", "OMP_WAIT_POLICY=passive"}, limits);
   }
-  std::vector<std::string> options(const std::string& out, const std::vector<std::string>& more) {
-    return e2e::fusion_args({"-o", out}, scene_.average_depth, "300", more, scene_.view_files);
+  // `head` (the command and the output directory), the scene's settings, `more` options, the views.
+  std::vector<std::string> options(const std::vector<std::string>& head, const std::vector<std::string>& more) {
+    return e2e::fusion_args(head, scene_.average_depth, "300", more, scene_.view_files);
   }
   e2e::Result quillara(const std::string& out, const std::vector<std::string>& more = {},
                        const e2e::Limits& limits = {}) {
-    return run(QUILLARA_BIN, options(out, more), limits);
+    return run(QUILLARA_BIN, options({"-o", out}, more), limits);
   }
   e2e::Result tiles(const std::vector<std::string>& args, const e2e::Limits& limits = {}) {
     return run(QUILLARA_TILES_BIN, args, limits);
@@ -42,23 +43,21 @@ class TiledRun : public testing::Test {
   e2e::GeneratedScene scene_;
 };
 
-TEST_F(TiledRun, OneTileIsTheUntiledRunByteForByte) {
+// One tile is the untiled run byte for byte, and leaves no tiles' folder; the tile jobs of a plan
+// give the model of --max-memory, and the merge refuses to run with tiles missing.
+TEST_F(TiledRun, OneTileIsTheUntiledRunAndTileJobsGiveTheModelOfMaxMemory) {
   ASSERT_EQ(quillara("whole").status, 0);
-  const e2e::Result tiled = quillara("tiled", {"--max-memory", "100G"});
-  ASSERT_EQ(tiled.status, 0) << tiled;
-  EXPECT_NE(tiled.out.find("fused in 1 tile for --max-memory 100G\n"), std::string::npos);
-  EXPECT_EQ(bytes("tiled/model.ply"), bytes("whole/model.ply"));
-  EXPECT_EQ(bytes("tiled/model_superpixel.ply"), bytes("whole/model_superpixel.ply"));
-  EXPECT_EQ(e2e::file_names(path("tiled")), e2e::file_names(path("whole")));  // the tiles' folder is gone
-}
+  const e2e::Result one = quillara("one", {"--max-memory", "100G"});
+  ASSERT_EQ(one.status, 0) << one;
+  EXPECT_NE(one.out.find("fused in 1 tile for --max-memory 100G\n"), std::string::npos);
+  EXPECT_EQ(bytes("one/model.ply"), bytes("whole/model.ply"));
+  EXPECT_EQ(bytes("one/model_superpixel.ply"), bytes("whole/model_superpixel.ply"));
+  EXPECT_EQ(e2e::file_names(path("one")), e2e::file_names(path("whole")));
 
-TEST_F(TiledRun, TileJobsGiveTheModelOfMaxMemoryAndRefuseToMergeWithTilesMissing) {
   const e2e::Result tiled = quillara("tiled", {"--max-memory", "52M"});
   ASSERT_EQ(tiled.status, 0) << tiled;
   EXPECT_EQ(tiles({"plan"}).status, 1);
-  std::vector<std::string> plan = {"plan"};
-  for (const std::string& a : options("jobs", {"--max-memory", "52M"})) plan.push_back(a);
-  const e2e::Result p = tiles(plan);
+  const e2e::Result p = tiles(options({"plan", "-o", "jobs"}, {"--max-memory", "52M"}));
   ASSERT_EQ(p.status, 0) << p;
   const std::string script = bytes("jobs/slurm/array.sh");
   const std::size_t at = script.find("#SBATCH --array=0-");
@@ -119,18 +118,14 @@ TEST_F(TiledRun, BadInputEndsWithOneLineAndLeavesNothingPartial) {
   const e2e::Result help = tiles({"plan", "--help"});
   EXPECT_EQ(help.status, 0);
   EXPECT_EQ(help.out.rfind("Usage: quillara-tiles plan -o DIR", 0), 0u);
-  std::vector<std::string> preview = {"plan", "--tiles", "2", "--preview"};
-  for (const std::string& a : options("preview", {})) preview.push_back(a);
-  EXPECT_EQ(tiles(preview).err,
+  EXPECT_EQ(tiles(options({"plan", "-o", "preview"}, {"--tiles", "2", "--preview"})).err,
             "quillara-tiles: --preview cannot be used with tiles: it needs the whole model (see quillara-tiles --help)\n");
   EXPECT_EQ(tiles({"plan", "--tiles", "2", "--alpha", "x", "-o", "a", "--", "v"}).err,
             "quillara-tiles: Option '--alpha' requires a numeric argument (see quillara-tiles --help)\n");
   EXPECT_EQ(tiles({"fuse"}).err, "quillara-tiles: unknown command 'fuse' (see quillara-tiles --help)\n");
   EXPECT_FALSE(fs::exists(path("preview")));
 
-  std::vector<std::string> plan = {"plan", "--tiles", "2"};
-  for (const std::string& a : options("bad jobs", {})) plan.push_back(a);
-  const e2e::Result planned = tiles(plan);
+  const e2e::Result planned = tiles(options({"plan", "-o", "bad jobs"}, {"--tiles", "2"}));
   ASSERT_EQ(planned.status, 0) << planned;
   // The commands it prints run as shown.
   EXPECT_NE(planned.out.find(" merge '" + path("bad jobs") + "'\n"), std::string::npos) << planned.out;

@@ -13,7 +13,6 @@
 #include "tests/support/io_test_support.h"
 #include "tests/support/run_process.h"
 #include "tools/scene/completeness_breakdown.h"
-#include "tools/scene/evaluation.h"
 #include "tools/cli/arguments.h"
 #include "tools/scene/plant_outliers.h"
 #include "tools/scene/scene_arguments.h"
@@ -167,31 +166,6 @@ TEST(PlantedOutliers, ShareDepthsAndPoints) {
   RenderedView untouched = clean;
   EXPECT_TRUE(plant_outliers(untouched, camera, 0.0, 7, 1).empty());
   EXPECT_EQ(untouched.depth_mm, clean.depth_mm);
-}
-
-// The evaluator: the true surface alone removes every planted outlier, the planted points
-// themselves keep them all; completeness and accuracy at given distances.
-TEST(PlantedOutliers, EvaluatorMeasuresTheShareRemoved) {
-  SceneOptions o = small_options("evaluate", 160, 120, 3);
-  o.outliers = 0.03;
-  write_scene(make_default_scene(), o);
-  const std::vector<ModelPoint> truth = read_model_ply(o.out_dir + "/ground_truth.ply");
-  std::vector<ModelPoint> with_outliers = truth;
-  for (const ModelPoint& p : read_model_ply(o.out_dir + "/outliers.ply")) with_outliers.push_back(p);
-
-  const Evaluation clean = evaluate_model(o.out_dir, truth, {0.002, 0.005});
-  EXPECT_GT(clean.planted_outliers, 500u);
-  EXPECT_EQ(clean.outliers_removed, 1.0);
-  ASSERT_EQ(clean.within.size(), 2u);
-  EXPECT_EQ(clean.within[0].completeness, 1.0);
-  EXPECT_GT(clean.within[0].accuracy, 0.999);
-
-  const Evaluation kept = evaluate_model(o.out_dir, with_outliers);
-  EXPECT_EQ(kept.planted_outliers, clean.planted_outliers);
-  EXPECT_EQ(kept.outliers_removed, 0.0);
-  EXPECT_NE(format_evaluation(kept).find("outliers:     0.00 % of " + std::to_string(kept.planted_outliers) +
-                                         " planted points removed"),
-            std::string::npos);
 }
 
 // The kinds of scene: the option, the mixed scene is the standard one with six more rods, the

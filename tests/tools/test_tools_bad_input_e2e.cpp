@@ -104,7 +104,8 @@ TEST(ImportBadInput, ReasonsAndNothingLeftBehind) {
   const std::string left_out = " registered images without a ";
   expect_cases(
       QUILLARA_IMPORT_BIN, root,
-      {{"no stereo folder", {"colmap", no_stereo, "out"},
+      {{"no source folder", {"tum", root + "/nothing", "out"}, p + root + "/nothing: no such folder\n"},
+       {"no stereo folder", {"colmap", no_stereo, "out"},
         p + "workspace " + no_stereo + ws + "no folder " + no_stereo +
             "/stereo/depth_maps (run the dense stereo step first); depth maps: 0 geometric, 0 photometric; 3" +
             left_out + "depth map left out, the first image_00.png)\n"},

@@ -33,27 +33,24 @@ Ring ring() {
   for (int i = 0; i < kViews; ++i) {
     r.cameras.push_back(generated(i).camera);
     const ParticleSet s = particles_of(generated(i));
-    r.set.particles.insert(r.set.particles.end(), s.particles.begin(), s.particles.end());
-    r.set.offsets.insert(r.set.offsets.end(), s.offsets.begin(), s.offsets.end());
-    r.set.normals.insert(r.set.normals.end(), s.normals.begin(), s.normals.end());
+    for (std::size_t k = 0; k < s.size(); ++k) r.set.add(s.particles[k], s.offsets[k], s.normals[k]);
   }
   for (Camera& c : r.cameras) r.camera_ptrs.push_back(&c);
   return r;
 }
 
-// A planted point for every 7th interior pixel of view 0: 0.5 units in front of the surface
-// towards the camera, its normal turned away. Returns how many.
-std::size_t plant_back_faces(ParticleSet& set) {
+// A planted point for every 7th interior pixel of view 0: `distance` units in front of the surface
+// towards the camera, its normal `facing` times its ray (1 towards the camera, -1 away). Returns how
+// many.
+std::size_t plant_in_front(ParticleSet& set, float distance, float facing) {
   const GeneratedView& v = generated(0);
   const ParticleSet own = particles_of(v);
   std::size_t planted = 0;
   for (std::size_t i = 0; i < own.particles.size(); i += 7) {
     Particle p = own.particles[i];
     if (!interior(v, p.pixel_index % v.camera.width, p.pixel_index / v.camera.width)) continue;
-    p.pos = p.pos + 0.5f * p.dir;  // dir points at the camera centre
-    set.particles.push_back(p);
-    set.offsets.push_back(0.0f);
-    set.normals.push_back(-1.0f * p.dir);
+    p.pos = p.pos + distance * p.dir;  // dir points at the camera centre
+    set.add(p, 0.0f, facing * p.dir);
     ++planted;
   }
   return planted;
@@ -114,18 +111,7 @@ int views_that_see(const Particle& p, float3 position, float3 normal, float& exp
 TEST(ViewAgreement, ViewsSeeAndAgreeAsRayCastingSaysAndContradictFloatingPoints) {
   Ring r = ring();
   const std::size_t true_count = r.set.particles.size();
-  const GeneratedView& first = generated(0);
-  std::size_t planted = 0;
-  for (std::size_t i = 0; i < true_count; i += 7) {
-    Particle p = r.set.particles[i];
-    if (p.camera_index != 0 || !interior(first, p.pixel_index % first.camera.width, p.pixel_index / first.camera.width))
-      continue;
-    p.pos = p.pos + 0.3f * p.dir;  // dir points at the camera centre
-    r.set.particles.push_back(p);
-    r.set.offsets.push_back(0.0f);
-    r.set.normals.push_back(p.dir);
-    ++planted;
-  }
+  const std::size_t planted = plant_in_front(r.set, 0.3f, 1.0f);
   ASSERT_GT(planted, 100u);
   const ViewVerdicts verdicts = judge_by_views(r.set.particles, r.set.offsets, r.set.normals, r.camera_ptrs,
                                                view_covers(r.set.particles, r.set.offsets, r.camera_ptrs), kPi, kCos75);
@@ -177,13 +163,9 @@ TEST(ViewAgreement, ParticlesCoverTheirFootprintsInTheirOwnView) {
   camera.index = 3;
   std::vector<Camera*> cameras = {&camera};
   const auto particle_at = [](int x, int y, float depth, float footprint_pixels, int view) {
-    Particle p{};
     // Array pixel (x, y) of the pinhole camera at the origin, mirrored as the views are.
-    p.pos = make_float3((19.0f - x - 9.5f) / 10.0f * depth, (15.0f - y - 7.5f) / 10.0f * depth, depth);
-    p.dir = make_float3(0.0f, 0.0f, -1.0f);
-    p.radius = footprint_pixels * depth / 10.0f;
-    p.camera_index = view;
-    return p;
+    return cloud::particle(make_float3((19.0f - x - 9.5f) / 10.0f * depth, (15.0f - y - 7.5f) / 10.0f * depth, depth),
+                           make_float3(0.0f, 0.0f, -1.0f), view, footprint_pixels * depth / 10.0f);
   };
   const std::vector<Particle> particles = {particle_at(5, 5, 2.0f, 3.0f, 3), particle_at(8, 5, 4.0f, 3.0f, 3),
                                            particle_at(15, 12, 1.0f, 1.0f, 3), particle_at(2, 12, 1.0f, 3.0f, 0)};
@@ -220,28 +202,20 @@ TEST(ViewAgreement, ObliqueViewAgreesBetweenItsPixelsAndStillSeesThroughPointsIn
     const float3 ray = make_float3((W - 1 - x - camera.K[6]) / f, (H - 1 - y - camera.K[7]) / f, 1.0f);
     return (dot(n, anchor) / dot(n, ray)) * ray;
   };
-  std::vector<Particle> particles;
-  std::vector<float3> normals;
+  ParticleSet s;
   const auto add = [&](float3 position, int view) {
-    Particle p{};
-    p.pos = position;
-    p.dir = -1.0f * position / length(position);
-    p.radius = position.z / f;
-    p.camera_index = view;
-    particles.push_back(p);
-    normals.push_back(n);
+    s.add(cloud::particle(position, -1.0f * position / length(position), view, position.z / f), 0.0f, n);
   };
   for (int y = 0; y < H; ++y)
     for (int x = 0; x < W; ++x) add(on_plane(x, y), 1);
   const float3 between = on_plane(20.5f, 15.0f);
   const float footprint = between.z / f;
   add(between, 0);
-  const float3 towards_camera = particles.back().dir;
+  const float3 towards_camera = s.particles.back().dir;
   add(between + 10.0f * footprint * towards_camera, 0);
   add(between - 10.0f * footprint * towards_camera, 0);
-  const std::vector<float> offsets(particles.size(), 0.0f);
-  const ViewVerdicts v = judge_by_views(particles, offsets, normals, cameras, view_covers(particles, offsets, cameras),
-                                        kPi, std::cos(80.0f * kPi / 180.0f));
+  const ViewVerdicts v = judge_by_views(s.particles, s.offsets, s.normals, cameras,
+                                        view_covers(s.particles, s.offsets, cameras), kPi, std::cos(80.0f * kPi / 180.0f));
   const std::size_t on = W * H, in_front = on + 1, behind = on + 2;
   EXPECT_EQ(v.agreeing_views[on], 1);
   EXPECT_NEAR(v.agreeing[on], kPi * std::cos(slant), 0.05f);
@@ -252,7 +226,7 @@ TEST(ViewAgreement, ObliqueViewAgreesBetweenItsPixelsAndStillSeesThroughPointsIn
 
 TEST(BackfaceVisibility, RemovesPointsFloatingInFrontAndFacingAwayKeepsTheSurfaces) {
   Ring m = ring();
-  const std::size_t true_count = m.set.particles.size(), planted = plant_back_faces(m.set);
+  const std::size_t true_count = m.set.particles.size(), planted = plant_in_front(m.set, 0.5f, -1.0f);
   ASSERT_GT(planted, 200u);
   std::vector<int> counts;
   const float r1 = footprint(generated(0), 60, 45);  // one pixel at the scene's depth
