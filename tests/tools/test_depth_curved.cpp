@@ -40,7 +40,7 @@ TEST(CurvedWindows, TheQuadricFitRecoversTheSurfaceAndLeavesStrayDepthsOut) {
     for (int x = 0; x < 4; ++x) depth(x, y) = 1.0f;
   depth(12, 9) *= 1.2f, depth(7, 13) *= 0.8f;
   depth_tool::Quadric q;
-  for (const auto [x, y] : {std::pair{10, 10}, std::pair{6, 6}}) {  // (6, 6): the corner fills part of the window
+  for (const auto& [x, y] : {std::pair{10, 10}, std::pair{6, 6}}) {  // (6, 6): the corner fills part of the window
     ASSERT_TRUE(depth_tool::fit_quadric(depth, x, y, 5, 1e-4, q));
     EXPECT_NEAR(q.a, w(x - 10, y - 10), 1e-6);  // float depths: inverse depths to about 1e-7
     EXPECT_NEAR(q.b, t.b + 2 * t.d * (x - 10) + t.e * (y - 10), 1e-6);

@@ -242,7 +242,9 @@ TEST(CompletenessBreakdown, BySurfaceAndByViews) {
     EXPECT_LT(g.median_distance, 1e-9) << g.name;
   }
   for (const CompletenessGroup& g : full.by_views)
-    if (g.samples > 0) EXPECT_EQ(g.completeness[0], 1.0) << g.name;
+    if (g.samples > 0) {
+      EXPECT_EQ(g.completeness[0], 1.0) << g.name;
+    }
   EXPECT_EQ(full.f_scores[0], 1.0);
 
   const CompletenessBreakdown holes = break_down_completeness(thin, cameras, truth, without_rods, {0.005});

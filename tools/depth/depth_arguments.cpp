@@ -44,18 +44,27 @@ std::string depth_usage() {
          "                        pixel's size in depth, 1 % at most; default 2, 0 keeps all);\n"
          "                        the count goes to DIR/NAME without extension + \"_agreeing.png\",\n"
          "                        51 grey levels per agreeing view, white from 5 on\n"
-         "  --propagate P         passes in which each depth may give way to a nearby pixel's plane\n"
-         "                        whose window matches better (default 4; 0 skips the step: about\n"
-         "                        30 % less processor time, fewer and less exact depths)\n"
+         "  --search P            passes of the plane search (default 3): every textured pixel keeps\n"
+         "                        its own slanted plane and takes a nearby pixel's or a random one\n"
+         "                        whose window matches better; 0 runs the older propagation (below)\n"
+         "                        and growth instead (less processor time, fewer depths)\n"
+         "  --search-again P      passes of a second plane search in every view, offered the depths\n"
+         "                        of its neighbours' maps (default 0: none; more depths where views\n"
+         "                        are few, at about the first search's processor time again)\n"
+         "  --propagate P         with --search 0: passes in which each depth may give way to a\n"
+         "                        nearby pixel's plane whose window matches better (default 4; 0\n"
+         "                        skips the step)\n"
          "  --help                print this text; --version prints the version\n"
          "\n"
          "Neighbours are the views nearest by baseline among those whose optical axis lies within\n"
          "60 degrees and whose baseline sees the scene under at least 1 degree. A pixel keeps no depth\n"
          "where its image has too little texture, where the matching finds no distinct best depth or\n"
          "one at an end of the range, or where too few other views confirm it. Neighbours of another\n"
-         "exposure are brought to the view's own first, depths are refined on windows that follow\n"
-         "the surface's slant, give way to nearby pixels' planes whose windows match better, and\n"
-         "grow into undecided pixels where such a window still matches.\n";
+         "exposure are brought to the view's own first and depths are refined on windows that follow\n"
+         "the surface's slant. The plane search then compares each window with the views whose axes\n"
+         "lie within 100 degrees and scores it by the better half of them, so that a view that does\n"
+         "not see the point does not count; a pixel keeps the depth of its best plane where that\n"
+         "window's correlation reaches 0.5.\n";
 }
 
 DepthOptions parse_depth_arguments(const std::vector<std::string>& args) {
@@ -87,7 +96,9 @@ DepthOptions parse_depth_arguments(const std::vector<std::string>& args) {
        {"--p2", "", cli::store_number(o.P2, 0.0f, most, "a number of at least 0")},
        {"--p2-edge", "", cli::store_number(o.P2_edge, 0.0f, most, "a number of at least 0")},
        {"--consistent", "", cli::store_number(o.consistent, 0, 255, "an integer from 0 to 255")},
-       {"--propagate", "", cli::store_number(o.propagate, 0, 64, "an integer from 0 to 64")}},
+       {"--propagate", "", cli::store_number(o.propagate, 0, 64, "an integer from 0 to 64")},
+       {"--search", "", cli::store_number(o.search, 0, 64, "an integer from 0 to 64")},
+       {"--search-again", "", cli::store_number(o.search_again, 0, 64, "an integer from 0 to 64")}},
       true);
   cli::expect_no_words(line, "; view files go behind '--'");
   if (o.out_dir.empty()) throw cli::UsageError("-o DIR is required");

@@ -35,6 +35,8 @@ struct DepthOptions {
   int refine_steps = 7;
   float min_score = 0.0f;      // mean correlation of the refined window a depth needs
   int propagate = 4;           // passes offering each depth the planes of nearby pixels (0: none)
+  int search = 3;              // passes of the per-pixel plane search, which replaces propagation and growth (0: none)
+  int search_again = 0;        // passes of a second search offered the neighbours' depths (0: none)
   bool grow = true;            // grow the depths into undecided pixels along neighbouring planes
   bool align = true;           // align each neighbour's exposure to the reference first
   int consistent = 2;          // other views whose depth maps must agree

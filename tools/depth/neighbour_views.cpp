@@ -13,8 +13,9 @@ void axis(const Camera& c, double a[3]) {
 
 }  // namespace
 
-std::vector<int> choose_neighbours(const std::vector<Camera>& cameras, int reference, int count, float depth) {
-  const double max_axis_angle = 60.0 * M_PI / 180.0, min_parallax = 1.0 * M_PI / 180.0;
+std::vector<int> choose_neighbours(const std::vector<Camera>& cameras, int reference, int count, float depth,
+                                   double max_axis_degrees) {
+  const double max_axis_angle = max_axis_degrees * M_PI / 180.0, min_parallax = 1.0 * M_PI / 180.0;
   const Camera& r = cameras[reference];
   double ar[3];
   axis(r, ar);

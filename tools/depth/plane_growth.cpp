@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cmath>
 
-#include "tools/depth/local_texture.h"
+#include "tools/depth/matching_frame.h"
 #include "tools/depth/slanted_window.h"
 
 namespace depth_tool {
@@ -22,13 +22,13 @@ bool empty_but_matchable(const CMatrix<float>& depth, const CMatrix<float>& text
 long grow_on_slanted_windows(CMatrix<float>& depth, const Camera& reference,
                              const std::vector<const Camera*>& neighbours, const CMatrix<float>& texture,
                              const GrowthSettings& s) {
-  const ViewGeometry r = view_geometry(reference);
-  std::vector<WindowPair> pairs;
-  for (const Camera* n : neighbours) pairs.push_back(window_pair(r, *n));
-  const Grey ref = grey_of(reference.image);
-  const CMatrix<float> fine = local_texture(reference.image, 1);
+  const MatchingFrame frame = matching_frame(reference, neighbours, s.near, s.far);
+  const ViewGeometry& r = frame.geometry;
+  const std::vector<WindowPair>& pairs = frame.pairs;
+  const Grey& ref = frame.grey;
+  const CMatrix<float>& fine = frame.fine_texture;
   const int W = reference.width, H = reference.height, R = s.radius;
-  const double w_low = 1.0 / s.far, w_high = 1.0 / s.near;
+  const double w_low = frame.w_low, w_high = frame.w_high;
   long grown = 0;
   std::vector<Plane> planes(static_cast<std::size_t>(W) * H);
   // The depths new since a pixel was last offered planes: all at first, then those grown last pass.

@@ -17,6 +17,7 @@
 #include "tools/cli/shell_quote.h"
 #include "tools/depth/curved_refinement.h"
 #include "tools/depth/depth_consistency.h"
+#include "tools/depth/depth_transfer.h"
 #include "tools/depth/depth_views.h"
 #include "tools/depth/estimate_depthmap.h"
 #include "tools/depth/exposure_alignment.h"
@@ -24,6 +25,7 @@
 #include "tools/depth/neighbour_views.h"
 #include "tools/depth/plane_growth.h"
 #include "tools/depth/plane_propagation.h"
+#include "tools/depth/plane_search.h"
 #include "tools/depth/slanted_refinement.h"
 #include "tools/depth/view_geometry.h"
 
@@ -89,6 +91,26 @@ void check_output_directory(const std::string& dir) {
                              "\" holds white space, which the view files written there cannot hold; choose another -o DIR");
 }
 
+PlaneSearchSettings search_settings(const DepthOptions& o, float near, float far, int passes) {
+  PlaneSearchSettings ss;
+  ss.passes = passes, ss.near = near, ss.far = far, ss.min_texture = o.min_texture;
+  ss.label_step = (1.0f / near - 1.0f / far) / static_cast<float>(o.labels - 1);
+  return ss;
+}
+
+// The views a plane search compares against: as many as the cost volume's, but with optical axes
+// up to 100 degrees apart. The robust score lets the farther ones count where they see the
+// surface, which with views 45 degrees apart doubles the views to compare with.
+std::vector<int> search_views(const DepthOptions& o, const std::vector<Camera>& cameras, int i, float middle) {
+  return choose_neighbours(cameras, i, o.neighbours, middle, 100.0);
+}
+
+std::vector<const Camera*> camera_list(const std::vector<Camera>& cameras, const std::vector<int>& chosen) {
+  std::vector<const Camera*> list;
+  for (int j : chosen) list.push_back(&cameras[j]);
+  return list;
+}
+
 // One view's result before it is written.
 struct ViewDepth {
   std::vector<int> others;  // the views its depths are checked against; empty when it was not matched
@@ -149,7 +171,16 @@ ViewDepth estimate_view(const DepthOptions& o, const std::vector<DepthView>& vie
     out << ", " << st.unmatched + low << " without a slanted window; slanted windows "
         << std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count() << " s";
   }
-  if (o.propagate > 0) {
+  if (o.search > 0) {
+    const auto t0 = std::chrono::steady_clock::now();
+    const PlaneSearchStatistics st =
+        search_planes(e.depth, cameras[i], camera_list(cameras, search_views(o, cameras, i, middle)), textures[i],
+                      search_settings(o, near, far, o.search));
+    e.pixels_with_depth = st.kept;
+    out << ", plane search: " << st.kept << " of " << st.searched << " pixels kept a plane (" << st.added
+        << " new) in " << std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count() << " s";
+  }
+  if (o.search == 0 && o.propagate > 0) {
     PropagationSettings ps;
     ps.passes = o.propagate, ps.near = near, ps.far = far;
     ps.label_step = (1.0f / near - 1.0f / far) / static_cast<float>(o.labels - 1);
@@ -158,7 +189,7 @@ ViewDepth estimate_view(const DepthOptions& o, const std::vector<DepthView>& vie
     out << ", " << moved << " moved to nearby planes in "
         << std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count() << " s";
   }
-  if (o.grow) {
+  if (o.search == 0 && o.grow) {
     GrowthSettings gs;
     gs.min_texture = o.min_texture, gs.near = near, gs.far = far;
     gs.label_step = (1.0f / near - 1.0f / far) / static_cast<float>(o.labels - 1);
@@ -168,7 +199,9 @@ ViewDepth estimate_view(const DepthOptions& o, const std::vector<DepthView>& vie
     out << ", " << grown << " grown from neighbouring planes in "
         << std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count() << " s";
   }
-  {
+  // The plane search's score leaves out the views that see the surface most obliquely, which are
+  // what pulls depths behind curved surfaces; after it, curved windows gain nothing measurable.
+  if (o.search == 0) {
     CurvedRefinementSettings cs;
     cs.label_step = (1.0f / near - 1.0f / far) / static_cast<float>(o.labels - 1);
     const auto t0 = std::chrono::steady_clock::now();
@@ -181,6 +214,30 @@ ViewDepth estimate_view(const DepthOptions& o, const std::vector<DepthView>& vie
   result.depth = std::move(e.depth);
   result.matched = e.pixels_with_depth;
   return result;
+}
+
+// A second plane search in every view, offered the depths that its search neighbours' maps give
+// its pixels: a surface found in one view thus reaches the views that missed it.
+void search_again(const DepthOptions& o, const std::vector<DepthView>& views, const std::vector<Camera>& cameras,
+                  const std::vector<CMatrix<float>>& textures, std::vector<ViewDepth>& results, std::ostream& out) {
+  std::vector<ViewGeometry> geometry;
+  for (const Camera& c : cameras) geometry.push_back(view_geometry(c));
+  for (int i = 0; i < static_cast<int>(views.size()); ++i) {
+    ViewDepth& r = results[i];
+    if (r.others.empty()) continue;
+    const auto t0 = std::chrono::steady_clock::now();
+    float near, far;
+    depth_range(o, views[i], near, far);
+    const float middle = 2.0f / (1.0f / near + 1.0f / far);
+    const std::vector<int> sources = search_views(o, cameras, i, middle);
+    std::vector<CMatrix<float>> offered;
+    for (int j : sources) offered.push_back(transferred_depths(geometry[i], geometry[j], results[j].depth));
+    const PlaneSearchStatistics st = search_planes(r.depth, cameras[i], camera_list(cameras, sources), textures[i],
+                                                   search_settings(o, near, far, o.search_again), offered);
+    r.matched = st.kept;
+    out << "View " << i + 1 << " searched again with its neighbours' depths: depth at " << st.kept << " pixels in "
+        << std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count() << " s" << std::endl;
+  }
 }
 
 // Keeps the depths that at least o.consistent other views' maps confirm; every view's count is
@@ -282,6 +339,7 @@ void run_depth(const DepthOptions& o, std::ostream& out) {
 
   std::vector<ViewDepth> results;
   for (int i = 0; i < static_cast<int>(views.size()); ++i) results.push_back(estimate_view(o, views, cameras, textures, i, out));
+  if (o.search > 0 && o.search_again > 0) search_again(o, views, cameras, textures, results, out);
   keep_consistent(o, cameras, results, out);
 
   long pixels = 0, with_depth = 0;

@@ -1,0 +1,181 @@
+#include "tools/depth/plane_search.h"
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <cstdint>
+
+#include "tools/depth/matching_frame.h"
+#include "tools/depth/slanted_window.h"
+
+namespace depth_tool {
+namespace {
+
+// A number in [-1, 1) from the pixel, the pass and the draw: the same on every run and with any
+// number of threads.
+double draw(int x, int y, int pass, int k) {
+  std::uint64_t z = (static_cast<std::uint64_t>(y) << 40) ^ (static_cast<std::uint64_t>(x) << 16) ^
+                    (static_cast<std::uint64_t>(pass) << 4) ^ static_cast<std::uint64_t>(k);
+  z += 0x9e3779b97f4a7c15ULL;
+  z = (z ^ (z >> 30)) * 0xbf58476d1ce4e5b9ULL;
+  z = (z ^ (z >> 27)) * 0x94d049bb133111ebULL;
+  z ^= z >> 31;
+  return static_cast<double>(z >> 11) * (2.0 / 9007199254740992.0) - 1.0;
+}
+
+// The window of every `stride`-th pixel within `radius` of (x, y): the window of a camera whose
+// pixels are `stride` times larger, so that window_cost scores it as it is, given the plane's
+// slopes per sample (stride times those per pixel). False as for reference_window.
+bool sparse_window(const Grey& ref, const ViewGeometry& r, int x, int y, int radius, int stride,
+                   ReferenceWindow& w) {
+  const int R = radius / stride;
+  if (x < radius || y < radius || x >= ref.W - radius || y >= ref.H - radius) return false;
+  const int side = 2 * R + 1, n = side * side;
+  w.x = x, w.y = y, w.radius = R, w.fx = r.fx / stride, w.fy = r.fy / stride;
+  w.rx0 = (r.cx - x) / r.fx, w.ry0 = (r.cy - y) / r.fy;
+  w.centred.resize(static_cast<std::size_t>(n));
+  double mean = 0;
+  for (int dy = -R, k = 0; dy <= R; ++dy)
+    for (int dx = -R; dx <= R; ++dx, ++k) mean += w.centred[k] = ref.at(x + stride * dx, y + stride * dy);
+  mean /= n;
+  w.norm = 0;
+  for (float& v : w.centred) v = static_cast<float>(v - mean), w.norm += static_cast<double>(v) * v;
+  return w.norm >= 1e-3 * n;
+}
+
+// The window cost over the neighbours that see the whole window: the mean of the better half of
+// them when `robust`, of all of them otherwise; false when none sees it.
+bool view_cost(const std::vector<WindowPair>& pairs, const ReferenceWindow& window, int stride, const Plane& q,
+               bool robust, double& cost) {
+  double costs[16];
+  int seen = 0;
+  for (const WindowPair& p : pairs) {
+    double one;
+    if (seen < 16 && window_cost(p, window, q.a, stride * q.b, stride * q.c, one)) costs[seen++] = one;
+  }
+  if (seen == 0) return false;
+  const int used = robust ? (seen + 1) / 2 : seen;
+  if (used < seen) std::partial_sort(costs, costs + used, costs + seen);
+  double sum = 0;
+  for (int k = 0; k < used; ++k) sum += costs[k];
+  cost = sum / used;
+  return true;
+}
+
+}  // namespace
+
+PlaneSearchStatistics search_planes(CMatrix<float>& depth, const Camera& reference,
+                                    const std::vector<const Camera*>& neighbours, const CMatrix<float>& texture,
+                                    const PlaneSearchSettings& s, const std::vector<CMatrix<float>>& offered) {
+  const MatchingFrame frame = matching_frame(reference, neighbours, s.near, s.far);
+  const ViewGeometry& r = frame.geometry;
+  const int W = reference.width, H = reference.height, R = s.radius;
+  const double w_low = frame.w_low, w_high = frame.w_high;
+  const std::size_t n = static_cast<std::size_t>(W) * H;
+  std::vector<Plane> planes(n);
+  constexpr double kNone = 2.0;  // the cost of a plane no neighbour sees: worse than any window's
+  std::vector<double> cost(n, kNone);
+
+  // The starting planes: the depth on the plane fitted around it, or a random depth facing the camera.
+#pragma omp parallel for schedule(dynamic, 4)
+  for (int y = 0; y < H; ++y) {
+    ReferenceWindow window;
+    for (int x = 0; x < W; ++x) {
+      const std::size_t i = static_cast<std::size_t>(y) * W + x;
+      const bool has_depth = depth(x, y) > 0;
+      // Without a depth, a pixel needs texture of its own too: a window that straddles the edge of a
+      // flat background matches by its textured side alone.
+      const bool textured = texture(x, y) >= s.min_texture && frame.fine_texture(x, y) >= s.min_fine_texture;
+      if (!(has_depth || textured) || !sparse_window(frame.grey, r, x, y, R, s.stride, window)) continue;
+      Plane& q = planes[i];
+      if (has_depth) {
+        if (!fit_plane(depth, x, y, R, 2.0 * s.label_step, q.a, q.b, q.c)) q.b = q.c = 0;
+        q.a = 1.0 / depth(x, y);
+      } else {
+        q.a = w_low + 0.5 * (draw(x, y, -1, 0) + 1.0) * (w_high - w_low);
+      }
+      q.valid = true;
+      if (!view_cost(frame.pairs, window, s.stride, q, s.robust, cost[i])) cost[i] = kNone;
+    }
+  }
+
+  std::vector<std::array<int, 2>> offsets;
+  for (int k : s.reaches) offsets.insert(offsets.end(), {{-k, 0}, {k, 0}, {0, -k}, {0, k}});
+  for (int pass = 0; pass < s.passes; ++pass) {
+    // Random changes shrink pass by pass: from two label steps in depth and a turn of the slant
+    // by half a unit of its tangent.
+    const double same_a = 1e-3 * s.label_step, same_slant = same_a / (2 * R + 1);
+    const double shrink = std::ldexp(1.0, -pass), depth_change = 2.0 * s.label_step * shrink,
+                 slant_change = 0.5 * shrink / r.fx;
+    for (int colour = 0; colour < 2; ++colour) {
+#pragma omp parallel for schedule(dynamic, 4)
+      for (int y = 0; y < H; ++y) {
+        ReferenceWindow window;
+        for (int x = (y + colour) % 2; x < W; x += 2) {
+          const std::size_t i = static_cast<std::size_t>(y) * W + x;
+          Plane best = planes[i];
+          if (!best.valid || !sparse_window(frame.grey, r, x, y, R, s.stride, window)) continue;
+          double best_cost = cost[i];
+          const auto offer = [&](const Plane& q) {
+            // A copy of the pixel's own plane (spread to the pixels around it) is not scored again.
+            if (std::fabs(q.a - best.a) < same_a && std::fabs(q.b - best.b) < same_slant &&
+                std::fabs(q.c - best.c) < same_slant)
+              return;
+            double c;
+            if (q.a >= w_low && q.a <= w_high && view_cost(frame.pairs, window, s.stride, q, s.robust, c) &&
+                c < best_cost)
+              best_cost = c, best = q;
+          };
+          for (const auto& o : offsets) {
+            const int u = x + o[0], v = y + o[1];
+            if (u < 0 || v < 0 || u >= W || v >= H) continue;
+            const Plane& q = planes[static_cast<std::size_t>(v) * W + u];
+            if (!q.valid) continue;
+            Plane moved = q;  // the other pixel's plane, moved to this pixel
+            moved.a = q.a - q.b * o[0] - q.c * o[1];
+            offer(moved);
+          }
+          if (pass == 0)
+            for (const CMatrix<float>& m : offered)
+              if (m(x, y) > 0) {
+                Plane q = best;
+                q.a = 1.0 / m(x, y);
+                offer(q);
+              }
+          Plane random = best;
+          random.a = w_low + 0.5 * (draw(x, y, pass, 0) + 1.0) * (w_high - w_low);
+          offer(random);
+          for (int k = 1; k <= 2; ++k) {
+            Plane changed = best;
+            changed.a += depth_change * draw(x, y, pass, 3 * k);
+            changed.b += slant_change * best.a * draw(x, y, pass, 3 * k + 1);
+            changed.c += slant_change * best.a * draw(x, y, pass, 3 * k + 2);
+            offer(changed);
+          }
+          planes[i] = best, cost[i] = best_cost;
+        }
+      }
+    }
+  }
+
+  PlaneSearchStatistics st;
+  for (int y = 0; y < H; ++y)
+    for (int x = 0; x < W; ++x) {
+      const std::size_t i = static_cast<std::size_t>(y) * W + x;
+      if (!planes[i].valid) continue;
+      ++st.searched;
+      const bool had = depth(x, y) > 0;
+      // A plane at an end of the range is the range's guess, not the surface's (the far end
+      // holds the sky and every flat background).
+      const double a = planes[i].a;
+      if (1.0 - cost[i] >= s.min_score && a > w_low + s.label_step && a < w_high - s.label_step) {
+        depth(x, y) = static_cast<float>(1.0 / planes[i].a);
+        ++st.kept, st.added += !had;
+      } else {
+        depth(x, y) = 0;
+      }
+    }
+  return st;
+}
+
+}  // namespace depth_tool
