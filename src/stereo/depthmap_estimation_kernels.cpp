@@ -6,8 +6,10 @@
 #include "device/launch.h"
 #include "ketra/access.h"
 #include "src/stereo/ncc_window.h"
+#include "src/stereo/sad_row.h"
 #include "src/stereo/sweep_geometry.h"
 #include "src/stereo/warp_row.h"
+#include "src/stereo/window_means.h"
 
 device::Texture<uchar4, device::ReadMode::NormalizedFloat> ref_img_tex;
 device::Texture<uchar4, device::ReadMode::NormalizedFloat> img_tex;
@@ -85,47 +87,21 @@ HOST_DEVICE float direct_ncc_cost(int x, int y, float d, int W, int H, SweepCame
   return cost_of_ncc(ab / std::sqrt(prod));
 }
 
-// The warped image (bytes / 255) and the reference (as ref_img_tex reads it) over the tile of the
-// block at (x0, y0) and its halo; 0 outside the image.
-void stage_colours(NccTile& t, ketra::Array<uchar4, 2> const& warped, int x0, int y0) {
-  const int W = static_cast<int>(warped.extents.x), H = static_cast<int>(warped.extents.y);
-  constexpr int used = NccTile::cols + 2 * NccTile::halo;  // columns of a staged row that are read
-  for (int i = 0; i < NccTile::staged_rows; ++i) {
-    const int v = y0 - NccTile::halo + i;
-    const int first = x0 - NccTile::halo;
-    for (int j = 0; j < NccTile::stride; ++j) {
-      const int u = first + j;
-      const bool in = v >= 0 && v < H && u >= 0 && u < W && j < used;
-      const uchar4 w = in ? element(warped, u, v) : uchar4{0, 0, 0, 0};
-      const uchar4 r = in ? *reinterpret_cast<const uchar4*>(ref_img_tex.base + static_cast<std::size_t>(v) * ref_img_tex.pitch +
-                                                             static_cast<std::size_t>(u) * sizeof(uchar4))
-                          : uchar4{0, 0, 0, 0};
-      // The scale of the 8-bit texture reads: bytes times (1 / 255).
-      constexpr float scale = device::TexelTraits<uchar4>::scale;
-      t.warped[0][i][j] = w.x * scale, t.warped[1][i][j] = w.y * scale, t.warped[2][i][j] = w.z * scale;
-      t.reference[0][i][j] = r.x * scale, t.reference[1][i][j] = r.y * scale, t.reference[2][i][j] = r.z * scale;
-    }
-  }
-}
-
 }  // namespace
 
 template <bool InverseDepth, int LabelsPerThread>
 void add_matching_costs_SAD_kernel(LaunchShape shape, ketra::Array<float, 4> costs, float a, float step, float inv_fx,
                                    float inv_fy, float cx, float cy, ProjectionMatrix P) {
+  static_assert(InverseDepth, "the row form sweeps inverse depth");
   const SweepCamera cam{inv_fx, inv_fy, cx, cy, P};
   device::launch(shape.grid, shape.block, [=](device::Index const& idx) {
+    // The pixels of a block row are one element, their labels computed side by side.
     const int W = extent(costs, 0), H = extent(costs, 1), L = extent(costs, 2);
-    const int x = idx.x(), y = idx.y(), first = idx.z() * LabelsPerThread;
-    if (x >= W || y >= H || first >= L) return;
-    const float4 ref = reference_colour(x, y);
+    const int x0 = idx.x(), y = idx.y(), first = idx.z() * LabelsPerThread;
+    if (idx.thread.x != 0 || x0 >= W || y >= H || first >= L) return;
+    const int n = W - x0 < static_cast<int>(idx.blockDim.x) ? W - x0 : static_cast<int>(idx.blockDim.x);
     const int last = first + LabelsPerThread < L ? first + LabelsPerThread : L;
-    for (int l = first; l < last; ++l) {
-      const Reprojection r = reproject(x, y, label_depth<InverseDepth>(a, step, l), W, H, cam);
-      if (!inside(r, W, H)) continue;
-      const float4 o = other_colour(r, W, H);
-      add_cost(costs, x, y, l, std::fabs(o.x - ref.x) + std::fabs(o.y - ref.y) + std::fabs(o.z - ref.z));
-    }
+    sad_row(costs, x0, n, y, first, last, a, step, cam, ref_img_tex, img_tex);
   });
 }
 
@@ -163,21 +139,13 @@ template <int BlockW, int BlockH, int R>
 void add_matching_costs_mean_kernel1(LaunchShape shape, ketra::Array<ushort4, 2> row_sums,
                                      ketra::Array<uchar4, 2> image) {
   device::launch(shape.grid, shape.block, [=](device::Index const& idx) {
+    // The pixels of a block row are one element, summed side by side.
     const int W = static_cast<int>(image.extents.x), H = static_cast<int>(image.extents.y);
-    const int x = idx.x(), y = idx.y();
-    if (x >= W || y >= H) return;
-    ushort4& out = element(row_sums, x, y);
+    const int x0 = idx.x(), y = idx.y();
+    if (idx.thread.x != 0 || x0 >= W || y >= H) return;
+    const int n = W - x0 < static_cast<int>(idx.blockDim.x) ? W - x0 : static_cast<int>(idx.blockDim.x);
     // Pixels beyond the image count as (0, 0, 0, 0), so their alpha of 0 invalidates the sum.
-    out = ushort4{0, 0, 0, 0};
-    if (x < R || x >= W - R) return;
-    const uchar4* p = &element(image, x - R, y);
-    unsigned int s[4] = {0, 0, 0, 0};
-    for (int k = 0; k <= 2 * R; ++k) {
-      if (p[k].w == 0) return;
-      s[0] += p[k].x, s[1] += p[k].y, s[2] += p[k].z, s[3] += p[k].w;
-    }
-    out = ushort4{static_cast<unsigned short>(s[0]), static_cast<unsigned short>(s[1]),
-                  static_cast<unsigned short>(s[2]), static_cast<unsigned short>(s[3])};
+    window_row_sums(&element(row_sums, x0, y), &element(image, 0, y), x0, n, W, R);
   });
 }
 
@@ -186,21 +154,17 @@ void add_matching_costs_mean_kernel2(LaunchShape shape, ketra::Array<float4, 2> 
                                      ketra::Array<ushort4, 2> row_sums) {
   device::launch(shape.grid, shape.block, [=](device::Index const& idx) {
     const int W = static_cast<int>(row_sums.extents.x), H = static_cast<int>(row_sums.extents.y);
-    const int x = idx.x(), y = idx.y();
-    if (x >= W || y >= H) return;
-    float4& out = element(means, x, y);
-    out = float4{0, 0, 0, 0};
-    if (y < R || y >= H - R) return;  // a row of the window lies outside the image
-    float r = 0.0f, g = 0.0f, b = 0.0f;
-    for (int k = -R; k <= R; ++k) {
-      const ushort4 s = element(row_sums, x, y + k);
-      if (s.w == 0) return;
-      r += s.x * (1.0f / 255.0f);
-      g += s.y * (1.0f / 255.0f);
-      b += s.z * (1.0f / 255.0f);
+    const int x0 = idx.x(), y = idx.y();
+    if (idx.thread.x != 0 || x0 >= W || y >= H) return;
+    const int n = W - x0 < static_cast<int>(idx.blockDim.x) ? W - x0 : static_cast<int>(idx.blockDim.x);
+    float4* out = &element(means, x0, y);
+    if (y < R || y >= H - R) {  // a row of the window lies outside the image
+      for (int k = 0; k < n; ++k) out[k] = float4{0, 0, 0, 0};
+      return;
     }
-    constexpr float inv_n = 1.0f / ((2 * R + 1) * (2 * R + 1));
-    out = float4{r * inv_n, g * inv_n, b * inv_n, 1.0f};
+    const ushort4* rows[2 * R + 1];
+    for (int i = 0; i <= 2 * R; ++i) rows[i] = &element(row_sums, x0, y - R + i);
+    window_column_means(out, rows, n, R);
   });
 }
 
@@ -216,7 +180,8 @@ void add_matching_costs_NCC_kernel2(LaunchShape shape, ketra::Array<float, 4> co
     const int W = extent(costs, 0), H = extent(costs, 1);
     const int x0 = static_cast<int>(idx.block.x) * BlockW, y0 = static_cast<int>(idx.block.y) * BlockH;
     NccTile tile;
-    stage_colours(tile, warped, x0, y0);
+    stage_ncc_colours(tile, reinterpret_cast<const unsigned char*>(warped.data), warped.pitch.y, ref_img_tex.base,
+                      ref_img_tex.pitch, x0, y0, W, H);
     for (int r = 0; r < BlockH; ++r)
       for (int k = 0; k < BlockW; ++k) {
         const bool in = x0 + k < W && y0 + r < H;

@@ -80,9 +80,22 @@ void sgm_path_kernel(LaunchShape shape, ketra::Array<float, 3> C, ketra::Array<f
         float* cur = prev + L;
         float m = 0.0f;  // min over labels of prev
         int last_wraps = 0;
+        const std::size_t row_bytes = static_cast<std::size_t>(L) * sizeof(float);
         for (int i = 0; i < walk.steps; ++i) {
           int x, y, wraps;
           walk.at(start, i, x, y, wraps);
+          if (i + 1 < walk.steps) {
+            // The next pixel of a slanted walk lies far away in memory, where the processor does
+            // not look ahead by itself: its rows of C and S are fetched during this step.
+            int nx, ny, nw;
+            walk.at(start, i + 1, nx, ny, nw);
+            const char* next_c = reinterpret_cast<const char*>(&element(C, 0, nx, ny));
+            const char* next_s = reinterpret_cast<const char*>(&element(S, 0, nx, ny));
+            for (std::size_t b = 0; b < row_bytes; b += 64) {
+              __builtin_prefetch(next_c + b);
+              __builtin_prefetch(next_s + b, 1);
+            }
+          }
           const float* c = &element(C, 0, x, y);
           float* s = &element(S, 0, x, y);
           if (i == 0 || wraps != last_wraps) {

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cstddef>
+
 #include "device/host_device.h"
 
 namespace depthmap_estimation_kernels {
@@ -28,6 +30,12 @@ struct NccTile {
   float warped_mean[3][rows][cols];
   float reference_mean[3][rows][cols];
 };
+
+// Stages the warped and the reference colours of the tile of the block at (x0, y0): bytes times
+// (1 / 255) as the texture reads them, 0 outside the W x H images and in the unused columns
+// beyond the halo. Each image is given by its first byte and its row pitch in bytes.
+void stage_ncc_colours(NccTile& tile, const unsigned char* warped, std::size_t warped_pitch,
+                       const unsigned char* reference, std::size_t reference_pitch, int x0, int y0, int W, int H);
 
 // The window sums of every pixel of the tile, exactly as NccSums::add accumulates them one pixel
 // at a time; the pixels of a row are summed side by side in vector registers.

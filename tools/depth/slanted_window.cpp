@@ -2,6 +2,9 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
+
+#include "src/core/simd_lanes.h"
 
 namespace depth_tool {
 
@@ -46,7 +49,53 @@ bool reference_window(const Grey& ref, const ViewGeometry& r, int x, int y, int 
   return w.norm >= 1e-3 * n;
 }
 
-bool window_cost(const WindowPair& p, const ReferenceWindow& win, double a, double b, double c, double& cost) {
+namespace {
+
+// Four window pixels of a row side by side: the projection in double, the samples in float, each
+// lane computing exactly what the one-pixel form computes.
+typedef double double_lanes __attribute__((vector_size(32)));
+typedef long long long_lanes __attribute__((vector_size(32)));  // masks of double lanes
+typedef float float_lanes __attribute__((vector_size(16)));
+typedef int int_lanes __attribute__((vector_size(16)));
+typedef float float_pairs __attribute__((vector_size(32)));     // two neighbouring pixels per lane
+typedef long long pair_words __attribute__((vector_size(32)));  // the same, as 8-byte words
+constexpr int kWindowLanes = 4;
+
+// The grey values at index at and at + 1 of every lane (two neighbouring pixels of a row), each
+// pair read as one 8-byte word, the vectors built in one expression rather than lane by lane
+// through memory.
+LANE_INLINE void grey_pairs(const float* v, int_lanes at, float_lanes& left, float_lanes& right) {
+  const auto word = [v](int i) {
+    long long w;
+    std::memcpy(&w, v + i, sizeof w);
+    return w;
+  };
+  const pair_words words = {word(at[0]), word(at[1]), word(at[2]), word(at[3])};
+  float_pairs pairs;
+  std::memcpy(&pairs, &words, sizeof pairs);
+  left = __builtin_shufflevector(pairs, pairs, 0, 2, 4, 6);
+  right = __builtin_shufflevector(pairs, pairs, 1, 3, 5, 7);
+}
+
+// Grey::sample of every lane, (x, y) inside the image.
+LANE_INLINE float_lanes sample_lanes(const Grey& g, float_lanes x, float_lanes y) {
+  const int_lanes right = {g.W - 2, g.W - 2, g.W - 2, g.W - 2}, bottom = {g.H - 2, g.H - 2, g.H - 2, g.H - 2};
+  int_lanes x0 = __builtin_convertvector(x, int_lanes), y0 = __builtin_convertvector(y, int_lanes);
+  x0 = x0 < right ? x0 : right;
+  y0 = y0 < bottom ? y0 : bottom;
+  const float_lanes fx = x - __builtin_convertvector(x0, float_lanes);
+  const float_lanes fy = y - __builtin_convertvector(y0, float_lanes);
+  const int_lanes at = y0 * g.W + x0;
+  float_lanes p00, p10, p01, p11;
+  grey_pairs(g.v.data(), at, p00, p10);
+  grey_pairs(g.v.data(), at + g.W, p01, p11);
+  return (1 - fy) * ((1 - fx) * p00 + fx * p10) + fy * ((1 - fx) * p01 + fx * p11);
+}
+
+}  // namespace
+
+LANE_KERNEL bool window_cost(const WindowPair& p, const ReferenceWindow& win, double a, double b, double c,
+                             double& cost) {
   const int R = win.radius, n = (2 * R + 1) * (2 * R + 1);
   // The inverse depth w = a + b dx + c dy is affine in the window offset; positive at the
   // window's corners, it is positive everywhere in it.
@@ -62,17 +111,28 @@ bool window_cost(const WindowPair& p, const ReferenceWindow& win, double a, doub
     qx[i] = p.m[i] * b - M[0] / win.fx;
     qy[i] = p.m[i] * c - M[1] / win.fy;
   }
+  const double right = p.W - 1, bottom = p.H - 1;
+  const float* centred = win.centred.data();
   double sum = 0, squares = 0, cross = 0;
   for (int dy = -R, k = 0; dy <= R; ++dy) {
     const double row[3] = {q0[0] + dy * qy[0], q0[1] + dy * qy[1], q0[2] + dy * qy[2]};  // q at dx = 0
-    for (int dx = -R; dx <= R; ++dx, ++k) {
-      const double qz = row[2] + dx * qx[2];
-      if (!(qz > 0)) return false;
-      const double inverse = 1.0 / qz;
-      const double u = p.cx - p.fx * (row[0] + dx * qx[0]) * inverse, v = p.cy - p.fy * (row[1] + dx * qx[1]) * inverse;
-      if (!(u >= 0 && v >= 0 && u <= p.W - 1 && v <= p.H - 1)) return false;
-      const float g = p.grey.sample(static_cast<float>(u), static_cast<float>(v));
-      sum += g, squares += static_cast<double>(g) * g, cross += static_cast<double>(win.centred[k]) * g;
+    for (int dx0 = -R; dx0 <= R; dx0 += kWindowLanes) {
+      // The last group of a row repeats its last pixel in the lanes beyond it.
+      double_lanes dx;
+      for (int l = 0; l < kWindowLanes; ++l) dx[l] = std::min(dx0 + l, R);
+      const double_lanes qz = row[2] + dx * qx[2];
+      const double_lanes inverse = 1.0 / qz;
+      const double_lanes u = p.cx - p.fx * (row[0] + dx * qx[0]) * inverse,
+                         v = p.cy - p.fy * (row[1] + dx * qx[1]) * inverse;
+      // Every lane in front of the camera and inside the neighbour's image (NaN fails both).
+      const long_lanes inside = (qz > 0) & (u >= 0) & (v >= 0) & (u <= right) & (v <= bottom);
+      if ((inside[0] & inside[1] & inside[2] & inside[3]) == 0) return false;
+      const float_lanes g = sample_lanes(p.grey, __builtin_convertvector(u, float_lanes),
+                                         __builtin_convertvector(v, float_lanes));
+      // The sums in window order, as the one-pixel form adds them.
+      const int lanes = std::min(kWindowLanes, R + 1 - dx0);
+      for (int l = 0; l < lanes; ++l, ++k)
+        sum += g[l], squares += static_cast<double>(g[l]) * g[l], cross += static_cast<double>(centred[k]) * g[l];
     }
   }
   const double var = squares - sum * sum / n;
@@ -92,24 +152,40 @@ bool mean_cost(const std::vector<WindowPair>& pairs, const ReferenceWindow& wind
   return seen > 0;
 }
 
+namespace {
+
+struct PlaneSample {
+  double dx, dy, w;
+};
+
+// The working arrays of fit_plane, kept per thread: it runs once per pixel and pass, and
+// allocating them each time cost as much as the fit.
+struct PlaneFitScratch {
+  std::vector<PlaneSample> samples;
+  std::vector<char> use;
+  std::vector<double> off, sorted;
+};
+
+}  // namespace
+
 bool fit_plane(const CMatrix<float>& depth, int x, int y, int radius, double tolerance, double& a, double& b,
                double& c) {
-  struct Sample {
-    double dx, dy, w;
-  };
-  std::vector<Sample> samples;
+  thread_local PlaneFitScratch scratch;
+  std::vector<PlaneSample>& samples = scratch.samples;
+  samples.clear();
   for (int dy = -radius; dy <= radius; ++dy)
     for (int dx = -radius; dx <= radius; ++dx) {
       const int u = x + dx, v = y + dy;
       if (u >= 0 && v >= 0 && u < depth.xSize && v < depth.ySize && depth(u, v) > 0)
         samples.push_back({static_cast<double>(dx), static_cast<double>(dy), 1.0 / depth(u, v)});
     }
-  std::vector<char> use(samples.size(), 1);
+  std::vector<char>& use = scratch.use;
+  use.assign(samples.size(), 1);
   for (int round = 0; round < 2; ++round) {
     double n = 0, sx = 0, sy = 0, sw = 0, sxx = 0, syy = 0, sxy = 0, sxw = 0, syw = 0;
     for (std::size_t i = 0; i < samples.size(); ++i) {
       if (!use[i]) continue;
-      const Sample& q = samples[i];
+      const PlaneSample& q = samples[i];
       n += 1, sx += q.dx, sy += q.dy, sw += q.w, sxx += q.dx * q.dx, syy += q.dy * q.dy, sxy += q.dx * q.dy,
           sxw += q.dx * q.w, syw += q.dy * q.w;
     }
@@ -131,10 +207,17 @@ bool fit_plane(const CMatrix<float>& depth, int x, int y, int radius, double tol
     }
     a = s[0], b = s[1], c = s[2];
     if (round == 1) break;
-    std::vector<double> off(samples.size());
-    for (std::size_t i = 0; i < samples.size(); ++i)
+    std::vector<double>& off = scratch.off;
+    off.resize(samples.size());
+    bool all_within = true;
+    for (std::size_t i = 0; i < samples.size(); ++i) {
       off[i] = std::fabs(samples[i].w - (a + b * samples[i].dx + c * samples[i].dy));
-    std::vector<double> sorted = off;
+      all_within &= off[i] <= tolerance;
+    }
+    // Within the tolerance every sample stays, and the second fit would repeat the first.
+    if (all_within) break;
+    std::vector<double>& sorted = scratch.sorted;
+    sorted = off;
     std::nth_element(sorted.begin(), sorted.begin() + static_cast<long>(sorted.size() / 2), sorted.end());
     const double limit = std::max(3.0 * sorted[sorted.size() / 2], tolerance);
     for (std::size_t i = 0; i < samples.size(); ++i) use[i] = off[i] <= limit;
