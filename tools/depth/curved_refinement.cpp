@@ -177,8 +177,7 @@ bool curved_window_cost(const WindowPair& p, const ReferenceWindow& win, const Q
 long refine_on_curved_windows(CMatrix<float>& depth, const Camera& reference,
                               const std::vector<const Camera*>& neighbours, const CurvedRefinementSettings& s) {
   const ViewGeometry r = view_geometry(reference);
-  std::vector<WindowPair> pairs;
-  for (const Camera* n : neighbours) pairs.push_back(window_pair(r, *n));
+  const std::vector<WindowPair> pairs = window_pairs(r, neighbours);
   const Grey ref = grey_of(reference.image);
   const int W = reference.width, H = reference.height;
   const CMatrix<float> input = depth;

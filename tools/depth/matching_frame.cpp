@@ -10,7 +10,7 @@ MatchingFrame matching_frame(const Camera& reference, const std::vector<const Ca
   f.geometry = view_geometry(reference);
   f.grey = grey_of(reference.image);
   f.fine_texture = local_texture(reference.image, 1);
-  for (const Camera* n : neighbours) f.pairs.push_back(window_pair(f.geometry, *n));
+  f.pairs = window_pairs(f.geometry, neighbours);
   f.w_low = 1.0 / far, f.w_high = 1.0 / near;
   return f;
 }

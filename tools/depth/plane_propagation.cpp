@@ -9,8 +9,7 @@ namespace depth_tool {
 long propagate_planes(CMatrix<float>& depth, const Camera& reference, const std::vector<const Camera*>& neighbours,
                       const PropagationSettings& s) {
   const ViewGeometry r = view_geometry(reference);
-  std::vector<WindowPair> pairs;
-  for (const Camera* n : neighbours) pairs.push_back(window_pair(r, *n));
+  const std::vector<WindowPair> pairs = window_pairs(r, neighbours);
   const Grey ref = grey_of(reference.image);
   const int W = reference.width, H = reference.height, R = s.radius, d = s.reach;
   const double w_low = 1.0 / s.far, w_high = 1.0 / s.near;

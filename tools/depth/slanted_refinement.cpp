@@ -11,8 +11,7 @@ RefinementStatistics refine_on_slanted_windows(CMatrix<float>& depth, const Came
                                                const std::vector<const Camera*>& neighbours,
                                                const RefinementSettings& s, CMatrix<float>* score) {
   const ViewGeometry r = view_geometry(reference);
-  std::vector<WindowPair> pairs;
-  for (const Camera* n : neighbours) pairs.push_back(window_pair(r, *n));
+  const std::vector<WindowPair> pairs = window_pairs(r, neighbours);
   const Grey ref = grey_of(reference.image);
   const int W = reference.width, H = reference.height;
   const CMatrix<float> input = depth;

@@ -33,6 +33,13 @@ WindowPair window_pair(const ViewGeometry& r, const Camera& neighbour) {
   return p;
 }
 
+std::vector<WindowPair> window_pairs(const ViewGeometry& reference, const std::vector<const Camera*>& neighbours) {
+  std::vector<WindowPair> pairs;
+  pairs.reserve(neighbours.size());
+  for (const Camera* n : neighbours) pairs.push_back(window_pair(reference, *n));
+  return pairs;
+}
+
 bool reference_window(const Grey& ref, const ViewGeometry& r, int x, int y, int R, ReferenceWindow& w) {
   if (x < R || y < R || x >= ref.W - R || y >= ref.H - R) return false;
   const int side = 2 * R + 1, n = side * side;

@@ -35,6 +35,9 @@ struct WindowPair {
 
 WindowPair window_pair(const ViewGeometry& reference, const Camera& neighbour);
 
+// Every neighbour as seen from the reference, in the given order.
+std::vector<WindowPair> window_pairs(const ViewGeometry& reference, const std::vector<const Camera*>& neighbours);
+
 // Inverse depth a + b dx + c dy around a pixel (dx, dy in pixels).
 struct Plane {
   double a = 0, b = 0, c = 0;
