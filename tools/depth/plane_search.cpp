@@ -23,26 +23,6 @@ double draw(int x, int y, int pass, int k) {
   return static_cast<double>(z >> 11) * (2.0 / 9007199254740992.0) - 1.0;
 }
 
-// The window of every `stride`-th pixel within `radius` of (x, y): the window of a camera whose
-// pixels are `stride` times larger, so that window_cost scores it as it is, given the plane's
-// slopes per sample (stride times those per pixel). False as for reference_window.
-bool sparse_window(const Grey& ref, const ViewGeometry& r, int x, int y, int radius, int stride,
-                   ReferenceWindow& w) {
-  const int R = radius / stride;
-  if (x < radius || y < radius || x >= ref.W - radius || y >= ref.H - radius) return false;
-  const int side = 2 * R + 1, n = side * side;
-  w.x = x, w.y = y, w.radius = R, w.fx = r.fx / stride, w.fy = r.fy / stride;
-  w.rx0 = (r.cx - x) / r.fx, w.ry0 = (r.cy - y) / r.fy;
-  w.centred.resize(static_cast<std::size_t>(n));
-  double mean = 0;
-  for (int dy = -R, k = 0; dy <= R; ++dy)
-    for (int dx = -R; dx <= R; ++dx, ++k) mean += w.centred[k] = ref.at(x + stride * dx, y + stride * dy);
-  mean /= n;
-  w.norm = 0;
-  for (float& v : w.centred) v = static_cast<float>(v - mean), w.norm += static_cast<double>(v) * v;
-  return w.norm >= 1e-3 * n;
-}
-
 // The window cost over the neighbours that see the whole window: the mean of the better half of
 // them when `robust`, of all of them otherwise; false when none sees it.
 bool view_cost(const std::vector<WindowPair>& pairs, const ReferenceWindow& window, int stride, const Plane& q,
@@ -86,7 +66,7 @@ PlaneSearchStatistics search_planes(CMatrix<float>& depth, const Camera& referen
       // Without a depth, a pixel needs texture of its own too: a window that straddles the edge of a
       // flat background matches by its textured side alone.
       const bool textured = texture(x, y) >= s.min_texture && frame.fine_texture(x, y) >= s.min_fine_texture;
-      if (!(has_depth || textured) || !sparse_window(frame.grey, r, x, y, R, s.stride, window)) continue;
+      if (!(has_depth || textured) || !reference_window(frame.grey, r, x, y, R, window, s.stride)) continue;
       Plane& q = planes[i];
       if (has_depth) {
         if (!fit_plane(depth, x, y, R, 2.0 * s.label_step, q.a, q.b, q.c)) q.b = q.c = 0;
@@ -114,7 +94,7 @@ PlaneSearchStatistics search_planes(CMatrix<float>& depth, const Camera& referen
         for (int x = (y + colour) % 2; x < W; x += 2) {
           const std::size_t i = static_cast<std::size_t>(y) * W + x;
           Plane best = planes[i];
-          if (!best.valid || !sparse_window(frame.grey, r, x, y, R, s.stride, window)) continue;
+          if (!best.valid || !reference_window(frame.grey, r, x, y, R, window, s.stride)) continue;
           double best_cost = cost[i];
           const auto offer = [&](const Plane& q) {
             // A copy of the pixel's own plane (spread to the pixels around it) is not scored again.

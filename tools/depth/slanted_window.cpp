@@ -40,16 +40,17 @@ std::vector<WindowPair> window_pairs(const ViewGeometry& reference, const std::v
   return pairs;
 }
 
-bool reference_window(const Grey& ref, const ViewGeometry& r, int x, int y, int R, ReferenceWindow& w) {
-  if (x < R || y < R || x >= ref.W - R || y >= ref.H - R) return false;
-  const int side = 2 * R + 1, n = side * side;
-  w.x = x, w.y = y, w.radius = R, w.fx = r.fx, w.fy = r.fy;
+bool reference_window(const Grey& ref, const ViewGeometry& r, int x, int y, int radius, ReferenceWindow& w,
+                      int stride) {
+  if (x < radius || y < radius || x >= ref.W - radius || y >= ref.H - radius) return false;
+  const int R = radius / stride, side = 2 * R + 1, n = side * side;
+  w.x = x, w.y = y, w.radius = R, w.fx = r.fx / stride, w.fy = r.fy / stride;
   // The camera-plane ray of a pixel is affine in it: r = (cx - x) / fx, (cy - y) / fy, 1.
   w.rx0 = (r.cx - x) / r.fx, w.ry0 = (r.cy - y) / r.fy;
   w.centred.resize(static_cast<std::size_t>(n));
   double mean = 0;
   for (int dy = -R, k = 0; dy <= R; ++dy)
-    for (int dx = -R; dx <= R; ++dx, ++k) mean += w.centred[k] = ref.at(x + dx, y + dy);
+    for (int dx = -R; dx <= R; ++dx, ++k) mean += w.centred[k] = ref.at(x + stride * dx, y + stride * dy);
   mean /= n;
   w.norm = 0;
   for (float& v : w.centred) v = static_cast<float>(v - mean), w.norm += static_cast<double>(v) * v;

@@ -52,9 +52,12 @@ struct ReferenceWindow {
   double norm = 0;  // sum of the squares of centred
 };
 
-// False when the window leaves the image or is flat (nothing to correlate).
+// False when the window leaves the image or is flat (nothing to correlate). With a stride, the
+// window holds every stride-th pixel within `radius`: the window of a camera whose pixels are
+// `stride` times larger, so that window_cost scores it as it is, given the plane's slopes per
+// sample (stride times those per pixel).
 bool reference_window(const Grey& reference, const ViewGeometry& geometry, int x, int y, int radius,
-                      ReferenceWindow& window);
+                      ReferenceWindow& window, int stride = 1);
 
 // 1 - the normalised cross-correlation of the window laid on the inverse-depth plane
 // w = a + b dx + c dy with the neighbour's image; false when the neighbour does not see all of it.
