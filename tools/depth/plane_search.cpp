@@ -5,6 +5,8 @@
 #include <cmath>
 #include <cstdint>
 
+#include "tools/depth/dominant_planes.h"
+#include "tools/depth/fixed_draw.h"
 #include "tools/depth/matching_frame.h"
 #include "tools/depth/slanted_window.h"
 
@@ -14,12 +16,8 @@ namespace {
 // A number in [-1, 1) from the pixel, the pass and the draw: the same on every run and with any
 // number of threads.
 double draw(int x, int y, int pass, int k) {
-  std::uint64_t z = (static_cast<std::uint64_t>(y) << 40) ^ (static_cast<std::uint64_t>(x) << 16) ^
-                    (static_cast<std::uint64_t>(pass) << 4) ^ static_cast<std::uint64_t>(k);
-  z += 0x9e3779b97f4a7c15ULL;
-  z = (z ^ (z >> 30)) * 0xbf58476d1ce4e5b9ULL;
-  z = (z ^ (z >> 27)) * 0x94d049bb133111ebULL;
-  z ^= z >> 31;
+  const std::uint64_t z = mixed((static_cast<std::uint64_t>(y) << 40) ^ (static_cast<std::uint64_t>(x) << 16) ^
+                                (static_cast<std::uint64_t>(pass) << 4) ^ static_cast<std::uint64_t>(k));
   return static_cast<double>(z >> 11) * (2.0 / 9007199254740992.0) - 1.0;
 }
 
@@ -82,6 +80,10 @@ PlaneSearchStatistics search_planes(CMatrix<float>& depth, const Camera& referen
   std::vector<std::array<int, 2>> offsets;
   for (int k : s.reaches) offsets.insert(offsets.end(), {{-k, 0}, {k, 0}, {0, -k}, {0, k}});
   for (int pass = 0; pass < s.passes; ++pass) {
+    // The planes that most well-matched pixels share (a floor, a wall) reach every pixel at once,
+    // where the nearby planes cannot bring them: across a region whose repetitive texture matched
+    // wrongly throughout.
+    const std::vector<ImagePlane> scene = dominant_planes(planes, cost, W, H, s.scene_planes);
     // Random changes shrink pass by pass: from two label steps in depth and a turn of the slant
     // by half a unit of its tangent.
     const double same_a = 1e-3 * s.label_step, same_slant = same_a / (2 * R + 1);
@@ -122,6 +124,11 @@ PlaneSearchStatistics search_planes(CMatrix<float>& depth, const Camera& referen
                 q.a = 1.0 / m(x, y);
                 offer(q);
               }
+          for (const ImagePlane& g : scene) {
+            Plane q;
+            q.a = g.at(x, y), q.b = g.b, q.c = g.c, q.valid = true;
+            offer(q);
+          }
           Plane random = best;
           random.a = w_low + 0.5 * (draw(x, y, pass, 0) + 1.0) * (w_high - w_low);
           offer(random);

@@ -4,6 +4,7 @@
 
 #include "image/CMatrix.h"
 #include "src/core/camera.h"
+#include "tools/depth/dominant_planes.h"
 
 namespace depth_tool {
 
@@ -16,6 +17,7 @@ struct PlaneSearchSettings {
   float min_fine_texture = 1.5f;  // and the same over its own 3 x 3 pixels
   double min_score = 0.5;    // score a pixel's best plane needs to keep its depth
   bool robust = true;        // score by the better half of the neighbours instead of all of them
+  DominantPlaneSettings scene_planes;  // offered to every pixel in every pass
   float near = 0, far = 0;   // depths stay inside the range swept
   float label_step = 0;      // one label step in inverse depth: the scale of the random changes
 };
@@ -31,9 +33,9 @@ struct PlaneSearchStatistics {
 // without one whose surroundings and own 3 x 3 pixels hold texture from a random depth facing the
 // camera. Each pass visits the pixels of one colour of a checkerboard, then the other, offering
 // each the planes of the pixels `reaches` away in the four directions (all of the other colour, so
-// that a half-pass reads no plane it writes), in the first pass the depths of `offered` on its own
-// slant, one random depth on its own slant and two small random changes of its own plane; it keeps
-// the best. A plane's score is one less the mean window cost (1 - normalised cross-correlation)
+// that a half-pass reads no plane it writes), the scene planes that most well-matched pixels share
+// as the pass begins, in the first pass the depths of `offered` on its own slant, one random depth
+// on its own slant and two small random changes of its own plane; it keeps the best. A plane's score is one less the mean window cost (1 - normalised cross-correlation)
 // over the better half of the neighbours that see the window, so that a neighbour that does not
 // see the point (occluded, or the surface turned away from it) does not sink a right plane. At the
 // end a pixel keeps the depth of its plane where the score reaches min_score and the depth lies
