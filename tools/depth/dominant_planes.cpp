@@ -10,20 +10,8 @@ namespace depth_tool {
 namespace {
 
 struct Sample {
-  double x, y, w;
+  double x, y, w, b, c;  // the pixel, its inverse depth and its plane's slopes
 };
-
-// The plane through three samples, false when they lie (nearly) on one line.
-bool plane_through(const Sample& p, const Sample& q, const Sample& r, ImagePlane& plane) {
-  const double ux = q.x - p.x, uy = q.y - p.y, vx = r.x - p.x, vy = r.y - p.y;
-  const double det = ux * vy - uy * vx;
-  if (std::fabs(det) < 1e-6 * (ux * ux + uy * uy + vx * vx + vy * vy) || std::fabs(det) < 1.0) return false;
-  const double dw1 = q.w - p.w, dw2 = r.w - p.w;
-  plane.b = (dw1 * vy - dw2 * uy) / det;
-  plane.c = (ux * dw2 - vx * dw1) / det;
-  plane.a = p.w - plane.b * p.x - plane.c * p.y;
-  return true;
-}
 
 // Least squares over the samples flagged in `in`; false when they do not fix a plane.
 bool fit(const std::vector<Sample>& s, const std::vector<char>& in, ImagePlane& plane) {
@@ -54,7 +42,7 @@ std::vector<ImagePlane> dominant_planes(const std::vector<Plane>& planes, const 
   for (int y = 0; y < H; y += st.step)
     for (int x = 0; x < W; x += st.step) {
       const std::size_t i = static_cast<std::size_t>(y) * W + x;
-      if (planes[i].valid && cost[i] <= st.max_cost) samples.push_back({double(x), double(y), planes[i].a});
+      if (planes[i].valid && cost[i] <= st.max_cost) samples.push_back({double(x), double(y), planes[i].a, planes[i].b, planes[i].c});
     }
   const std::size_t min_support = std::max<std::size_t>(3, static_cast<std::size_t>(st.min_share * samples.size()));
   std::vector<ImagePlane> found;
@@ -79,10 +67,8 @@ std::vector<ImagePlane> dominant_planes(const std::vector<Plane>& planes, const 
     ImagePlane best;
     std::size_t best_count = 0;
     for (int t = 0; t < st.trials; ++t) {
-      ImagePlane p;
-      if (!plane_through(samples[pool[next(pool.size())]], samples[pool[next(pool.size())]],
-                         samples[pool[next(pool.size())]], p))
-        continue;
+      const Sample& q = samples[pool[next(pool.size())]];
+      const ImagePlane p{q.w - q.b * q.x - q.c * q.y, q.b, q.c};
       const std::size_t c = inliers(p, nullptr);
       if (c > best_count) best_count = c, best = p;
     }

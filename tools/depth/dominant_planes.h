@@ -18,14 +18,16 @@ struct DominantPlaneSettings {
   int step = 4;             // pixels sampled: every step-th in both directions
   double max_cost = 0.3;    // of them, those whose plane's window cost is at most this
   double tolerance = 0.005; // an inlier's inverse depth lies this share off the plane at most
-  int trials = 200;         // random triples tried per plane
+  int trials = 200;         // random samples whose planes are tried per plane
   double min_share = 0.03;  // a plane holds at least this share of the samples
 };
 
 // The planes that hold the most well-matched pixels of a map of per-pixel planes (W x H, row by
-// row, with their window costs): random triples of samples propose a plane, the one with the most
-// inliers is refitted to them by least squares, its inliers leave, and the next is sought among the
-// rest. The same on every run.
+// row, with their window costs): the planes of random samples, extended over the image, are tried;
+// the one with the most inliers is refitted to them by least squares, its inliers leave, and the
+// next is sought among the rest. One sample proposes a plane (its slant is part of it), so a
+// surface that holds a fifth of the samples is proposed about forty times in 200 trials. The same
+// on every run.
 std::vector<ImagePlane> dominant_planes(const std::vector<Plane>& planes, const std::vector<double>& cost, int W,
                                         int H, const DominantPlaneSettings& settings);
 

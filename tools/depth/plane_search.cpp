@@ -53,6 +53,7 @@ PlaneSearchStatistics search_planes(CMatrix<float>& depth, const Camera& referen
   std::vector<Plane> planes(n);
   constexpr double kNone = 2.0;  // the cost of a plane no neighbour sees: worse than any window's
   std::vector<double> cost(n, kNone);
+  std::vector<char> only_scene(n, 0);
 
   // The starting planes: the depth on the plane fitted around it, or a random depth facing the camera.
 #pragma omp parallel for schedule(dynamic, 4)
@@ -61,10 +62,16 @@ PlaneSearchStatistics search_planes(CMatrix<float>& depth, const Camera& referen
     for (int x = 0; x < W; ++x) {
       const std::size_t i = static_cast<std::size_t>(y) * W + x;
       const bool has_depth = depth(x, y) > 0;
-      // Without a depth, a pixel needs texture of its own too: a window that straddles the edge of a
-      // flat background matches by its textured side alone.
-      const bool textured = texture(x, y) >= s.min_texture && frame.fine_texture(x, y) >= s.min_fine_texture;
-      if (!(has_depth || textured) || !reference_window(frame.grey, r, x, y, R, window, s.stride)) continue;
+      if (!(has_depth || texture(x, y) >= s.min_texture) || !reference_window(frame.grey, r, x, y, R, window, s.stride))
+        continue;
+      // Without a depth, a pixel needs texture of its own too to search freely: a window that
+      // straddles the edge of a flat background matches by its textured side alone. Such a pixel
+      // (inside a flat check, on a smooth stripe) is offered only the scene planes, which its
+      // window's textured side matches only where the pixel's surface continues that side's plane.
+      if (!has_depth && frame.fine_texture(x, y) < s.min_fine_texture) {
+        only_scene[i] = 1;
+        continue;
+      }
       Plane& q = planes[i];
       if (has_depth) {
         if (!fit_plane(depth, x, y, R, 2.0 * s.label_step, q.a, q.b, q.c)) q.b = q.c = 0;
@@ -96,7 +103,7 @@ PlaneSearchStatistics search_planes(CMatrix<float>& depth, const Camera& referen
         for (int x = (y + colour) % 2; x < W; x += 2) {
           const std::size_t i = static_cast<std::size_t>(y) * W + x;
           Plane best = planes[i];
-          if (!best.valid || !reference_window(frame.grey, r, x, y, R, window, s.stride)) continue;
+          if (!(best.valid || only_scene[i]) || !reference_window(frame.grey, r, x, y, R, window, s.stride)) continue;
           double best_cost = cost[i];
           const auto offer = [&](const Plane& q) {
             // A copy of the pixel's own plane (spread to the pixels around it) is not scored again.
@@ -108,6 +115,11 @@ PlaneSearchStatistics search_planes(CMatrix<float>& depth, const Camera& referen
                 c < best_cost)
               best_cost = c, best = q;
           };
+          for (const ImagePlane& g : scene) offer(Plane{g.at(x, y), g.b, g.c, true});
+          if (only_scene[i]) {
+            planes[i] = best, cost[i] = best_cost;
+            continue;
+          }
           for (const auto& o : offsets) {
             const int u = x + o[0], v = y + o[1];
             if (u < 0 || v < 0 || u >= W || v >= H) continue;
@@ -124,11 +136,6 @@ PlaneSearchStatistics search_planes(CMatrix<float>& depth, const Camera& referen
                 q.a = 1.0 / m(x, y);
                 offer(q);
               }
-          for (const ImagePlane& g : scene) {
-            Plane q;
-            q.a = g.at(x, y), q.b = g.b, q.c = g.c, q.valid = true;
-            offer(q);
-          }
           Plane random = best;
           random.a = w_low + 0.5 * (draw(x, y, pass, 0) + 1.0) * (w_high - w_low);
           offer(random);
