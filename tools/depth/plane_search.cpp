@@ -40,6 +40,24 @@ bool view_cost(const std::vector<WindowPair>& pairs, const ReferenceWindow& wind
   return true;
 }
 
+// Whether pixels that hold the scene plane (within `tolerance` of its inverse depth) lie within
+// `reach` of (x, y) in all four directions: inside the plane's region, not beyond its edge, where a
+// window would match the plane by the side that holds it.
+bool enclosed(const std::vector<Plane>& planes, int W, int H, int x, int y, const ImagePlane& g, double tolerance,
+              int reach) {
+  for (const auto [dx, dy] : {std::array<int, 2>{1, 0}, {-1, 0}, {0, 1}, {0, -1}}) {
+    bool held = false;
+    for (int k = 1; k <= reach && !held; ++k) {
+      const int u = x + k * dx, v = y + k * dy;
+      if (u < 0 || v < 0 || u >= W || v >= H) break;
+      const Plane& q = planes[static_cast<std::size_t>(v) * W + u];
+      held = q.valid && std::fabs(q.a - g.at(u, v)) <= tolerance * q.a;
+    }
+    if (!held) return false;
+  }
+  return true;
+}
+
 }  // namespace
 
 PlaneSearchStatistics search_planes(CMatrix<float>& depth, const Camera& reference,
@@ -115,7 +133,9 @@ PlaneSearchStatistics search_planes(CMatrix<float>& depth, const Camera& referen
                 c < best_cost)
               best_cost = c, best = q;
           };
-          for (const ImagePlane& g : scene) offer(Plane{g.at(x, y), g.b, g.c, true});
+          for (const ImagePlane& g : scene)
+            if (!only_scene[i] || enclosed(planes, W, H, x, y, g, s.scene_planes.tolerance, s.reaches.back()))
+              offer(Plane{g.at(x, y), g.b, g.c, true});
           if (only_scene[i]) {
             planes[i] = best, cost[i] = best_cost;
             continue;
