@@ -42,12 +42,13 @@ bool view_cost(const std::vector<WindowPair>& pairs, const ReferenceWindow& wind
 
 // Whether pixels that hold the scene plane (within `tolerance` of its inverse depth) lie within
 // `reach` of (x, y) in all four directions: inside the plane's region, not beyond its edge, where a
-// window would match the plane by the side that holds it.
+// window would match the plane by the side that holds it. Only pixels an odd number of steps away
+// are read: those of the other colour, which the half-pass does not write.
 bool enclosed(const std::vector<Plane>& planes, int W, int H, int x, int y, const ImagePlane& g, double tolerance,
               int reach) {
   for (const auto [dx, dy] : {std::array<int, 2>{1, 0}, {-1, 0}, {0, 1}, {0, -1}}) {
     bool held = false;
-    for (int k = 1; k <= reach && !held; ++k) {
+    for (int k = 1; k <= reach && !held; k += 2) {
       const int u = x + k * dx, v = y + k * dy;
       if (u < 0 || v < 0 || u >= W || v >= H) break;
       const Plane& q = planes[static_cast<std::size_t>(v) * W + u];
