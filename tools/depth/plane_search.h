@@ -31,7 +31,8 @@ struct PlaneSearchStatistics {
 // Every pixel keeps its own inverse-depth plane w = a + b dx + c dy and the score of its slanted
 // window on it: a pixel with a depth starts from that depth on the plane fitted around it, a pixel
 // without one whose surroundings and own 3 x 3 pixels hold texture from a random depth facing the
-// camera. Each pass visits the pixels of one colour of a checkerboard, then the other, offering
+// camera; one whose surroundings hold texture but not its own 3 x 3 pixels is offered only the
+// scene planes, and only where pixels holding them enclose it. Each pass visits the pixels of one colour of a checkerboard, then the other, offering
 // each the planes of the pixels `reaches` away in the four directions (all of the other colour, so
 // that a half-pass reads no plane it writes), the scene planes that most well-matched pixels share
 // as the pass begins, in the first pass the depths of `offered` on its own slant, one random depth
