@@ -42,7 +42,8 @@ std::vector<ImagePlane> dominant_planes(const std::vector<Plane>& planes, const 
   for (int y = 0; y < H; y += st.step)
     for (int x = 0; x < W; x += st.step) {
       const std::size_t i = static_cast<std::size_t>(y) * W + x;
-      if (planes[i].valid && cost[i] <= st.max_cost) samples.push_back({double(x), double(y), planes[i].a, planes[i].b, planes[i].c});
+      const Plane& q = planes[i];
+      if (q.valid && cost[i] <= st.max_cost) samples.push_back({double(x), double(y), q.a, q.b, q.c});
     }
   const std::size_t min_support = std::max<std::size_t>(3, static_cast<std::size_t>(st.min_share * samples.size()));
   std::vector<ImagePlane> found;
@@ -52,8 +53,8 @@ std::vector<ImagePlane> dominant_planes(const std::vector<Plane>& planes, const 
   const auto inliers = [&](const ImagePlane& p, std::vector<char>* mark) {
     std::size_t count = 0;
     for (std::size_t k = 0; k < samples.size(); ++k) {
-      const bool is = left[k] && std::fabs(p.at(0, 0) + p.b * samples[k].x + p.c * samples[k].y - samples[k].w) <=
-                                     st.tolerance * samples[k].w;
+      const Sample& q = samples[k];
+      const bool is = left[k] && std::fabs(p.a + p.b * q.x + p.c * q.y - q.w) <= st.tolerance * q.w;
       count += is;
       if (mark) (*mark)[k] = is;
     }
