@@ -100,6 +100,28 @@ LANE_INLINE float_lanes sample_lanes(const Grey& g, float_lanes x, float_lanes y
   return (1 - fy) * ((1 - fx) * p00 + fx * p10) + fy * ((1 - fx) * p01 + fx * p11);
 }
 
+// The offsets of a window's pixels in order, padded to whole groups of lanes by repeating the
+// last pixel; kept per thread for the radius last asked for.
+struct WindowOffsets {
+  int radius = -1;
+  std::vector<double> dx, dy;
+};
+
+const WindowOffsets& window_offsets(int radius) {
+  thread_local WindowOffsets o;
+  if (o.radius != radius) {
+    const int side = 2 * radius + 1, n = side * side, padded = (n + kWindowLanes - 1) / kWindowLanes * kWindowLanes;
+    o.radius = radius;
+    o.dx.resize(static_cast<std::size_t>(padded));
+    o.dy.resize(static_cast<std::size_t>(padded));
+    for (int k = 0; k < padded; ++k) {
+      const int at = std::min(k, n - 1);
+      o.dx[k] = at % side - radius, o.dy[k] = at / side - radius;
+    }
+  }
+  return o;
+}
+
 }  // namespace
 
 LANE_KERNEL bool window_cost(const WindowPair& p, const ReferenceWindow& win, double a, double b, double c,
@@ -122,26 +144,28 @@ LANE_KERNEL bool window_cost(const WindowPair& p, const ReferenceWindow& win, do
   const double right = p.W - 1, bottom = p.H - 1;
   const float* centred = win.centred.data();
   double sum = 0, squares = 0, cross = 0;
-  for (int dy = -R, k = 0; dy <= R; ++dy) {
-    const double row[3] = {q0[0] + dy * qy[0], q0[1] + dy * qy[1], q0[2] + dy * qy[2]};  // q at dx = 0
-    for (int dx0 = -R; dx0 <= R; dx0 += kWindowLanes) {
-      // The last group of a row repeats its last pixel in the lanes beyond it.
-      double_lanes dx;
-      for (int l = 0; l < kWindowLanes; ++l) dx[l] = std::min(dx0 + l, R);
-      const double_lanes qz = row[2] + dx * qx[2];
-      const double_lanes inverse = 1.0 / qz;
-      const double_lanes u = p.cx - p.fx * (row[0] + dx * qx[0]) * inverse,
-                         v = p.cy - p.fy * (row[1] + dx * qx[1]) * inverse;
-      // Every lane in front of the camera and inside the neighbour's image (NaN fails both).
-      const long_lanes inside = (qz > 0) & (u >= 0) & (v >= 0) & (u <= right) & (v <= bottom);
-      if ((inside[0] & inside[1] & inside[2] & inside[3]) == 0) return false;
-      const float_lanes g = sample_lanes(p.grey, __builtin_convertvector(u, float_lanes),
-                                         __builtin_convertvector(v, float_lanes));
-      // The sums in window order, as the one-pixel form adds them.
-      const int lanes = std::min(kWindowLanes, R + 1 - dx0);
-      for (int l = 0; l < lanes; ++l, ++k)
-        sum += g[l], squares += static_cast<double>(g[l]) * g[l], cross += static_cast<double>(centred[k]) * g[l];
-    }
+  // The window's pixels in order, four at a time across the ends of its rows (a row of a small
+  // window would leave most lanes of its last group idle); the last group repeats the last pixel
+  // in the lanes beyond it.
+  const WindowOffsets& offsets = window_offsets(R);
+  for (int k0 = 0; k0 < n; k0 += kWindowLanes) {
+    double_lanes dx, dy;
+    std::memcpy(&dx, &offsets.dx[k0], sizeof dx);
+    std::memcpy(&dy, &offsets.dy[k0], sizeof dy);
+    // q at (dx, dy) as the row-by-row form computes it: the row's q at dx = 0, then along the row.
+    const double_lanes row0 = q0[0] + dy * qy[0], row1 = q0[1] + dy * qy[1], row2 = q0[2] + dy * qy[2];
+    const double_lanes qz = row2 + dx * qx[2];
+    const double_lanes inverse = 1.0 / qz;
+    const double_lanes u = p.cx - p.fx * (row0 + dx * qx[0]) * inverse, v = p.cy - p.fy * (row1 + dx * qx[1]) * inverse;
+    // Every lane in front of the camera and inside the neighbour's image (NaN fails both).
+    const long_lanes inside = (qz > 0) & (u >= 0) & (v >= 0) & (u <= right) & (v <= bottom);
+    if ((inside[0] & inside[1] & inside[2] & inside[3]) == 0) return false;
+    const float_lanes g = sample_lanes(p.grey, __builtin_convertvector(u, float_lanes),
+                                       __builtin_convertvector(v, float_lanes));
+    // The sums in window order, as the one-pixel form adds them.
+    const int lanes = std::min(kWindowLanes, n - k0);
+    for (int l = 0; l < lanes; ++l)
+      sum += g[l], squares += static_cast<double>(g[l]) * g[l], cross += static_cast<double>(centred[k0 + l]) * g[l];
   }
   const double var = squares - sum * sum / n;
   cost = var > 1e-6 ? 1.0 - cross / std::sqrt(var * win.norm) : 1.0;
