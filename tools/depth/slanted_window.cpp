@@ -69,20 +69,26 @@ typedef float float_pairs __attribute__((vector_size(32)));     // two neighbour
 typedef long long pair_words __attribute__((vector_size(32)));  // the same, as 8-byte words
 constexpr int kWindowLanes = 4;
 
-// The grey values at index at and at + 1 of every lane (two neighbouring pixels of a row), each
-// pair read as one 8-byte word, the vectors built in one expression rather than lane by lane
-// through memory.
-LANE_INLINE void grey_pairs(const float* v, int_lanes at, float_lanes& left, float_lanes& right) {
+// The grey values at index at and at + 1 of every lane (two neighbouring pixels of a row) and the
+// same a row below, each pair read as one 8-byte word, the vectors built in one expression rather
+// than lane by lane through memory.
+LANE_INLINE void grey_quads(const float* v, int W, int_lanes at, float_lanes& p00, float_lanes& p10,
+                            float_lanes& p01, float_lanes& p11) {
   const auto word = [v](int i) {
     long long w;
     std::memcpy(&w, v + i, sizeof w);
     return w;
   };
-  const pair_words words = {word(at[0]), word(at[1]), word(at[2]), word(at[3])};
+  const int i0 = at[0], i1 = at[1], i2 = at[2], i3 = at[3];
+  const pair_words top = {word(i0), word(i1), word(i2), word(i3)};
+  const pair_words below = {word(i0 + W), word(i1 + W), word(i2 + W), word(i3 + W)};
   float_pairs pairs;
-  std::memcpy(&pairs, &words, sizeof pairs);
-  left = __builtin_shufflevector(pairs, pairs, 0, 2, 4, 6);
-  right = __builtin_shufflevector(pairs, pairs, 1, 3, 5, 7);
+  std::memcpy(&pairs, &top, sizeof pairs);
+  p00 = __builtin_shufflevector(pairs, pairs, 0, 2, 4, 6);
+  p10 = __builtin_shufflevector(pairs, pairs, 1, 3, 5, 7);
+  std::memcpy(&pairs, &below, sizeof pairs);
+  p01 = __builtin_shufflevector(pairs, pairs, 0, 2, 4, 6);
+  p11 = __builtin_shufflevector(pairs, pairs, 1, 3, 5, 7);
 }
 
 // Grey::sample of every lane, (x, y) inside the image.
@@ -93,10 +99,8 @@ LANE_INLINE float_lanes sample_lanes(const Grey& g, float_lanes x, float_lanes y
   y0 = y0 < bottom ? y0 : bottom;
   const float_lanes fx = x - __builtin_convertvector(x0, float_lanes);
   const float_lanes fy = y - __builtin_convertvector(y0, float_lanes);
-  const int_lanes at = y0 * g.W + x0;
   float_lanes p00, p10, p01, p11;
-  grey_pairs(g.v.data(), at, p00, p10);
-  grey_pairs(g.v.data(), at + g.W, p01, p11);
+  grey_quads(g.v.data(), g.W, y0 * g.W + x0, p00, p10, p01, p11);
   return (1 - fy) * ((1 - fx) * p00 + fx * p10) + fy * ((1 - fx) * p01 + fx * p11);
 }
 
