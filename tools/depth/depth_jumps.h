@@ -5,8 +5,8 @@
 namespace depth_tool {
 
 struct JumpSettings {
-  int radius = 3;       // pixels on the near side of a jump that are dropped
-  float jump = 0.05f;   // a depth this share farther than the pixel's is another surface
+  int radius = 3;      // pixels on the near side of a jump that are dropped
+  float jump = 0.05f;  // a depth this share farther than the pixel's is another surface
 };
 
 // Drops every depth that has a markedly farther depth within `radius` pixels (a disc), and returns

@@ -270,7 +270,7 @@ void keep_consistent(const DepthOptions& o, const std::vector<Camera>& cameras, 
 void drop_near_sides(std::vector<ViewDepth>& results, std::ostream& out) {
   long dropped = 0;
   for (ViewDepth& r : results) dropped += drop_near_side_of_jumps(r.depth);
-  out << "Depth jumps: " << dropped << " depths on the near side of one dropped" << std::endl;
+  out << "Depth jumps: " << dropped << " depths beside a farther surface dropped" << std::endl;
 }
 
 // Why a run ends without a depth anywhere.
