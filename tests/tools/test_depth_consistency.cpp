@@ -1,6 +1,6 @@
 // The multi-view consistency check of quillara-depth on the true depth maps of a generated scene:
-// true maps confirm each other wherever two views see one surface, and maps off by 2 % mostly do
-// not.
+// true maps confirm each other wherever two views see one surface, maps off by 2 % mostly do not,
+// a surface only two views see stays, and a floating depth that one other map repeats goes.
 
 #include <gtest/gtest.h>
 
@@ -11,6 +11,7 @@
 #include "formats/depth_png.h"
 #include "tests/support/io_test_support.h"
 #include "tools/depth/depth_consistency.h"
+#include "tools/depth/depth_transfer.h"
 #include "tools/depth/depth_views.h"
 #include "tools/scene/scene_files.h"
 
@@ -41,7 +42,7 @@ TrueViews true_views(int views, int width = 160, int height = 120) {
 std::pair<double, double> confirmed(const TrueViews& t) {
   std::vector<int> others;
   for (int j = 1; j < static_cast<int>(t.depths.size()); ++j) others.push_back(j);
-  const CMatrix<unsigned char> counts = depth_tool::agreeing_views(t.geometry, t.depths, 0, others);
+  const CMatrix<unsigned char> counts = depth_tool::judge_depths(t.geometry, t.depths, 0, others).agreeing;
   long with_depth = 0, one = 0, two = 0;
   for (std::size_t p = 0; p < counts.size(); ++p) {
     if (!(t.depths[0].data[p] > 0)) {
@@ -58,6 +59,23 @@ double confirmed_when_off(TrueViews t, float share) {
   for (std::size_t j = 1; j < t.depths.size(); ++j)
     for (std::size_t p = 0; p < t.depths[j].size(); ++p) t.depths[j].data[p] *= 1.0f + share;
   return confirmed(t).first;
+}
+
+// Shares of view 0's depths, among those that exactly one other view confirms, and among all, that
+// stay when two confirmations are wanted.
+std::pair<double, double> kept_by_two(const TrueViews& t) {
+  std::vector<int> others;
+  for (int j = 1; j < static_cast<int>(t.depths.size()); ++j) others.push_back(j);
+  const depth_tool::DepthVerdicts v = depth_tool::judge_depths(t.geometry, t.depths, 0, others);
+  long one = 0, one_kept = 0, all = 0, kept = 0;
+  for (std::size_t p = 0; p < v.agreeing.size(); ++p) {
+    if (!(t.depths[0].data[p] > 0)) continue;
+    const bool stays = depth_tool::confirmed_enough(v.agreeing.data[p], v.seeing.data[p], 2);
+    EXPECT_LE(v.agreeing.data[p], v.seeing.data[p]);
+    ++all, kept += stays;
+    if (v.agreeing.data[p] == 1) ++one, one_kept += stays;
+  }
+  return {static_cast<double>(one_kept) / one, static_cast<double>(kept) / all};
 }
 
 }  // namespace
@@ -90,4 +108,46 @@ TEST(DepthConsistency, TheImageShowsTheCountInSteps) {
   counts.data[0] = 0, counts.data[1] = 1, counts.data[2] = 4, counts.data[3] = 9;
   const CMatrix<unsigned char> image = depth_tool::agreement_image(counts);
   EXPECT_EQ(std::vector<int>(image.data, image.data + 4), (std::vector<int>{0, 51, 204, 255}));
+}
+
+// Where only two views face a surface, one confirmation is all there can be: most of view 0's true
+// depths that one other view confirms stay with --consistent 2 (none would by the count alone). A
+// patch of depths floating in front of the scene's middle, repeated by view 1's map, is also faced
+// by view 7 (given a wider turn), whose map holds the scene behind it: it wants two confirmations
+// and goes.
+TEST(DepthConsistency, APointOnlyTwoViewsSeeStaysAndAFloatingOneDoesNot) {
+  TrueViews t = true_views(8);
+  const auto [one_kept, kept] = kept_by_two(t);
+  std::cout << "kept: of those one view confirms " << one_kept << ", of all " << kept << "\n";
+  EXPECT_GT(one_kept, 0.6);
+  EXPECT_GT(kept, 0.95);
+
+  CMatrix<float> patch(t.depths[0].xSize, t.depths[0].ySize, 0.0f);
+  long floating = 0;
+  for (int y = 40; y < 80; ++y)
+    for (int x = 60; x < 100; ++x) patch(x, y) = t.depths[0](x, y) = 2.0f, ++floating;
+  ASSERT_GT(floating, 500);
+  const CMatrix<float> repeated = depth_tool::transferred_depths(t.geometry[1], t.geometry[0], patch);
+  for (std::size_t p = 0; p < repeated.size(); ++p)
+    if (repeated.data[p] > 0 && !(t.depths[1].data[p] > 0 && t.depths[1].data[p] < repeated.data[p]))
+      t.depths[1].data[p] = repeated.data[p];
+  std::vector<int> others;
+  for (int j = 1; j < 8; ++j) others.push_back(j);
+  depth_tool::VerdictSettings facing_views_7;  // the patch turns 66 degrees from view 7
+  facing_views_7.most_turn_degrees = 70;
+  const depth_tool::DepthVerdicts v = depth_tool::judge_depths(t.geometry, t.depths, 0, others, facing_views_7);
+  long confirmed_once = 0, stays = 0;
+  for (std::size_t p = 0; p < patch.size(); ++p)
+    if (patch.data[p] > 0)
+      confirmed_once += v.agreeing.data[p] >= 1, stays += depth_tool::confirmed_enough(v.agreeing.data[p], v.seeing.data[p], 2);
+  std::cout << "floating patch: " << floating << " depths, " << confirmed_once << " confirmed once, " << stays
+            << " stay\n";
+  EXPECT_GT(confirmed_once, floating / 2);
+  EXPECT_LT(stays, floating / 20);
+
+  // No view that could see a depth still leaves one confirmation to want; 0 keeps everything.
+  EXPECT_FALSE(depth_tool::confirmed_enough(0, 0, 2));
+  EXPECT_TRUE(depth_tool::confirmed_enough(1, 1, 3));
+  EXPECT_FALSE(depth_tool::confirmed_enough(1, 2, 2));
+  EXPECT_TRUE(depth_tool::confirmed_enough(0, 0, 0));
 }

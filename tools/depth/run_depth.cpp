@@ -252,11 +252,12 @@ void keep_consistent(const DepthOptions& o, const std::vector<Camera>& cameras, 
   long kept = 0, matched = 0;
   for (std::size_t i = 0; i < results.size(); ++i) {
     ViewDepth& r = results[i];
-    r.agreeing = agreeing_views(geometry, depths, static_cast<int>(i), r.others);
+    DepthVerdicts verdicts = judge_depths(geometry, depths, static_cast<int>(i), r.others);
     for (std::size_t p = 0; p < r.depth.size(); ++p) {
-      if (r.agreeing.data[p] < o.consistent) r.depth.data[p] = 0.0f;
+      if (!confirmed_enough(verdicts.agreeing.data[p], verdicts.seeing.data[p], o.consistent)) r.depth.data[p] = 0.0f;
       kept += r.depth.data[p] > 0.0f;
     }
+    r.agreeing = std::move(verdicts.agreeing);
     matched += r.matched;
   }
   out << "Consistency: " << kept << " of " << matched << " depths confirmed by at least " << o.consistent
