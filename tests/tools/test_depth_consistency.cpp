@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <iostream>
 #include <string>
 #include <vector>
@@ -150,4 +151,58 @@ TEST(DepthConsistency, APointOnlyTwoViewsSeeStaysAndAFloatingOneDoesNot) {
   EXPECT_TRUE(depth_tool::confirmed_enough(1, 1, 3));
   EXPECT_FALSE(depth_tool::confirmed_enough(1, 2, 2));
   EXPECT_TRUE(depth_tool::confirmed_enough(0, 0, 0));
+}
+
+// Two maps whose planes cross (as a plane run past an object's outline meets another view's) agree
+// in depth along the line where they cross, but their normals lie 60 degrees apart there: only
+// when normals are not compared does view 1 confirm view 0's depths on that line.
+TEST(DepthConsistency, PlanesThatCrossDoNotConfirmEachOther) {
+  using depth_tool::Point3;
+  TrueViews t = true_views(8);
+  const depth_tool::ViewGeometry& g0 = t.geometry[0];
+  const auto minus = [](Point3 a, Point3 b) { return Point3{a.x - b.x, a.y - b.y, a.z - b.z}; };
+  const auto dot = [](Point3 a, Point3 b) { return a.x * b.x + a.y * b.y + a.z * b.z; };
+  const auto unit = [&](Point3 a) {
+    const double l = std::sqrt(dot(a, a));
+    return Point3{a.x / l, a.y / l, a.z / l};
+  };
+  // Plane A faces view 0 at depth 2 (in front of the scene); plane B is A turned by 60 degrees
+  // about the vertical line through its middle.
+  const Point3 middle = depth_tool::back_project(g0, g0.cx, g0.cy, 2.0);
+  const Point3 a = unit(minus(depth_tool::back_project(g0, g0.cx, g0.cy, 1.0), depth_tool::back_project(g0, 0, 0, 0)));
+  const Point3 axis = unit(minus(depth_tool::back_project(g0, g0.cx, g0.cy + 1, 2.0), middle));
+  const Point3 side{axis.y * a.z - axis.z * a.y, axis.z * a.x - axis.x * a.z, axis.x * a.y - axis.y * a.x};
+  const double c = std::cos(M_PI / 3), s = std::sin(M_PI / 3);
+  const Point3 b{c * a.x + s * side.x, c * a.y + s * side.y, c * a.z + s * side.z};
+  // Each map gets its plane within 0.3 of the middle, ray by ray.
+  CMatrix<unsigned char> painted(g0.width, g0.height, 0);
+  const auto paint = [&](int view, Point3 normal) {
+    const depth_tool::ViewGeometry& g = t.geometry[view];
+    const Point3 centre = depth_tool::back_project(g, 0, 0, 0);
+    long n = 0;
+    for (int y = 0; y < g.height; ++y)
+      for (int x = 0; x < g.width; ++x) {
+        const Point3 ray = minus(depth_tool::back_project(g, x, y, 1.0), centre);  // depth 1 along it
+        const double depth = dot(normal, minus(middle, centre)) / dot(normal, ray);
+        const Point3 p = depth_tool::back_project(g, x, y, depth);
+        if (!(depth > 0) || dot(minus(p, middle), minus(p, middle)) >= 0.09) continue;
+        t.depths[view](x, y) = static_cast<float>(depth), ++n;
+        if (view == 0) painted(x, y) = 1;
+      }
+    return n;
+  };
+  ASSERT_GT(paint(0, a), 1000);
+  ASSERT_GT(paint(1, b), 300);
+  const auto confirmed_by_view_1 = [&](double most_normal_degrees) {
+    depth_tool::VerdictSettings settings;
+    settings.most_normal_degrees = most_normal_degrees;
+    const CMatrix<unsigned char> agreeing = depth_tool::judge_depths(t.geometry, t.depths, 0, {1}, settings).agreeing;
+    long n = 0;
+    for (std::size_t p = 0; p < agreeing.size(); ++p) n += painted.data[p] && agreeing.data[p];
+    return n;
+  };
+  const long without = confirmed_by_view_1(180), with = confirmed_by_view_1(45);
+  std::cout << "depths on the crossing confirmed: normals not compared " << without << ", compared " << with << "\n";
+  EXPECT_GT(without, 20);
+  EXPECT_LT(with, without / 10);
 }

@@ -59,7 +59,7 @@ bool surface_normal(const ViewGeometry& v, const CMatrix<float>& depth, int x, i
 }
 
 struct Limits {
-  double most_pixels, most_relative, least_cosine, hidden_share;
+  double most_pixels, most_relative, least_facing_cosine, least_normal_cosine, hidden_share;
 };
 
 // One other view's verdict on the point p of pixel (x, y) at depth d: 2 it confirms it, 1 it
@@ -71,16 +71,26 @@ int verdict(const ViewGeometry& reference, const ViewGeometry& other, Point3 oth
   if (!project(other, p, u, v, z)) return 0;
   const long iu = std::lround(u), iv = std::lround(v);
   if (iu < 0 || iv < 0 || iu >= other.width || iv >= other.height) return 0;
-  const float d_other = other_depth(static_cast<int>(iu), static_cast<int>(iv));
+  const int ju = static_cast<int>(iu), jv = static_cast<int>(iv);
+  const float d_other = other_depth(ju, jv);
   // Carried back along the ray through (u, v) itself, not through the pixel's centre, so that the
   // rounding to a pixel does not count as disagreement.
   double bx, by, bz;
   if (d_other > 0 && project(reference, back_project(other, u, v, d_other), bx, by, bz) &&
-      std::hypot(bx - x, by - y) <= l.most_pixels && std::fabs(bz - d) <= l.most_relative * d)
-    return 2;
+      std::hypot(bx - x, by - y) <= l.most_pixels && std::fabs(bz - d) <= l.most_relative * d) {
+    // A plane that runs past an object's outline in two views meets itself there at a turned
+    // normal; one surface has one normal in both maps.
+    Point3 n_other;
+    if (normal == nullptr ||
+        !surface_normal(other, other_depth, ju, jv, d_other, back_project(other, ju, jv, d_other), other_centre,
+                        n_other) ||
+        dot(*normal, n_other) >= l.least_normal_cosine)
+      return 2;
+    return 1;
+  }
   if (normal != nullptr) {
     const Point3 to = minus(other_centre, p);
-    if (dot(*normal, to) < l.least_cosine * std::sqrt(dot(to, to))) return 0;
+    if (dot(*normal, to) < l.least_facing_cosine * std::sqrt(dot(to, to))) return 0;
   }
   return d_other > 0 && d_other < (1.0 - l.hidden_share) * z ? 0 : 1;
 }
@@ -93,7 +103,8 @@ DepthVerdicts judge_depths(const std::vector<ViewGeometry>& views, const std::ve
   const CMatrix<float>& depth = depths[reference];
   const double focal = std::min(r.fx, r.fy);
   const Limits limits{std::max(kLeastPixels, kMostAngle * focal), std::min(kMostRelativeDepth, 1.0 / focal),
-                      std::cos(settings.most_turn_degrees * M_PI / 180.0), settings.hidden_share};
+                      std::cos(settings.most_turn_degrees * M_PI / 180.0),
+                      std::cos(settings.most_normal_degrees * M_PI / 180.0), settings.hidden_share};
   std::vector<Point3> centres;
   for (const ViewGeometry& v : views) centres.push_back(back_project(v, 0, 0, 0));
   DepthVerdicts out{CMatrix<unsigned char>(depth.xSize, depth.ySize), CMatrix<unsigned char>(depth.xSize, depth.ySize)};
