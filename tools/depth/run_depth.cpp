@@ -240,8 +240,9 @@ void search_again(const DepthOptions& o, const std::vector<DepthView>& views, co
   }
 }
 
-// Keeps the depths that at least o.consistent other views' maps confirm; every view's count is
-// taken from the maps as matched, before any is thinned.
+// Keeps the depths that at least o.consistent other views' maps confirm, or all the views that could
+// see them where fewer could (one at least); every view's verdicts are taken from the maps as
+// matched, before any is thinned.
 void keep_consistent(const DepthOptions& o, const std::vector<Camera>& cameras, std::vector<ViewDepth>& results,
                      std::ostream& out) {
   const auto t0 = std::chrono::steady_clock::now();
@@ -261,7 +262,7 @@ void keep_consistent(const DepthOptions& o, const std::vector<Camera>& cameras, 
     matched += r.matched;
   }
   out << "Consistency: " << kept << " of " << matched << " depths confirmed by at least " << o.consistent
-      << " other view" << (o.consistent == 1 ? "" : "s") << " in "
+      << " other view" << (o.consistent == 1 ? "" : "s") << " (or all that could see them, one at least) in "
       << std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count() << " s" << std::endl;
 }
 
