@@ -140,7 +140,8 @@ TEST(DepthConsistency, APointOnlyTwoViewsSeeStaysAndAFloatingOneDoesNot) {
   long confirmed_once = 0, stays = 0;
   for (std::size_t p = 0; p < patch.size(); ++p)
     if (patch.data[p] > 0)
-      confirmed_once += v.agreeing.data[p] >= 1, stays += depth_tool::confirmed_enough(v.agreeing.data[p], v.seeing.data[p], 2);
+      confirmed_once += v.agreeing.data[p] >= 1,
+          stays += depth_tool::confirmed_enough(v.agreeing.data[p], v.seeing.data[p], 2);
   std::cout << "floating patch: " << floating << " depths, " << confirmed_once << " confirmed once, " << stays
             << " stay\n";
   EXPECT_GT(confirmed_once, floating / 2);

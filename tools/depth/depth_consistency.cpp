@@ -78,8 +78,8 @@ int verdict(const ViewGeometry& reference, const ViewGeometry& other, Point3 oth
   double bx, by, bz;
   if (d_other > 0 && project(reference, back_project(other, u, v, d_other), bx, by, bz) &&
       std::hypot(bx - x, by - y) <= l.most_pixels && std::fabs(bz - d) <= l.most_relative * d) {
-    // A plane that runs past an object's outline in two views meets itself there at a turned
-    // normal; one surface has one normal in both maps.
+    // Planes that run past an object's outline in two views cross, and agree in depth only along
+    // that line, at normals apart; one surface has one normal in both maps.
     Point3 n_other;
     if (normal == nullptr ||
         !surface_normal(other, other_depth, ju, jv, d_other, back_project(other, ju, jv, d_other), other_centre,
