@@ -241,8 +241,9 @@ void search_again(const DepthOptions& o, const std::vector<DepthView>& views, co
   }
 }
 
-// Keeps the depths that at least o.consistent other views' maps confirm; every view's count is
-// taken from the maps as matched, before any is thinned.
+// Keeps the depths that at least o.consistent other views' maps confirm, or all the views that could
+// see them where fewer could (one at least); every view's verdicts are taken from the maps as
+// matched, before any is thinned.
 void keep_consistent(const DepthOptions& o, const std::vector<Camera>& cameras, std::vector<ViewDepth>& results,
                      std::ostream& out) {
   const auto t0 = std::chrono::steady_clock::now();
@@ -253,15 +254,16 @@ void keep_consistent(const DepthOptions& o, const std::vector<Camera>& cameras, 
   long kept = 0, matched = 0;
   for (std::size_t i = 0; i < results.size(); ++i) {
     ViewDepth& r = results[i];
-    r.agreeing = agreeing_views(geometry, depths, static_cast<int>(i), r.others);
+    DepthVerdicts verdicts = judge_depths(geometry, depths, static_cast<int>(i), r.others);
     for (std::size_t p = 0; p < r.depth.size(); ++p) {
-      if (r.agreeing.data[p] < o.consistent) r.depth.data[p] = 0.0f;
+      if (!confirmed_enough(verdicts.agreeing.data[p], verdicts.seeing.data[p], o.consistent)) r.depth.data[p] = 0.0f;
       kept += r.depth.data[p] > 0.0f;
     }
+    r.agreeing = std::move(verdicts.agreeing);
     matched += r.matched;
   }
   out << "Consistency: " << kept << " of " << matched << " depths confirmed by at least " << o.consistent
-      << " other view" << (o.consistent == 1 ? "" : "s") << " in "
+      << " other view" << (o.consistent == 1 ? "" : "s") << " (or all that could see them, one at least) in "
       << std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count() << " s" << std::endl;
 }
 
