@@ -1,7 +1,9 @@
 // The slanted-window steps of quillara-depth on one 640 x 480 view of a generated photograph ring
 // of 16 (22.5 degrees apart) against its 4 neighbours, on the view's true depths: the plane fit
 // around every pixel (fit_plane) and the mean window cost of each pixel's plane over the
-// neighbours (reference_window and mean_cost), timed separately.
+// neighbours (reference_window and mean_cost), timed separately; the window cost both for the
+// refinement's dense 7 x 7 windows and for the plane search's 9 x 9 windows sampled every other
+// pixel (arguments: radius, stride).
 //   bench_slanted_window [benchmark flags]
 
 #include <benchmark/benchmark.h>
@@ -55,6 +57,7 @@ void BM_FitPlane(benchmark::State& state) {
 BENCHMARK(BM_FitPlane)->Unit(benchmark::kMillisecond)->MeasureProcessCPUTime()->UseRealTime()->Iterations(3);
 
 void BM_WindowCost(benchmark::State& state) {
+  const int radius = static_cast<int>(state.range(0)), stride = static_cast<int>(state.range(1));
   const depth_tool::ViewGeometry r = depth_tool::view_geometry(cameras[kReference]);
   std::vector<depth_tool::WindowPair> pairs;
   for (int n : kNeighbourViews) pairs.push_back(depth_tool::window_pair(r, cameras[n]));
@@ -74,8 +77,10 @@ void BM_WindowCost(benchmark::State& state) {
     depth_tool::ReferenceWindow window;
     for (std::size_t i = 0; i < planes.size(); ++i) {
       double cost;
-      if (!depth_tool::reference_window(ref, r, at[i] % depth.xSize, at[i] / depth.xSize, kRadius, window)) continue;
-      if (depth_tool::mean_cost(pairs, window, planes[i].a, planes[i].b, planes[i].c, cost)) total += cost;
+      if (!depth_tool::reference_window(ref, r, at[i] % depth.xSize, at[i] / depth.xSize, radius, window, stride))
+        continue;
+      if (depth_tool::mean_cost(pairs, window, planes[i].a, stride * planes[i].b, stride * planes[i].c, cost))
+        total += cost;
       ++windows;
     }
   }
@@ -83,7 +88,7 @@ void BM_WindowCost(benchmark::State& state) {
   state.counters["windows_per_second"] = benchmark::Counter(static_cast<double>(windows) * std::size(kNeighbourViews),
                                                             benchmark::Counter::kIsIterationInvariantRate);
 }
-BENCHMARK(BM_WindowCost)->Unit(benchmark::kMillisecond)->MeasureProcessCPUTime()->UseRealTime()->Iterations(3);
+BENCHMARK(BM_WindowCost)->Args({kRadius, 1})->Args({4, 2})->Unit(benchmark::kMillisecond)->MeasureProcessCPUTime()->UseRealTime()->Iterations(3);
 
 }  // namespace
 

@@ -61,7 +61,8 @@ bool expected_cost(const WindowPair& p, const ReferenceWindow& win, double a, do
 
 }  // namespace
 
-// Radii 3 and 2 (rows of 7 and 5 pixels: whole and partial groups of lanes), planes of many
+// Radii 3, 2 and 1 (49, 25 and 9 pixels: groups of lanes that span one or two row ends, and a
+// last group with one pixel), planes of many
 // slants and depths: the same verdict everywhere, and the same cost to rounding where the
 // window is seen whole.
 TEST(SlantedWindowLanes, CostFollowsThePlainGeometry) {
@@ -72,14 +73,19 @@ TEST(SlantedWindowLanes, CostFollowsThePlainGeometry) {
     return lo + (hi - lo) * (seed >> 8) / 16777216.0;
   };
   int seen = 0, unseen = 0;
-  for (int R : {3, 2}) {
+  for (int R : {3, 2, 1}) {
     ReferenceWindow win;
     win.radius = R, win.fx = 90, win.fy = 92;
     for (int trial = 0; trial < 400; ++trial) {
       win.rx0 = uniform(-0.3, 0.3), win.ry0 = uniform(-0.25, 0.25);
+      // A reference window less its mean, as reference_window makes it.
+      const int n = (2 * R + 1) * (2 * R + 1);
+      std::vector<double> values;
+      double mean = 0;
+      for (int k = 0; k < n; ++k) values.push_back(uniform(-20, 20)), mean += values.back() / n;
       win.centred.clear(), win.norm = 0;
-      for (int k = 0; k < (2 * R + 1) * (2 * R + 1); ++k) {
-        win.centred.push_back(static_cast<float>(uniform(-20, 20)));
+      for (double v : values) {
+        win.centred.push_back(static_cast<float>(v - mean));
         win.norm += static_cast<double>(win.centred.back()) * win.centred.back();
       }
       // Inverse depths around 1 / 2.5 with slants up to a few labels per pixel; some windows

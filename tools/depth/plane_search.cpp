@@ -105,6 +105,12 @@ PlaneSearchStatistics search_planes(CMatrix<float>& depth, const Camera& referen
 
   std::vector<std::array<int, 2>> offsets;
   for (int k : s.reaches) offsets.insert(offsets.end(), {{-k, 0}, {k, 0}, {0, -k}, {0, k}});
+  // A pixel's visit can only lower its cost, so a plane that lost at its last visit loses again.
+  // Per pixel: the half-pass in which its plane last changed, and which of the planes moved from
+  // the pixels around it were scored (or had lost before) at its last visit; such a plane that
+  // has not changed since is not scored again.
+  std::vector<int> changed_in(n, -1);
+  std::vector<std::uint64_t> lost(n, 0);
   for (int pass = 0; pass < s.passes; ++pass) {
     // The planes that most well-matched pixels share (a floor, a wall) reach every pixel at once,
     // where the nearby planes cannot bring them: across a region whose repetitive texture matched
@@ -116,6 +122,7 @@ PlaneSearchStatistics search_planes(CMatrix<float>& depth, const Camera& referen
     const double shrink = std::ldexp(1.0, -pass), depth_change = 2.0 * s.label_step * shrink,
                  slant_change = 0.5 * shrink / r.fx;
     for (int colour = 0; colour < 2; ++colour) {
+      const int half = 2 * pass + colour, last_visit = half - 2;
 #pragma omp parallel for schedule(dynamic, 4)
       for (int y = 0; y < H; ++y) {
         ReferenceWindow window;
@@ -124,31 +131,43 @@ PlaneSearchStatistics search_planes(CMatrix<float>& depth, const Camera& referen
           Plane best = planes[i];
           if (!(best.valid || only_scene[i]) || !reference_window(frame.grey, r, x, y, R, window, s.stride)) continue;
           double best_cost = cost[i];
+          // False when the plane was not scored, being a copy of the pixel's own plane.
           const auto offer = [&](const Plane& q) {
             // A copy of the pixel's own plane (spread to the pixels around it) is not scored again.
             if (std::fabs(q.a - best.a) < same_a && std::fabs(q.b - best.b) < same_slant &&
                 std::fabs(q.c - best.c) < same_slant)
-              return;
+              return false;
             double c;
             if (q.a >= w_low && q.a <= w_high && view_cost(frame.pairs, window, s.stride, q, s.robust, c) &&
                 c < best_cost)
               best_cost = c, best = q;
+            return true;
           };
           for (const ImagePlane& g : scene)
             if (!only_scene[i] || enclosed(planes, W, H, x, y, g, s.scene_planes.tolerance, s.reaches.back()))
               offer(Plane{g.at(x, y), g.b, g.c, true});
           if (only_scene[i]) {
+            if (best_cost < cost[i]) changed_in[i] = half;
             planes[i] = best, cost[i] = best_cost;
             continue;
           }
-          for (const auto& o : offsets) {
+          const std::uint64_t lost_before = lost[i];
+          std::uint64_t lost_now = 0;
+          for (std::size_t k = 0; k < offsets.size(); ++k) {
+            const auto& o = offsets[k];
             const int u = x + o[0], v = y + o[1];
             if (u < 0 || v < 0 || u >= W || v >= H) continue;
-            const Plane& q = planes[static_cast<std::size_t>(v) * W + u];
+            const std::size_t j = static_cast<std::size_t>(v) * W + u;
+            const Plane& q = planes[j];
             if (!q.valid) continue;
+            const std::uint64_t bit = k < 64 ? std::uint64_t{1} << k : 0;
+            if ((lost_before & bit) && changed_in[j] < last_visit) {
+              lost_now |= bit;
+              continue;
+            }
             Plane moved = q;  // the other pixel's plane, moved to this pixel
             moved.a = q.a - q.b * o[0] - q.c * o[1];
-            offer(moved);
+            if (offer(moved)) lost_now |= bit;
           }
           if (pass == 0)
             for (const CMatrix<float>& m : offered)
@@ -167,7 +186,8 @@ PlaneSearchStatistics search_planes(CMatrix<float>& depth, const Camera& referen
             changed.c += slant_change * best.a * draw(x, y, pass, 3 * k + 2);
             offer(changed);
           }
-          planes[i] = best, cost[i] = best_cost;
+          if (best_cost < cost[i]) changed_in[i] = half;
+          planes[i] = best, cost[i] = best_cost, lost[i] = lost_now;
         }
       }
     }

@@ -17,6 +17,7 @@
 #include "tools/cli/shell_quote.h"
 #include "tools/depth/curved_refinement.h"
 #include "tools/depth/depth_consistency.h"
+#include "tools/depth/depth_jumps.h"
 #include "tools/depth/depth_transfer.h"
 #include "tools/depth/depth_views.h"
 #include "tools/depth/estimate_depthmap.h"
@@ -240,8 +241,9 @@ void search_again(const DepthOptions& o, const std::vector<DepthView>& views, co
   }
 }
 
-// Keeps the depths that at least o.consistent other views' maps confirm; every view's count is
-// taken from the maps as matched, before any is thinned.
+// Keeps the depths that at least o.consistent other views' maps confirm, or all the views that could
+// see them where fewer could (one at least); every view's verdicts are taken from the maps as
+// matched, before any is thinned.
 void keep_consistent(const DepthOptions& o, const std::vector<Camera>& cameras, std::vector<ViewDepth>& results,
                      std::ostream& out) {
   const auto t0 = std::chrono::steady_clock::now();
@@ -252,16 +254,25 @@ void keep_consistent(const DepthOptions& o, const std::vector<Camera>& cameras, 
   long kept = 0, matched = 0;
   for (std::size_t i = 0; i < results.size(); ++i) {
     ViewDepth& r = results[i];
-    r.agreeing = agreeing_views(geometry, depths, static_cast<int>(i), r.others);
+    DepthVerdicts verdicts = judge_depths(geometry, depths, static_cast<int>(i), r.others);
     for (std::size_t p = 0; p < r.depth.size(); ++p) {
-      if (r.agreeing.data[p] < o.consistent) r.depth.data[p] = 0.0f;
+      if (!confirmed_enough(verdicts.agreeing.data[p], verdicts.seeing.data[p], o.consistent)) r.depth.data[p] = 0.0f;
       kept += r.depth.data[p] > 0.0f;
     }
+    r.agreeing = std::move(verdicts.agreeing);
     matched += r.matched;
   }
   out << "Consistency: " << kept << " of " << matched << " depths confirmed by at least " << o.consistent
-      << " other view" << (o.consistent == 1 ? "" : "s") << " in "
+      << " other view" << (o.consistent == 1 ? "" : "s") << " (or all that could see them, one at least) in "
       << std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count() << " s" << std::endl;
+}
+
+// The depths beside a jump to a farther surface, on its near side, are mostly the near surface
+// grown past its outline; they go after the check so that they still confirm other views.
+void drop_near_sides(std::vector<ViewDepth>& results, std::ostream& out) {
+  long dropped = 0;
+  for (ViewDepth& r : results) dropped += drop_near_side_of_jumps(r.depth);
+  out << "Depth jumps: " << dropped << " depths beside a farther surface dropped" << std::endl;
 }
 
 // Why a run ends without a depth anywhere.
@@ -341,6 +352,7 @@ void run_depth(const DepthOptions& o, std::ostream& out) {
   for (int i = 0; i < static_cast<int>(views.size()); ++i) results.push_back(estimate_view(o, views, cameras, textures, i, out));
   if (o.search > 0 && o.search_again > 0) search_again(o, views, cameras, textures, results, out);
   keep_consistent(o, cameras, results, out);
+  drop_near_sides(results, out);
 
   long pixels = 0, with_depth = 0;
   std::vector<float> samples;  // every 97th depth kept, the first included, for the median
@@ -359,6 +371,9 @@ void run_depth(const DepthOptions& o, std::ostream& out) {
   write_results(o, views, results, !existed);
 
   const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+  // Estimated maps confirm stray depths more often than measured ones (the same straddling
+  // window errs alike in every view), so the printed fusion asks each point for the support of
+  // most of the views that see it rather than of a third.
   std::ostringstream share;
   share.precision(3);
   share << 100.0 * static_cast<double>(with_depth) / static_cast<double>(pixels);
@@ -366,7 +381,7 @@ void run_depth(const DepthOptions& o, std::ostream& out) {
       << " % of the pixels\n"
       << "  view files, depth maps and agreement images (NAME_agreeing.png) in " << o.out_dir << "\n"
       << "  next: quillara --out-dir " << shell_quote((fs::path(o.out_dir) / "model").string())
-      << " --depth-avg " << median(samples) << " --visible-support 0.3 -- "
+      << " --depth-avg " << median(samples) << " --visible-support 0.8 -- "
       << shell_quote((fs::path(o.out_dir) / "").string()) << "*.txt" << std::endl;
 }
 

@@ -69,20 +69,26 @@ typedef float float_pairs __attribute__((vector_size(32)));     // two neighbour
 typedef long long pair_words __attribute__((vector_size(32)));  // the same, as 8-byte words
 constexpr int kWindowLanes = 4;
 
-// The grey values at index at and at + 1 of every lane (two neighbouring pixels of a row), each
-// pair read as one 8-byte word, the vectors built in one expression rather than lane by lane
-// through memory.
-LANE_INLINE void grey_pairs(const float* v, int_lanes at, float_lanes& left, float_lanes& right) {
+// The grey values at index at and at + 1 of every lane (two neighbouring pixels of a row) and the
+// same a row below, each pair read as one 8-byte word, the vectors built in one expression rather
+// than lane by lane through memory.
+LANE_INLINE void grey_quads(const float* v, int W, int_lanes at, float_lanes& p00, float_lanes& p10,
+                            float_lanes& p01, float_lanes& p11) {
   const auto word = [v](int i) {
     long long w;
     std::memcpy(&w, v + i, sizeof w);
     return w;
   };
-  const pair_words words = {word(at[0]), word(at[1]), word(at[2]), word(at[3])};
+  const int i0 = at[0], i1 = at[1], i2 = at[2], i3 = at[3];
+  const pair_words top = {word(i0), word(i1), word(i2), word(i3)};
+  const pair_words below = {word(i0 + W), word(i1 + W), word(i2 + W), word(i3 + W)};
   float_pairs pairs;
-  std::memcpy(&pairs, &words, sizeof pairs);
-  left = __builtin_shufflevector(pairs, pairs, 0, 2, 4, 6);
-  right = __builtin_shufflevector(pairs, pairs, 1, 3, 5, 7);
+  std::memcpy(&pairs, &top, sizeof pairs);
+  p00 = __builtin_shufflevector(pairs, pairs, 0, 2, 4, 6);
+  p10 = __builtin_shufflevector(pairs, pairs, 1, 3, 5, 7);
+  std::memcpy(&pairs, &below, sizeof pairs);
+  p01 = __builtin_shufflevector(pairs, pairs, 0, 2, 4, 6);
+  p11 = __builtin_shufflevector(pairs, pairs, 1, 3, 5, 7);
 }
 
 // Grey::sample of every lane, (x, y) inside the image.
@@ -93,11 +99,31 @@ LANE_INLINE float_lanes sample_lanes(const Grey& g, float_lanes x, float_lanes y
   y0 = y0 < bottom ? y0 : bottom;
   const float_lanes fx = x - __builtin_convertvector(x0, float_lanes);
   const float_lanes fy = y - __builtin_convertvector(y0, float_lanes);
-  const int_lanes at = y0 * g.W + x0;
   float_lanes p00, p10, p01, p11;
-  grey_pairs(g.v.data(), at, p00, p10);
-  grey_pairs(g.v.data(), at + g.W, p01, p11);
+  grey_quads(g.v.data(), g.W, y0 * g.W + x0, p00, p10, p01, p11);
   return (1 - fy) * ((1 - fx) * p00 + fx * p10) + fy * ((1 - fx) * p01 + fx * p11);
+}
+
+// The offsets of a window's pixels in order, padded to whole groups of lanes by repeating the
+// last pixel; kept per thread for the radius last asked for.
+struct WindowOffsets {
+  int radius = -1;
+  std::vector<double> dx, dy;
+};
+
+const WindowOffsets& window_offsets(int radius) {
+  thread_local WindowOffsets o;
+  if (o.radius != radius) {
+    const int side = 2 * radius + 1, n = side * side, padded = (n + kWindowLanes - 1) / kWindowLanes * kWindowLanes;
+    o.radius = radius;
+    o.dx.resize(static_cast<std::size_t>(padded));
+    o.dy.resize(static_cast<std::size_t>(padded));
+    for (int k = 0; k < padded; ++k) {
+      const int at = std::min(k, n - 1);
+      o.dx[k] = at % side - radius, o.dy[k] = at / side - radius;
+    }
+  }
+  return o;
 }
 
 }  // namespace
@@ -122,26 +148,28 @@ LANE_KERNEL bool window_cost(const WindowPair& p, const ReferenceWindow& win, do
   const double right = p.W - 1, bottom = p.H - 1;
   const float* centred = win.centred.data();
   double sum = 0, squares = 0, cross = 0;
-  for (int dy = -R, k = 0; dy <= R; ++dy) {
-    const double row[3] = {q0[0] + dy * qy[0], q0[1] + dy * qy[1], q0[2] + dy * qy[2]};  // q at dx = 0
-    for (int dx0 = -R; dx0 <= R; dx0 += kWindowLanes) {
-      // The last group of a row repeats its last pixel in the lanes beyond it.
-      double_lanes dx;
-      for (int l = 0; l < kWindowLanes; ++l) dx[l] = std::min(dx0 + l, R);
-      const double_lanes qz = row[2] + dx * qx[2];
-      const double_lanes inverse = 1.0 / qz;
-      const double_lanes u = p.cx - p.fx * (row[0] + dx * qx[0]) * inverse,
-                         v = p.cy - p.fy * (row[1] + dx * qx[1]) * inverse;
-      // Every lane in front of the camera and inside the neighbour's image (NaN fails both).
-      const long_lanes inside = (qz > 0) & (u >= 0) & (v >= 0) & (u <= right) & (v <= bottom);
-      if ((inside[0] & inside[1] & inside[2] & inside[3]) == 0) return false;
-      const float_lanes g = sample_lanes(p.grey, __builtin_convertvector(u, float_lanes),
-                                         __builtin_convertvector(v, float_lanes));
-      // The sums in window order, as the one-pixel form adds them.
-      const int lanes = std::min(kWindowLanes, R + 1 - dx0);
-      for (int l = 0; l < lanes; ++l, ++k)
-        sum += g[l], squares += static_cast<double>(g[l]) * g[l], cross += static_cast<double>(centred[k]) * g[l];
-    }
+  // The window's pixels in order, four at a time across the ends of its rows (a row of a small
+  // window would leave most lanes of its last group idle); the last group repeats the last pixel
+  // in the lanes beyond it.
+  const WindowOffsets& offsets = window_offsets(R);
+  for (int k0 = 0; k0 < n; k0 += kWindowLanes) {
+    double_lanes dx, dy;
+    std::memcpy(&dx, &offsets.dx[k0], sizeof dx);
+    std::memcpy(&dy, &offsets.dy[k0], sizeof dy);
+    // q at (dx, dy) as the row-by-row form computes it: the row's q at dx = 0, then along the row.
+    const double_lanes row0 = q0[0] + dy * qy[0], row1 = q0[1] + dy * qy[1], row2 = q0[2] + dy * qy[2];
+    const double_lanes qz = row2 + dx * qx[2];
+    const double_lanes inverse = 1.0 / qz;
+    const double_lanes u = p.cx - p.fx * (row0 + dx * qx[0]) * inverse, v = p.cy - p.fy * (row1 + dx * qx[1]) * inverse;
+    // Every lane in front of the camera and inside the neighbour's image (NaN fails both).
+    const long_lanes inside = (qz > 0) & (u >= 0) & (v >= 0) & (u <= right) & (v <= bottom);
+    if ((inside[0] & inside[1] & inside[2] & inside[3]) == 0) return false;
+    const float_lanes g = sample_lanes(p.grey, __builtin_convertvector(u, float_lanes),
+                                       __builtin_convertvector(v, float_lanes));
+    // The sums in window order, as the one-pixel form adds them.
+    const int lanes = std::min(kWindowLanes, n - k0);
+    for (int l = 0; l < lanes; ++l)
+      sum += g[l], squares += static_cast<double>(g[l]) * g[l], cross += static_cast<double>(centred[k0 + l]) * g[l];
   }
   const double var = squares - sum * sum / n;
   cost = var > 1e-6 ? 1.0 - cross / std::sqrt(var * win.norm) : 1.0;
