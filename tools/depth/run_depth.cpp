@@ -373,7 +373,9 @@ void run_depth(const DepthOptions& o, std::ostream& out) {
   const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
   // Estimated maps confirm stray depths more often than measured ones (the same straddling
   // window errs alike in every view), so the printed fusion asks each point for the support of
-  // most of the views that see it rather than of a third.
+  // most of the views that see it rather than of a third, and at least for what the depths had
+  // to show here: K agreeing views, each worth about 2 when it sees the surface within 50
+  // degrees (pi cos 50).
   std::ostringstream share;
   share.precision(3);
   share << 100.0 * static_cast<double>(with_depth) / static_cast<double>(pixels);
@@ -381,7 +383,8 @@ void run_depth(const DepthOptions& o, std::ostream& out) {
       << " % of the pixels\n"
       << "  view files, depth maps and agreement images (NAME_agreeing.png) in " << o.out_dir << "\n"
       << "  next: quillara --out-dir " << shell_quote((fs::path(o.out_dir) / "model").string())
-      << " --depth-avg " << median(samples) << " --visible-support 0.8 -- "
+      << " --depth-avg " << median(samples) << " --visible-support 0.8"
+      << (o.consistent > 0 ? " --visible-floor " + std::to_string(2 * o.consistent) : std::string()) << " -- "
       << shell_quote((fs::path(o.out_dir) / "").string()) << "*.txt" << std::endl;
 }
 
