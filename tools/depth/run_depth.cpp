@@ -275,6 +275,24 @@ void drop_near_sides(std::vector<ViewDepth>& results, std::ostream& out) {
   out << "Depth jumps: " << dropped << " depths beside a farther surface dropped" << std::endl;
 }
 
+// The most confirmations, up to K, that nine in ten of the kept depths have: the printed fusion
+// asks each point for about that many views' support. Where views are few, many depths stay on
+// one confirmation, and asking the fused points for more would strip the surfaces only two
+// views see.
+int typical_confirmations(const std::vector<ViewDepth>& results, int K) {
+  std::vector<long> at_least(static_cast<std::size_t>(K) + 1, 0);
+  long kept = 0;
+  for (const ViewDepth& r : results)
+    for (std::size_t p = 0; p < r.depth.size(); ++p)
+      if (r.depth.data[p] > 0) {
+        ++kept;
+        for (int m = 1; m <= std::min<int>(K, r.agreeing.data[p]); ++m) ++at_least[m];
+      }
+  int m = K;
+  while (m > 0 && 10 * at_least[m] < 9 * kept) --m;
+  return m;
+}
+
 // Why a run ends without a depth anywhere.
 std::string why_no_depth(const DepthOptions& o, const std::vector<ViewDepth>& results) {
   bool any_matched = false, any_neighbours = false;
@@ -373,9 +391,10 @@ void run_depth(const DepthOptions& o, std::ostream& out) {
   const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
   // Estimated maps confirm stray depths more often than measured ones (the same straddling
   // window errs alike in every view), so the printed fusion asks each point for the support of
-  // most of the views that see it rather than of a third, and at least for what the depths had
-  // to show here: K agreeing views, each worth about 2 when it sees the surface within 50
-  // degrees (pi cos 50).
+  // most of the views that see it rather than of a third, and at least for what the kept depths
+  // typically showed here: that many agreeing views, each worth about 2 when it sees the surface
+  // within 50 degrees (pi cos 50).
+  const int confirmations = typical_confirmations(results, o.consistent);
   std::ostringstream share;
   share.precision(3);
   share << 100.0 * static_cast<double>(with_depth) / static_cast<double>(pixels);
@@ -384,7 +403,7 @@ void run_depth(const DepthOptions& o, std::ostream& out) {
       << "  view files, depth maps and agreement images (NAME_agreeing.png) in " << o.out_dir << "\n"
       << "  next: quillara --out-dir " << shell_quote((fs::path(o.out_dir) / "model").string())
       << " --depth-avg " << median(samples) << " --visible-support 0.8"
-      << (o.consistent > 0 ? " --visible-floor " + std::to_string(2 * o.consistent) : std::string()) << " -- "
+      << (confirmations > 0 ? " --visible-floor " + std::to_string(2 * confirmations) : std::string()) << " -- "
       << shell_quote((fs::path(o.out_dir) / "").string()) << "*.txt" << std::endl;
 }
 
