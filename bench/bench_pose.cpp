@@ -21,6 +21,7 @@
 #include <string>
 #include <vector>
 
+#include "bench/bench_main.h"
 #include "ketra/timer.h"
 #include "src/pose/compute_camera_pose.h"
 #include "src/pose/cublas_dynamic.h"
@@ -85,7 +86,7 @@ int main(int argc, char** argv) {
     return 1;
   }
   if (model_views == 0) model_views = scene_views;
-  try {
+  return bench_main::run("bench_pose", [&] {
     std::fprintf(stderr, "bench_pose: generating %d views in %s and the model of %d ...\n", scene_views, dir.c_str(),
                  model_views);
     std::ostringstream progress;  // the view reader's lines stay off the table
@@ -100,11 +101,5 @@ int main(int argc, char** argv) {
     model = pose_test::true_model(views, around);
     std::cout.rdbuf(out);
     cublas.load();
-  } catch (const std::exception& e) {
-    std::fprintf(stderr, "bench_pose: %s\n", e.what());
-    return 1;
-  }
-  benchmark::RunSpecifiedBenchmarks();
-  benchmark::Shutdown();
-  return 0;
+  });
 }

@@ -13,6 +13,7 @@
 #include <string>
 #include <vector>
 
+#include "bench/bench_main.h"
 #include "src/app/scene_input.h"
 #include "src/refine/refine_depthmaps.h"
 #include "tools/scene/scene_files.h"
@@ -64,13 +65,5 @@ BENCHMARK(BM_RefineDepthmaps)->Unit(benchmark::kSecond)->MeasureProcessCPUTime()
 
 int main(int argc, char** argv) {
   benchmark::Initialize(&argc, argv);
-  try {
-    make_views();
-  } catch (const std::exception& e) {
-    std::fprintf(stderr, "bench_refine: %s\n", e.what());
-    return 1;
-  }
-  benchmark::RunSpecifiedBenchmarks();
-  benchmark::Shutdown();
-  return 0;
+  return bench_main::run("bench_refine", make_views);
 }

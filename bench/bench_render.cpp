@@ -14,6 +14,7 @@
 #include <string>
 #include <vector>
 
+#include "bench/bench_main.h"
 #include "device/memory.h"
 #include "ketra/tools.h"
 #include "src/app/scene_input.h"
@@ -113,14 +114,8 @@ int main(int argc, char** argv) {
       return 1;
     }
   }
-  try {
+  return bench_main::run("bench_render", [&] {
     cameras = read_cameras(scene_dir);
     model = read_model(model_path);
-  } catch (const std::exception& e) {
-    std::fprintf(stderr, "bench_render: %s\n", e.what());
-    return 1;
-  }
-  benchmark::RunSpecifiedBenchmarks();
-  benchmark::Shutdown();
-  return 0;
+  });
 }

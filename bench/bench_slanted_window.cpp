@@ -12,6 +12,7 @@
 #include <filesystem>
 #include <vector>
 
+#include "bench/bench_main.h"
 #include "formats/depth_png.h"
 #include "tools/depth/depth_views.h"
 #include "tools/depth/slanted_window.h"
@@ -94,13 +95,5 @@ BENCHMARK(BM_WindowCost)->Args({kRadius, 1})->Args({4, 2})->Unit(benchmark::kMil
 
 int main(int argc, char** argv) {
   benchmark::Initialize(&argc, argv);
-  try {
-    make_views();
-  } catch (const std::exception& e) {
-    std::fprintf(stderr, "bench_slanted_window: %s\n", e.what());
-    return 1;
-  }
-  benchmark::RunSpecifiedBenchmarks();
-  benchmark::Shutdown();
-  return 0;
+  return bench_main::run("bench_slanted_window", make_views);
 }

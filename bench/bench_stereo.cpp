@@ -12,6 +12,7 @@
 #include <sstream>
 #include <vector>
 
+#include "bench/bench_main.h"
 #include "ketra/algorithms/basic.h"
 #include "ketra/tools.h"
 #include "src/core/settings.h"
@@ -108,13 +109,5 @@ BENCHMARK(BM_Sgm)->Unit(benchmark::kSecond)->MeasureProcessCPUTime()->UseRealTim
 int main(int argc, char** argv) {
   benchmark::Initialize(&argc, argv);
   debug_depthmap = false;  // the dumps are not part of the chain's work
-  try {
-    make_views();
-  } catch (const std::exception& e) {
-    std::fprintf(stderr, "bench_stereo: %s\n", e.what());
-    return 1;
-  }
-  benchmark::RunSpecifiedBenchmarks();
-  benchmark::Shutdown();
-  return 0;
+  return bench_main::run("bench_stereo", make_views);
 }
