@@ -59,6 +59,17 @@ bool enclosed(const std::vector<Plane>& planes, int W, int H, int x, int y, cons
   return true;
 }
 
+// The smallest widening (2 to max_widening) at which the window, that many times wider and
+// sparser, spreads over min_texture grey levels; 1 when none does or the window leaves the image.
+int textured_widening(const Grey& grey, const ViewGeometry& r, int x, int y, const PlaneSearchSettings& s,
+                      ReferenceWindow& window) {
+  for (int k = 2; k <= s.max_widening; ++k) {
+    if (!reference_window(grey, r, x, y, s.radius * k, window, s.stride * k)) return 1;
+    if (window.norm >= s.min_texture * s.min_texture * static_cast<double>(window.centred.size())) return k;
+  }
+  return 1;
+}
+
 }  // namespace
 
 PlaneSearchStatistics search_planes(CMatrix<float>& depth, const Camera& reference,
@@ -73,6 +84,7 @@ PlaneSearchStatistics search_planes(CMatrix<float>& depth, const Camera& referen
   constexpr double kNone = 2.0;  // the cost of a plane no neighbour sees: worse than any window's
   std::vector<double> cost(n, kNone);
   std::vector<char> only_scene(n, 0);
+  std::vector<unsigned char> widening(n, 1);  // how many times wider and sparser a pixel's window is
 
   // The starting planes: the depth on the plane fitted around it, or a random depth facing the camera.
 #pragma omp parallel for schedule(dynamic, 4)
@@ -81,8 +93,15 @@ PlaneSearchStatistics search_planes(CMatrix<float>& depth, const Camera& referen
     for (int x = 0; x < W; ++x) {
       const std::size_t i = static_cast<std::size_t>(y) * W + x;
       const bool has_depth = depth(x, y) > 0;
-      if (!(has_depth || texture(x, y) >= s.min_texture) || !reference_window(frame.grey, r, x, y, R, window, s.stride))
+      // A pixel inside a weakly textured patch has nothing to match in its own window; on a wider
+      // one that reaches the texture around the patch it is offered the scene planes only, where
+      // their pixels enclose the patch.
+      if (!has_depth && texture(x, y) < s.min_texture) {
+        widening[i] = static_cast<unsigned char>(textured_widening(frame.grey, r, x, y, s, window));
+        only_scene[i] = widening[i] > 1;
         continue;
+      }
+      if (!reference_window(frame.grey, r, x, y, R, window, s.stride)) continue;
       // Without a depth, a pixel needs texture of its own too to search freely: a window that
       // straddles the edge of a flat background matches by its textured side alone. Such a pixel
       // (inside a flat check, on a smooth stripe) is offered only the scene planes, which its
@@ -129,7 +148,10 @@ PlaneSearchStatistics search_planes(CMatrix<float>& depth, const Camera& referen
         for (int x = (y + colour) % 2; x < W; x += 2) {
           const std::size_t i = static_cast<std::size_t>(y) * W + x;
           Plane best = planes[i];
-          if (!(best.valid || only_scene[i]) || !reference_window(frame.grey, r, x, y, R, window, s.stride)) continue;
+          const int wide = widening[i], stride = s.stride * wide;
+          if (!(best.valid || only_scene[i]) || !reference_window(frame.grey, r, x, y, R * wide, window, stride))
+            continue;
+          const int reach = wide > 1 ? s.widened_reach : s.reaches.back();
           double best_cost = cost[i];
           // False when the plane was not scored, being a copy of the pixel's own plane.
           const auto offer = [&](const Plane& q) {
@@ -138,13 +160,13 @@ PlaneSearchStatistics search_planes(CMatrix<float>& depth, const Camera& referen
                 std::fabs(q.c - best.c) < same_slant)
               return false;
             double c;
-            if (q.a >= w_low && q.a <= w_high && view_cost(frame.pairs, window, s.stride, q, s.robust, c) &&
+            if (q.a >= w_low && q.a <= w_high && view_cost(frame.pairs, window, stride, q, s.robust, c) &&
                 c < best_cost)
               best_cost = c, best = q;
             return true;
           };
           for (const ImagePlane& g : scene)
-            if (!only_scene[i] || enclosed(planes, W, H, x, y, g, s.scene_planes.tolerance, s.reaches.back()))
+            if (!only_scene[i] || enclosed(planes, W, H, x, y, g, s.scene_planes.tolerance, reach))
               offer(Plane{g.at(x, y), g.b, g.c, true});
           if (only_scene[i]) {
             if (best_cost < cost[i]) changed_in[i] = half;
