@@ -59,6 +59,24 @@ bool enclosed(const std::vector<Plane>& planes, int W, int H, int x, int y, cons
   return true;
 }
 
+// Whether most of the well-matched pixels (window cost at most `max_cost`) under the samples of
+// a widened window hold the scene plane: the texture the window matches by is the plane's, not
+// that of another surface around a patch of its own. Of each sample the pixel beside it towards
+// the centre is read, one of the other colour, which the half-pass does not write.
+bool window_on_plane(const std::vector<Plane>& planes, const std::vector<double>& cost, int W, int x, int y,
+                     int radius, int stride, const ImagePlane& g, double tolerance, double max_cost) {
+  int matched = 0, holding = 0;
+  for (int v = y - radius; v <= y + radius; v += stride)
+    for (int w = x - radius; w <= x + radius; w += stride) {
+      const int u = w <= x ? w + 1 : w - 1;  // towards the centre: inside the image
+      const std::size_t j = static_cast<std::size_t>(v) * W + u;
+      if (!planes[j].valid || cost[j] > max_cost) continue;
+      ++matched;
+      holding += std::fabs(planes[j].a - g.at(u, v)) <= tolerance * planes[j].a;
+    }
+  return 2 * holding > matched;
+}
+
 // The smallest widening (2 to max_widening) at which the window, that many times wider and
 // sparser, spreads over min_texture grey levels; 1 when none does or the window leaves the image.
 int textured_widening(const Grey& grey, const ViewGeometry& r, int x, int y, const PlaneSearchSettings& s,
@@ -137,6 +155,7 @@ PlaneSearchStatistics search_planes(CMatrix<float>& depth, const Camera& referen
     const std::vector<ImagePlane> scene = dominant_planes(planes, cost, W, H, s.scene_planes);
     // Random changes shrink pass by pass: from two label steps in depth and a turn of the slant
     // by half a unit of its tangent.
+    const double tolerance = s.scene_planes.tolerance;
     const double same_a = 1e-3 * s.label_step, same_slant = same_a / (2 * R + 1);
     const double shrink = std::ldexp(1.0, -pass), depth_change = 2.0 * s.label_step * shrink,
                  slant_change = 0.5 * shrink / r.fx;
@@ -151,7 +170,6 @@ PlaneSearchStatistics search_planes(CMatrix<float>& depth, const Camera& referen
           const int wide = widening[i], stride = s.stride * wide;
           if (!(best.valid || only_scene[i]) || !reference_window(frame.grey, r, x, y, R * wide, window, stride))
             continue;
-          const int reach = wide > 1 ? s.widened_reach : s.reaches.back();
           double best_cost = cost[i];
           // False when the plane was not scored, being a copy of the pixel's own plane.
           const auto offer = [&](const Plane& q) {
@@ -166,7 +184,10 @@ PlaneSearchStatistics search_planes(CMatrix<float>& depth, const Camera& referen
             return true;
           };
           for (const ImagePlane& g : scene)
-            if (!only_scene[i] || enclosed(planes, W, H, x, y, g, s.scene_planes.tolerance, reach))
+            if (!only_scene[i] ||
+                (enclosed(planes, W, H, x, y, g, tolerance, wide > 1 ? s.widened_reach : s.reaches.back()) &&
+                 (wide == 1 || window_on_plane(planes, cost, W, x, y, R * wide, stride, g, tolerance,
+                                               s.scene_planes.max_cost))))
               offer(Plane{g.at(x, y), g.b, g.c, true});
           if (only_scene[i]) {
             if (best_cost < cost[i]) changed_in[i] = half;
