@@ -91,9 +91,14 @@ void keep_consistent(const DepthOptions& o, const std::vector<Camera>& cameras, 
     r.agreeing = std::move(verdicts.agreeing);
     matched += r.matched;
   }
-  out << "Consistency: " << kept << " of " << matched << " depths confirmed by at least " << o.consistent
-      << " other view" << (o.consistent == 1 ? "" : "s") << " (or all that could see them, one at least) in "
-      << std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count() << " s" << std::endl;
+  const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count();
+  if (o.consistent == 0)
+    out << "Consistency: all " << matched << " depths kept (--consistent 0), agreeing views counted in " << seconds
+        << " s" << std::endl;
+  else
+    out << "Consistency: " << kept << " of " << matched << " depths confirmed by at least " << o.consistent
+        << " other view" << (o.consistent == 1 ? "" : "s") << " (or all that could see them, one at least) in "
+        << seconds << " s" << std::endl;
 }
 
 // The depths beside a jump to a farther surface, on its near side, are mostly the near surface

@@ -34,6 +34,13 @@ std::vector<int> search_views(const DepthOptions& o, const std::vector<Camera>& 
   return choose_neighbours(cameras, i, o.neighbours, middle, 100.0);
 }
 
+// Pixels with a depth: also those the last step left as they were (a search leaves the border's).
+long with_depth(const CMatrix<float>& depth) {
+  long n = 0;
+  for (std::size_t p = 0; p < depth.size(); ++p) n += depth.data[p] > 0;
+  return n;
+}
+
 std::vector<const Camera*> camera_list(const std::vector<Camera>& cameras, const std::vector<int>& chosen) {
   std::vector<const Camera*> list;
   for (int j : chosen) list.push_back(&cameras[j]);
@@ -101,7 +108,6 @@ ViewDepth estimate_view(const DepthOptions& o, const std::vector<DepthView>& vie
     long low = 0;
     for (std::size_t p = 0; p < score.size(); ++p)
       if (e.depth.data[p] > 0 && score.data[p] < o.min_score) e.depth.data[p] = 0, ++low;
-    e.pixels_with_depth = st.refined - low;
     out << ", " << st.unmatched + low << " without a slanted window; slanted windows "
         << std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count() << " s";
   }
@@ -110,7 +116,6 @@ ViewDepth estimate_view(const DepthOptions& o, const std::vector<DepthView>& vie
     const PlaneSearchStatistics st =
         search_planes(e.depth, cameras[i], camera_list(cameras, search_views(o, cameras, i, middle)), textures[i],
                       search_settings(o, near, far, o.search));
-    e.pixels_with_depth = st.kept;
     out << ", plane search: " << st.kept << " of " << st.searched << " pixels kept a plane (" << st.added
         << " new) in " << std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count() << " s";
   }
@@ -129,7 +134,6 @@ ViewDepth estimate_view(const DepthOptions& o, const std::vector<DepthView>& vie
     gs.label_step = (1.0f / near - 1.0f / far) / static_cast<float>(o.labels - 1);
     const auto t0 = std::chrono::steady_clock::now();
     const long grown = grow_on_slanted_windows(e.depth, cameras[i], neighbours, textures[i], gs);
-    e.pixels_with_depth += grown;
     out << ", " << grown << " grown from neighbouring planes in "
         << std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count() << " s";
   }
@@ -144,9 +148,9 @@ ViewDepth estimate_view(const DepthOptions& o, const std::vector<DepthView>& vie
         << std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count() << " s";
   }
   device::reset();
-  out << "; depth at " << e.pixels_with_depth << " of " << e.depth.size() << " pixels" << std::endl;
+  result.matched = with_depth(e.depth);
+  out << "; depth at " << result.matched << " of " << e.depth.size() << " pixels" << std::endl;
   result.depth = std::move(e.depth);
-  result.matched = e.pixels_with_depth;
   return result;
 }
 
@@ -164,10 +168,10 @@ void search_again(const DepthOptions& o, const std::vector<DepthView>& views, co
     const std::vector<int> sources = search_views(o, cameras, i, middle);
     std::vector<CMatrix<float>> offered;
     for (int j : sources) offered.push_back(transferred_depths(geometry[i], geometry[j], results[j].depth));
-    const PlaneSearchStatistics st = search_planes(r.depth, cameras[i], camera_list(cameras, sources), textures[i],
-                                                   search_settings(o, near, far, o.search_again), offered);
-    r.matched = st.kept;
-    out << "View " << i + 1 << " searched again with its neighbours' depths: depth at " << st.kept << " pixels in "
+    search_planes(r.depth, cameras[i], camera_list(cameras, sources), textures[i],
+                  search_settings(o, near, far, o.search_again), offered);
+    r.matched = with_depth(r.depth);
+    out << "View " << i + 1 << " searched again with its neighbours' depths: depth at " << r.matched << " pixels in "
         << std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count() << " s" << std::endl;
   }
 }
