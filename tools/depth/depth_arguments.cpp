@@ -67,7 +67,9 @@ std::string depth_usage() {
          "the surface's slant. The plane search then compares each window with the views whose axes\n"
          "lie within 100 degrees and scores it by the better half of them, so that a view that does\n"
          "not see the point does not count; a pixel keeps the depth of its best plane where that\n"
-         "window's correlation reaches 0.5.\n";
+         "window's correlation reaches 0.5. A patch of weak texture takes only the plane that most\n"
+         "well-matched pixels share (a floor, a wall), where that plane surrounds it and a window\n"
+         "wide enough to reach the texture around the patch matches it.\n";
 }
 
 DepthOptions parse_depth_arguments(const std::vector<std::string>& args) {
