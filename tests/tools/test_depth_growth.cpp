@@ -207,6 +207,7 @@ TEST(DepthGrowth, APatchWithoutTextureTakesTheGroundsDepthButNotOnAnotherSurface
   const CMatrix<float> texture = depth_tool::local_texture(t.views[0].camera.image, 4);
   depth_tool::PlaneSearchSettings s;
   s.near = 0.5f, s.far = 20.0f, s.label_step = (1 / s.near - 1 / s.far) / 127;
+  s.widest_window = 0.2, s.widened_reach = 0.4;  // the patch spans more of this small image than weak ones do
   CMatrix<float> depth = t.truth;
   long weak[3] = {};
   for (int y = 0; y < depth.ySize; ++y)

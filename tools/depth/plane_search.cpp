@@ -77,11 +77,11 @@ bool window_on_plane(const std::vector<Plane>& planes, const std::vector<double>
   return 2 * holding > matched;
 }
 
-// The smallest widening (2 to max_widening) at which the window, that many times wider and
-// sparser, spreads over min_texture grey levels; 1 when none does or the window leaves the image.
-int textured_widening(const Grey& grey, const ViewGeometry& r, int x, int y, const PlaneSearchSettings& s,
+// The smallest widening (2 to `most`) at which the window, that many times wider and sparser,
+// spreads over min_texture grey levels; 1 when none does or the window leaves the image.
+int textured_widening(const Grey& grey, const ViewGeometry& r, int x, int y, const PlaneSearchSettings& s, int most,
                       ReferenceWindow& window) {
-  for (int k = 2; k <= s.max_widening; ++k) {
+  for (int k = 2; k <= most; ++k) {
     if (!reference_window(grey, r, x, y, s.radius * k, window, s.stride * k)) return 1;
     if (window.norm >= s.min_texture * s.min_texture * static_cast<double>(window.centred.size())) return k;
   }
@@ -103,6 +103,10 @@ PlaneSearchStatistics search_planes(CMatrix<float>& depth, const Camera& referen
   std::vector<double> cost(n, kNone);
   std::vector<char> only_scene(n, 0);
   std::vector<unsigned char> widening(n, 1);  // how many times wider and sparser a pixel's window is
+  // A weak patch is a share of a surface: its size in pixels, and so the widest window and the
+  // reach that span it, grow with the image.
+  const int most_widening = std::clamp(static_cast<int>(s.widest_window * W / R), 1, 255);
+  const int widened_reach = static_cast<int>(s.widened_reach * W);
 
   // The starting planes: the depth on the plane fitted around it, or a random depth facing the camera.
 #pragma omp parallel for schedule(dynamic, 4)
@@ -115,7 +119,7 @@ PlaneSearchStatistics search_planes(CMatrix<float>& depth, const Camera& referen
       // one that reaches the texture around the patch it is offered the scene planes only, where
       // their pixels enclose the patch.
       if (!has_depth && texture(x, y) < s.min_texture) {
-        widening[i] = static_cast<unsigned char>(textured_widening(frame.grey, r, x, y, s, window));
+        widening[i] = static_cast<unsigned char>(textured_widening(frame.grey, r, x, y, s, most_widening, window));
         only_scene[i] = widening[i] > 1;
         continue;
       }
@@ -185,7 +189,7 @@ PlaneSearchStatistics search_planes(CMatrix<float>& depth, const Camera& referen
           };
           for (const ImagePlane& g : scene)
             if (!only_scene[i] ||
-                (enclosed(planes, W, H, x, y, g, tolerance, wide > 1 ? s.widened_reach : s.reaches.back()) &&
+                (enclosed(planes, W, H, x, y, g, tolerance, wide > 1 ? widened_reach : s.reaches.back()) &&
                  (wide == 1 || window_on_plane(planes, cost, W, x, y, R * wide, stride, g, tolerance,
                                                s.scene_planes.max_cost))))
               offer(Plane{g.at(x, y), g.b, g.c, true});

@@ -15,8 +15,8 @@ struct PlaneSearchSettings {
   std::vector<int> reaches = {1, 3, 7, 15};  // planes come from the pixels this far away (odd)
   float min_texture = 3.0f;  // local spread (grey levels) a pixel without a depth needs to be searched
   float min_fine_texture = 1.5f;  // and the same over its own 3 x 3 pixels
-  int max_widening = 8;      // a pixel with neither is matched on a window up to this many times wider
-  int widened_reach = 64;    // and enclosed by the scene plane's pixels within this many pixels
+  double widest_window = 0.05;  // a pixel with neither is matched on a wider window, up to this radius
+  double widened_reach = 0.1;   // and enclosed by the scene plane's pixels this far (shares of the width)
   double min_score = 0.5;    // score a pixel's best plane needs to keep its depth
   bool robust = true;        // score by the better half of the neighbours instead of all of them
   DominantPlaneSettings scene_planes;  // offered to every pixel in every pass
