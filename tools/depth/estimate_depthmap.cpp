@@ -11,6 +11,7 @@
 #include "src/stereo/matching_costs.h"
 #include "src/stereo/matching_projection.h"
 #include "src/stereo/sgm.h"
+#include "tools/depth/seconds_since.h"
 
 namespace depth_tool {
 namespace {
@@ -18,10 +19,6 @@ namespace {
 // How fast the larger penalty falls with the colour change to the right and lower neighbours
 // (sum of two RGB distances in 0..1 per channel): by a factor e at a change of 1 / decay.
 constexpr float kEdgeDecay = 8.0f, kEdgeExponent = 1.0f;
-
-double seconds_since(std::chrono::steady_clock::time_point start) {
-  return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-}
 
 ketra::Array<uchar4, 2> upload(const CMatrix<uchar4>& image) {
   ketra::Array<uchar4, 2> d = allocate_pitched<uchar4, 2>(image.xSize, image.ySize, 1);

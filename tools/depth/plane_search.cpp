@@ -40,6 +40,12 @@ bool view_cost(const std::vector<WindowPair>& pairs, const ReferenceWindow& wind
   return true;
 }
 
+// Whether plane q, held at pixel (u, v), is the scene plane there: within `tolerance` of its
+// inverse depth.
+bool holds(const Plane& q, const ImagePlane& g, int u, int v, double tolerance) {
+  return q.valid && std::fabs(q.a - g.at(u, v)) <= tolerance * q.a;
+}
+
 // Whether pixels that hold the scene plane (within `tolerance` of its inverse depth) lie within
 // `reach` of (x, y) in all four directions: inside the plane's region, not beyond its edge, where a
 // window would match the plane by the side that holds it. Only pixels an odd number of steps away
@@ -51,8 +57,7 @@ bool enclosed(const std::vector<Plane>& planes, int W, int H, int x, int y, cons
     for (int k = 1; k <= reach && !held; k += 2) {
       const int u = x + k * dx, v = y + k * dy;
       if (u < 0 || v < 0 || u >= W || v >= H) break;
-      const Plane& q = planes[static_cast<std::size_t>(v) * W + u];
-      held = q.valid && std::fabs(q.a - g.at(u, v)) <= tolerance * q.a;
+      held = holds(planes[static_cast<std::size_t>(v) * W + u], g, u, v, tolerance);
     }
     if (!held) return false;
   }
@@ -72,7 +77,7 @@ bool window_on_plane(const std::vector<Plane>& planes, const std::vector<double>
       const std::size_t j = static_cast<std::size_t>(v) * W + u;
       if (!planes[j].valid || cost[j] > max_cost) continue;
       ++matched;
-      holding += std::fabs(planes[j].a - g.at(u, v)) <= tolerance * planes[j].a;
+      holding += holds(planes[j], g, u, v, tolerance);
     }
   return 2 * holding > matched;
 }

@@ -18,6 +18,7 @@
 #include "tools/depth/depth_jumps.h"
 #include "tools/depth/depth_views.h"
 #include "tools/depth/local_texture.h"
+#include "tools/depth/seconds_since.h"
 #include "tools/depth/view_estimate.h"
 #include "tools/depth/view_geometry.h"
 
@@ -91,7 +92,7 @@ void keep_consistent(const DepthOptions& o, const std::vector<Camera>& cameras, 
     r.agreeing = std::move(verdicts.agreeing);
     matched += r.matched;
   }
-  const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count();
+  const double seconds = seconds_since(t0);
   if (o.consistent == 0)
     out << "Consistency: all " << matched << " depths kept (--consistent 0), agreeing views counted in " << seconds
         << " s" << std::endl;
@@ -222,7 +223,7 @@ void run_depth(const DepthOptions& o, std::ostream& out) {
     throw FileError(o.out_dir, "the output directory cannot be created: " + ec.message());
   write_results(o, views, results, !existed);
 
-  const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+  const double seconds = seconds_since(start);
   // Estimated maps confirm stray depths more often than measured ones (the same straddling
   // window errs alike in every view), so the printed fusion asks each point for the support of
   // most of the views that see it rather than of a third, and at least for what the kept depths

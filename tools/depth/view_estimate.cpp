@@ -12,6 +12,7 @@
 #include "tools/depth/plane_growth.h"
 #include "tools/depth/plane_propagation.h"
 #include "tools/depth/plane_search.h"
+#include "tools/depth/seconds_since.h"
 #include "tools/depth/slanted_refinement.h"
 #include "tools/depth/view_geometry.h"
 
@@ -20,10 +21,18 @@ namespace {
 
 namespace fs = std::filesystem;
 
+// One label step in inverse depth: the scale by which the steps after the matching move depths.
+float label_step(const DepthOptions& o, float near, float far) {
+  return (1.0f / near - 1.0f / far) / static_cast<float>(o.labels - 1);
+}
+
+// Halfway between the ends of the range in inverse depth.
+float middle_depth(float near, float far) { return 2.0f / (1.0f / near + 1.0f / far); }
+
 PlaneSearchSettings search_settings(const DepthOptions& o, float near, float far, int passes) {
   PlaneSearchSettings ss;
   ss.passes = passes, ss.near = near, ss.far = far, ss.min_texture = o.min_texture;
-  ss.label_step = (1.0f / near - 1.0f / far) / static_cast<float>(o.labels - 1);
+  ss.label_step = label_step(o, near, far);
   return ss;
 }
 
@@ -66,7 +75,7 @@ ViewDepth estimate_view(const DepthOptions& o, const std::vector<DepthView>& vie
   const int n = static_cast<int>(views.size());
   float near, far;
   depth_range(o, views[i], near, far);
-  const float middle = 2.0f / (1.0f / near + 1.0f / far);  // halfway in inverse depth
+  const float middle = middle_depth(near, far);
   ViewDepth result;
   result.depth = CMatrix<float>(cameras[i].width, cameras[i].height, 0.0f);
   const std::vector<int> chosen = choose_neighbours(cameras, i, o.neighbours, middle);
@@ -101,7 +110,7 @@ ViewDepth estimate_view(const DepthOptions& o, const std::vector<DepthView>& vie
   if (o.refine) {
     RefinementSettings rs;
     rs.radius = o.refine_radius, rs.range = o.refine_range, rs.steps = o.refine_steps;
-    rs.label_step = (1.0f / near - 1.0f / far) / static_cast<float>(o.labels - 1);
+    rs.label_step = label_step(o, near, far);
     CMatrix<float> score;
     const auto t0 = std::chrono::steady_clock::now();
     const RefinementStatistics st = refine_on_slanted_windows(e.depth, cameras[i], neighbours, rs, &score);
@@ -109,7 +118,7 @@ ViewDepth estimate_view(const DepthOptions& o, const std::vector<DepthView>& vie
     for (std::size_t p = 0; p < score.size(); ++p)
       if (e.depth.data[p] > 0 && score.data[p] < o.min_score) e.depth.data[p] = 0, ++low;
     out << ", " << st.unmatched + low << " without a slanted window; slanted windows "
-        << std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count() << " s";
+        << seconds_since(t0) << " s";
   }
   if (o.search > 0) {
     const auto t0 = std::chrono::steady_clock::now();
@@ -117,35 +126,35 @@ ViewDepth estimate_view(const DepthOptions& o, const std::vector<DepthView>& vie
         search_planes(e.depth, cameras[i], camera_list(cameras, search_views(o, cameras, i, middle)), textures[i],
                       search_settings(o, near, far, o.search));
     out << ", plane search: " << st.kept << " of " << st.searched << " pixels kept a plane (" << st.added
-        << " new) in " << std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count() << " s";
+        << " new) in " << seconds_since(t0) << " s";
   }
   if (o.search == 0 && o.propagate > 0) {
     PropagationSettings ps;
     ps.passes = o.propagate, ps.near = near, ps.far = far;
-    ps.label_step = (1.0f / near - 1.0f / far) / static_cast<float>(o.labels - 1);
+    ps.label_step = label_step(o, near, far);
     const auto t0 = std::chrono::steady_clock::now();
     const long moved = propagate_planes(e.depth, cameras[i], neighbours, ps);
     out << ", " << moved << " moved to nearby planes in "
-        << std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count() << " s";
+        << seconds_since(t0) << " s";
   }
   if (o.search == 0 && o.grow) {
     GrowthSettings gs;
     gs.min_texture = o.min_texture, gs.near = near, gs.far = far;
-    gs.label_step = (1.0f / near - 1.0f / far) / static_cast<float>(o.labels - 1);
+    gs.label_step = label_step(o, near, far);
     const auto t0 = std::chrono::steady_clock::now();
     const long grown = grow_on_slanted_windows(e.depth, cameras[i], neighbours, textures[i], gs);
     out << ", " << grown << " grown from neighbouring planes in "
-        << std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count() << " s";
+        << seconds_since(t0) << " s";
   }
   // The plane search's score leaves out the views that see the surface most obliquely, which are
   // what pulls depths behind curved surfaces; after it, curved windows gain nothing measurable.
   if (o.search == 0) {
     CurvedRefinementSettings cs;
-    cs.label_step = (1.0f / near - 1.0f / far) / static_cast<float>(o.labels - 1);
+    cs.label_step = label_step(o, near, far);
     const auto t0 = std::chrono::steady_clock::now();
     const long moved = refine_on_curved_windows(e.depth, cameras[i], neighbours, cs);
     out << ", " << moved << " moved on curved windows in "
-        << std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count() << " s";
+        << seconds_since(t0) << " s";
   }
   device::reset();
   result.matched = with_depth(e.depth);
@@ -164,15 +173,14 @@ void search_again(const DepthOptions& o, const std::vector<DepthView>& views, co
     const auto t0 = std::chrono::steady_clock::now();
     float near, far;
     depth_range(o, views[i], near, far);
-    const float middle = 2.0f / (1.0f / near + 1.0f / far);
-    const std::vector<int> sources = search_views(o, cameras, i, middle);
+    const std::vector<int> sources = search_views(o, cameras, i, middle_depth(near, far));
     std::vector<CMatrix<float>> offered;
     for (int j : sources) offered.push_back(transferred_depths(geometry[i], geometry[j], results[j].depth));
     search_planes(r.depth, cameras[i], camera_list(cameras, sources), textures[i],
                   search_settings(o, near, far, o.search_again), offered);
     r.matched = with_depth(r.depth);
     out << "View " << i + 1 << " searched again with its neighbours' depths: depth at " << r.matched << " pixels in "
-        << std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count() << " s" << std::endl;
+        << seconds_since(t0) << " s" << std::endl;
   }
 }
 
