@@ -10,8 +10,8 @@
 #include <string>
 #include <vector>
 
-#include "formats/depth_png.h"
 #include "tests/support/io_test_support.h"
+#include "tests/support/true_depth.h"
 #include "tools/depth/depth_consistency.h"
 #include "tools/depth/depth_transfer.h"
 #include "tools/depth/depth_views.h"
@@ -33,9 +33,7 @@ TrueViews true_views(int views, int width = 160, int height = 120) {
   for (int v = 0; v < views; ++v) {
     const depth_tool::DepthView d = depth_tool::read_depth_view(o.out_dir + "/" + scene::view_file_name(v), v, false);
     t.geometry.push_back(depth_tool::view_geometry(d.camera));
-    const CMatrix<unsigned short> png = read_depth_png(d.view.depth_path);
-    CMatrix<float>& depth = t.depths.emplace_back(png.xSize, png.ySize);
-    for (std::size_t i = 0; i < png.size(); ++i) depth.data[i] = static_cast<float>(thousandths_to_depth(png.data[i]));
+    t.depths.push_back(depth_test::true_depth(d.view.depth_path));
   }
   return t;
 }

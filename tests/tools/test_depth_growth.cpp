@@ -13,8 +13,8 @@
 #include <string>
 #include <vector>
 
-#include "formats/depth_png.h"
 #include "tests/support/io_test_support.h"
+#include "tests/support/true_depth.h"
 #include "tools/depth/depth_views.h"
 #include "tools/depth/dominant_planes.h"
 #include "tools/depth/local_texture.h"
@@ -32,13 +32,6 @@ struct ThreeViews {
   CMatrix<float> truth;
 };
 
-CMatrix<float> true_depth(const depth_tool::DepthView& v) {
-  const CMatrix<unsigned short> png = read_depth_png(v.view.depth_path);
-  CMatrix<float> depth(png.xSize, png.ySize);
-  for (std::size_t i = 0; i < png.size(); ++i) depth.data[i] = static_cast<float>(thousandths_to_depth(png.data[i]));
-  return depth;
-}
-
 ThreeViews three_views() {
   scene::SceneOptions o;
   o.out_dir = io_test::fresh_scratch_dir() + "/scene";
@@ -47,7 +40,7 @@ ThreeViews three_views() {
   ThreeViews t;
   for (int v : {0, 1, 15})
     t.views.push_back(depth_tool::read_depth_view(o.out_dir + "/" + scene::view_file_name(v), v, false));
-  t.truth = true_depth(t.views[0]);
+  t.truth = depth_test::true_depth(t.views[0].view.depth_path);
   return t;
 }
 
@@ -180,7 +173,7 @@ TEST(DepthGrowth, APatchWithoutTextureTakesTheGroundsDepthButNotOnAnotherSurface
   // Two discs of the world painted a flat grey in all three views: one of 60 cm on the ground,
   // one of 25 cm on the sphere, about the point of each that view 0 sees nearest the image centre.
   std::vector<CMatrix<float>> truths;
-  for (const depth_tool::DepthView& v : t.views) truths.push_back(true_depth(v));
+  for (const depth_tool::DepthView& v : t.views) truths.push_back(depth_test::true_depth(v.view.depth_path));
   const auto world = [&](int k, int x, int y) { return scene::back_project(t.views[k].view, x, y, truths[k](x, y)); };
   const scene::Vec3 sphere_centre{0.75, 0.55, 0.35};
   scene::Vec3 ground_middle, sphere_middle;
